@@ -1,0 +1,2 @@
+// Placeholder until the daemon's entry point is written.
+int main() { return 0; }

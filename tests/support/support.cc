@@ -1,0 +1,1 @@
+// Anchor of the test support library; the helpers live beside it.
