@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds Kelvanor and runs the activation daemon beside a real naming service:
+# omniNames on 127.0.0.1 (GIOP 1.0 references), its root context's IOR in the
+# file where vex looks for it, and vex in verbose mode on a fresh repository.
+# Every process started here is stopped again by PID, also on failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+
+bash tools/deps.sh
+build=${KELVANOR_BUILD:-build}
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$build" -j"$(nproc)" --target vex
+
+work=$(mktemp -d)
+ns_pid=""
+cleanup() {
+  [ -n "$ns_pid" ] && kill "$ns_pid" 2>/dev/null && wait "$ns_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+port=$(( 20000 + RANDOM % 20000 ))
+mkdir -p "$work/ns" "$work/impl_dir" "$work/web/wai/NameService"
+omniNames -start "$port" -logdir "$work/ns" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
+  -ORBmaxGIOPVersion 1.0 >"$work/ns.out" 2>&1 &
+ns_pid=$!
+for _ in $(seq 100); do
+  grep -q 'Root context is IOR:' "$work/ns.out" && break
+  sleep 0.1
+done
+ior=$(grep -o 'IOR:[0-9a-f]*' "$work/ns.out" | head -1)
+[ -n "$ior" ] || { echo "demo: omniNames did not start" >&2; cat "$work/ns.out" >&2; exit 1; }
+echo "demo: naming service on 127.0.0.1:$port"
+echo "$ior" > "$work/web/wai/NameService/demo.IOR"
+
+echo "demo: starting vex -v"
+set +e
+(cd "$work" && NS_SERVER_ROOT="$work/web" NS_SERVER_ID=demo KELVANOR_IMPL_PATH="$work/impl_dir" \
+  timeout 20 "$root/$build/vex" -v)
+status=$?
+set -e
+echo "demo: vex ended with status $status"

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what building and testing Kelvanor needs on a fresh Debian
+# machine: the compiler and build tools, GoogleTest, Google Benchmark, and
+# omniNames, the naming service that the tests and the demo run beside vex.
+# Does nothing when everything is present already.
+set -euo pipefail
+
+need=()
+have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver; do
+  have_pkg "$pkg" || need+=("$pkg")
+done
+[ ${#need[@]} -eq 0 ] && exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "deps: missing packages: ${need[*]}; run as root or install them" >&2
+  exit 1
+fi
+echo "deps: installing ${need[*]}"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
