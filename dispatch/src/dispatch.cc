@@ -1,1 +1,292 @@
-// Placeholder until this unit is written.
+// The select() event loop: owed events before the kernel, I/O before timers.
+#include "dispatch.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <sys/select.h>
+
+#include "tvops.h"
+
+dpDispatcher* dpDispatcher::_instance = nullptr;
+
+namespace {
+// Allocates a handler table with every entry null.
+std::unique_ptr<dpIOHandler*[]> newTable() {
+    return std::unique_ptr<dpIOHandler*[]>(new dpIOHandler*[dpDispatcher::kMaxHandlers]());
+}
+
+void checkRange(int fd) {
+    if (fd < 0 || fd >= dpDispatcher::kMaxHandlers)
+        std::abort();
+}
+}  // namespace
+
+dpDispatcher::dpDispatcher()
+    : _nfds(0),
+      _rmask(new dpFdMask),
+      _wmask(new dpFdMask),
+      _emask(new dpFdMask),
+      _rmaskready(new dpFdMask),
+      _wmaskready(new dpFdMask),
+      _emaskready(new dpFdMask),
+      _rtable(newTable()),
+      _wtable(newTable()),
+      _etable(newTable()),
+      _queue(new dpTimerQueue) {}
+
+// A deleted shared instance is not handed out again.
+dpDispatcher::~dpDispatcher() {
+    if (_instance == this)
+        _instance = nullptr;
+}
+
+dpDispatcher* dpDispatcher::instance() {
+    if (_instance == nullptr)
+        _instance = new dpDispatcher;
+    return _instance;
+}
+
+void dpDispatcher::instance(dpDispatcher* d) {
+    _instance = d;
+}
+
+dpIOHandler** dpDispatcher::table(DispatcherMask mask) const {
+    switch (mask) {
+    case ReadMask: return _rtable.get();
+    case WriteMask: return _wtable.get();
+    case ExceptMask: return _etable.get();
+    }
+    std::abort();
+}
+
+dpFdMask* dpDispatcher::readyMask(DispatcherMask mask) const {
+    switch (mask) {
+    case ReadMask: return _rmaskready.get();
+    case WriteMask: return _wmaskready.get();
+    case ExceptMask: return _emaskready.get();
+    }
+    std::abort();
+}
+
+void dpDispatcher::link(int fd, DispatcherMask mask, dpIOHandler* handler) {
+    checkRange(fd);
+    attach(fd, mask, handler);
+}
+
+dpIOHandler* dpDispatcher::handler(int fd, DispatcherMask mask) const {
+    checkRange(fd);
+    return table(mask)[fd];
+}
+
+void dpDispatcher::unlink(int fd) {
+    checkRange(fd);
+    detach(fd);
+}
+
+void dpDispatcher::startTimer(long sec, long usec, dpIOHandler* handler) {
+    timeval delta;
+    delta.tv_sec = sec;
+    delta.tv_usec = usec;
+    _queue->insert(dpTimerQueue::currentTime() + delta, handler);
+}
+
+void dpDispatcher::stopTimer(dpIOHandler* handler) {
+    _queue->remove(handler);
+}
+
+iv_boolean dpDispatcher::setReady(int fd, DispatcherMask mask) {
+    if (handler(fd, mask) == nullptr)
+        return false;
+    readyMask(mask)->setBit(fd);
+    return true;
+}
+
+iv_boolean dpDispatcher::anyReady() const {
+    return _rmaskready->anySet() || _wmaskready->anySet() || _emaskready->anySet();
+}
+
+iv_boolean dpDispatcher::dispatch() {
+    return dispatch(static_cast<timeval*>(nullptr));
+}
+
+iv_boolean dpDispatcher::dispatch(long& sec, long& usec) {
+    timeval howlong;
+    howlong.tv_sec = sec;
+    howlong.tv_usec = usec;
+    const timeval given = howlong;
+    const timeval start = dpTimerQueue::currentTime();
+    iv_boolean success = dispatch(&howlong);
+    const timeval elapsed = dpTimerQueue::currentTime() - start;
+    const timeval left = given > elapsed ? given - elapsed : dpTimerQueue::_zeroTime;
+    sec = left.tv_sec;
+    usec = left.tv_usec;
+    return success;
+}
+
+// Owed events and a select() never mix in one round, so a handler that keeps
+// answering positive holds the loop until it stops.
+iv_boolean dpDispatcher::dispatch(timeval* howlong) {
+    dpFdMask rmask, wmask, emask;
+    int nfound;
+    if (anyReady())
+        nfound = fillInReady(rmask, wmask, emask);
+    else
+        nfound = waitFor(rmask, wmask, emask, howlong);
+    notify(nfound, rmask, wmask, emask);
+    return nfound > 0;
+}
+
+void dpDispatcher::attach(int fd, DispatcherMask mask, dpIOHandler* handler) {
+    checkRange(fd);
+    switch (mask) {
+    case ReadMask:
+        _rmask->setBit(fd);
+        _rtable[fd] = handler;
+        break;
+    case WriteMask:
+        _wmask->setBit(fd);
+        _wtable[fd] = handler;
+        break;
+    case ExceptMask:
+        _emask->setBit(fd);
+        _etable[fd] = handler;
+        break;
+    default:
+        std::abort();
+    }
+    if (_nfds < fd + 1)
+        _nfds = fd + 1;
+}
+
+// Pending ready bits stay: a stale one meets a null handler in notify.
+void dpDispatcher::detach(int fd) {
+    checkRange(fd);
+    _rmask->clrBit(fd);
+    _rtable[fd] = nullptr;
+    _wmask->clrBit(fd);
+    _wtable[fd] = nullptr;
+    _emask->clrBit(fd);
+    _etable[fd] = nullptr;
+    if (_nfds == fd + 1) {
+        while (_nfds >= 1 && _rtable[_nfds - 1] == nullptr && _wtable[_nfds - 1] == nullptr &&
+               _etable[_nfds - 1] == nullptr)
+            --_nfds;
+    }
+}
+
+int dpDispatcher::fillInReady(dpFdMask& r, dpFdMask& w, dpFdMask& e) {
+    r = *_rmaskready;
+    w = *_wmaskready;
+    e = *_emaskready;
+    _rmaskready->zero();
+    _wmaskready->zero();
+    _emaskready->zero();
+    return r.numSet() + w.numSet() + e.numSet();
+}
+
+int dpDispatcher::waitFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong) {
+    int nfound;
+    do {
+        r = *_rmask;
+        w = *_wmask;
+        e = *_emask;
+        howlong = calculateTimeout(howlong);
+        // The masks hold 1024 bits; a bound above that would let select()
+        // read past them, so descriptors beyond the masks are not selected.
+        const int bound = _nfds < dpFdMask::kBits ? _nfds : dpFdMask::kBits;
+        // select() on this platform writes the time left back into its
+        // argument; it gets a copy so that the caller's limit is untouched
+        // and an interrupted wait starts over with the full limit.
+        timeval limit = howlong != nullptr ? *howlong : dpTimerQueue::_zeroTime;
+        timeval* limitOrNull = howlong != nullptr ? &limit : nullptr;
+        nfound = select(bound, r.fdSet(), w.fdSet(), e.fdSet(), limitOrNull);
+        if (nfound < 0)
+            handleError();
+    } while (nfound < 0);
+    return nfound;
+}
+
+// The bound is read anew at every step: a handler may link or unlink.
+// Each table entry is read just before its call, so an event for a
+// descriptor unlinked earlier in the round (or in a nested round) is passed
+// over.
+void dpDispatcher::notify(int nfound, dpFdMask& r, dpFdMask& w, dpFdMask& e) {
+    for (int fd = 0; fd < _nfds && nfound > 0; ++fd) {
+        if (r.isSet(fd)) {
+            deliver(fd, ReadMask, &dpIOHandler::inputReady);
+            --nfound;
+        }
+        if (w.isSet(fd)) {
+            deliver(fd, WriteMask, &dpIOHandler::outputReady);
+            --nfound;
+        }
+        if (e.isSet(fd)) {
+            deliver(fd, ExceptMask, &dpIOHandler::exceptionRaised);
+            --nfound;
+        }
+    }
+    if (!_queue->isEmpty())
+        _queue->expire(dpTimerQueue::currentTime());
+}
+
+// After a negative result the descriptor is gone as a whole, so the later
+// steps for the same descriptor find no handler.
+void dpDispatcher::deliver(int fd, DispatcherMask mask, int (dpIOHandler::*event)(int)) {
+    dpIOHandler* h = table(mask)[fd];
+    if (h == nullptr)
+        return;
+    const int status = (h->*event)(fd);
+    if (status < 0)
+        detach(fd);
+    else if (status > 0)
+        readyMask(mask)->setBit(fd);
+}
+
+// Uses one function-static timeval; nothing runs between this call and the
+// select() that reads it, so nesting cannot disturb it.
+timeval* dpDispatcher::calculateTimeout(timeval* howlong) const {
+    static timeval timeout;
+    if (_queue->isEmpty())
+        return howlong;
+    const timeval now = dpTimerQueue::currentTime();
+    const timeval earliest = _queue->earliestTime();
+    if (earliest > now) {
+        timeout = earliest - now;
+        if (howlong != nullptr && !(*howlong > timeout))
+            return howlong;
+    } else {
+        timeout = dpTimerQueue::_zeroTime;
+    }
+    return &timeout;
+}
+
+void dpDispatcher::handleError() {
+    const int error = errno;
+    if (error == EINTR)
+        return;
+    if (error == EBADF) {
+        checkConnections();
+        return;
+    }
+    std::perror("Dispatcher: select");
+    std::cout << "Dispatcher::handleError: Select error (" << error << ")" << std::endl;
+    std::exit(1);
+}
+
+// Probes each descriptor with a read handler on its own; one that select()
+// refuses is detached, without telling its handler. Descriptors only in the
+// write or exception tables are not probed.
+void dpDispatcher::checkConnections() {
+    for (int fd = 0; fd < _nfds; ++fd) {
+        if (_rtable[fd] == nullptr)
+            continue;
+        dpFdMask probe;
+        probe.setBit(fd);
+        timeval poll = dpTimerQueue::_zeroTime;
+        const int bound = fd + 1 < dpFdMask::kBits ? fd + 1 : dpFdMask::kBits;
+        if (select(bound, probe.fdSet(), nullptr, nullptr, &poll) < 0)
+            detach(fd);
+    }
+}

@@ -1,0 +1,153 @@
+// Class descriptors: registration and lookup, the declared-base walk, the
+// checked cast and its failure reports, and the start-up trace.
+#include "tbtinfo.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <string>
+
+#include "tbiostrm.h"
+
+namespace {
+
+class TTBase : public TBObject {
+public:
+    explicit TTBase(int k = 0) : key(k) {}
+    explicit TTBase(TBistream& s) : TBObject(s) {}
+    unsigned hash() const override { return static_cast<unsigned>(key); }
+    int compare(const TBObject& o) const override {
+        return key - static_cast<const TTBase&>(o).key;
+    }
+    void write(TBostream&) const override {}
+    int key = 0;
+    TB_DECLARE_CLASS(TTBase);
+};
+
+#define TT_CLASS(Name, Parent)  \
+    class Name : public Parent { \
+    public:                      \
+        using Parent::Parent;    \
+        TB_DECLARE_CLASS(Name);  \
+    }
+TT_CLASS(TTMid, TTBase);
+TT_CLASS(TTLeaf, TTMid);
+TT_CLASS(TTOther, TTBase);  // declares TBObject as its only base
+TT_CLASS(TTMulti, TTMid);   // declares TTOther as well
+TT_CLASS(TTEarly, TTBase);
+TT_CLASS(TTLate, TTEarly);
+TT_CLASS(TTAnon, TTBase);
+#undef TT_CLASS
+
+TBTransObject* otherRead(TBistream&) { return nullptr; }
+
+}  // namespace
+
+TB_DEFINE_CLASS(TTBase, "TTBase", TBObject::desc());
+TB_DEFINE_CLASS(TTMid, "TTMid", TTBase::desc());
+TB_DEFINE_CLASS(TTLeaf, "TTLeaf", TTMid::desc());
+TB_DEFINE_CLASS(TTOther, "TTOther", TBObject::desc());
+TB_DEFINE_CLASS(TTMulti, "TTMulti", TTOther::desc(), TTMid::desc());
+// Defined before its base on purpose: the base has no name yet.
+TB_DEFINE_CLASS(TTLate, "TTLate", TTEarly::desc());
+TB_DEFINE_CLASS(TTEarly, "TTEarly");
+// A descriptor whose name was never set, as before static initialisation.
+TBTransObject* TTAnon::readFrom(TBistream&) { return nullptr; }
+TBTypeInfo TTAnon::_typeInfo(nullptr, &TTAnon::readFrom, nullptr);
+
+TEST(TBTypeInfo, DeclaredBasesAndLookup) {
+    EXPECT_TRUE(TTLeaf::desc()->hasBase(*TTMid::desc()));
+    EXPECT_TRUE(TTLeaf::desc()->hasBase(*TBObject::desc()));
+    EXPECT_FALSE(TTLeaf::desc()->hasBase(*TTLeaf::desc()));
+    EXPECT_FALSE(TTMid::desc()->hasBase(*TTLeaf::desc()));
+    EXPECT_FALSE(TTOther::desc()->hasBase(*TTBase::desc()));  // only what is declared
+    EXPECT_TRUE(TTMulti::desc()->hasBase(*TTBase::desc()));    // through the second base
+
+    EXPECT_EQ(TTLeaf::desc(), TBTypeInfo::typeInfo("TTLeaf"));
+    EXPECT_EQ(nullptr, TBTypeInfo::readFunc("TBObject"));
+    EXPECT_EQ(nullptr, TBTypeInfo::typeInfo("TTNoSuchClass"));
+    TBTypeInfo second("TTLeaf", &otherRead, nullptr);  // the first of a name stays
+    EXPECT_EQ(TTLeaf::desc(), TBTypeInfo::typeInfo("TTLeaf"));
+    EXPECT_EQ(&TTLeaf::readFrom, TBTypeInfo::readFunc("TTLeaf"));
+}
+
+TEST(TBTypeDict, HashAndGrowthKeepEveryName) {
+    EXPECT_EQ(0u, TBTypeDict::strHash(""));
+    EXPECT_EQ((97u * 2) ^ 98u, TBTypeDict::strHash("ab"));
+    EXPECT_EQ(255u, TBTypeDict::strHash("\xff"));  // characters count unsigned
+    EXPECT_LE(TBTypeDict::strHash(std::string(64, '\xff').c_str()), 0x7fffffffu);
+
+    // Enough names for several doublings; all stay findable.
+    static int run = 0;  // names must be new on a repeated run too
+    auto name = [](int i) { return "TTGrow" + std::to_string(run) + "." + std::to_string(i); };
+    TBTypeDict& dict = TBTypeDict::instance();
+    unsigned before = dict.count();
+    ++run;
+    for (int i = 0; i < 300; ++i)
+        dict.add(name(i).c_str(), i % 2 ? TTMid::desc() : TTLeaf::desc());
+    EXPECT_EQ(before + 300, dict.count());
+    for (int i = 0; i < 300; ++i)
+        ASSERT_EQ(i % 2 ? TTMid::desc() : TTLeaf::desc(), dict.find(name(i).c_str()));
+}
+
+TEST(TBObject, EqualityAndCheckedCast) {
+    TTMid a(3), b(3);
+    TTLeaf d(3);
+    EXPECT_TRUE(a == b);
+    EXPECT_FALSE(a.isEqual(d));  // compare gives 0, but the class differs
+
+    TTBase* p = &d;
+    EXPECT_EQ(&d, TB_CAST(TTLeaf, p));
+    EXPECT_EQ(&d, TB_CAST(TTMid, p));
+    p = nullptr;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(nullptr, TB_CAST(TTOther, p));
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+}
+
+// The reports go to standard output; a death test looks at standard error,
+// so the dying child points one at the other first.
+TEST(TBObjectDeathTest, FailedCastReportsAndAborts) {
+    TTLeaf leaf;
+    TTAnon anon;
+    TTBase* p = &leaf;
+    EXPECT_DEATH((dup2(2, 1), TB_CAST(TTOther, p)),
+                 "^Invalid cast: Cannot cast 'TTLeaf' to 'TTOther'\n"
+                 "File: [^\n]*tbtinfo_test\\.cc, Line: [0-9]+\n$");
+    p = &anon;
+    EXPECT_DEATH((dup2(2, 1), TB_CAST(TTLeaf, p)),
+                 "^ClassInfo has not been initialized properly\\. Make sure you have "
+                 "'TBinit\\(\\)' \\(for generic\\)  or 'TBTinit\\(\\)' \\(typed objects\\) "
+                 "at the  begining of main to ensure proper static  class "
+                 "initialization\\. \n$");
+}
+
+// Output of this program started again with nothing to test, under the
+// given environment settings, stopped after ten seconds at most.
+static std::string staticTrace(const char* env) {
+    char self[PATH_MAX] = {0};
+    if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0) return "no self";
+    std::string cmd = std::string("env ") + env + " timeout -s KILL 10 '" + self +
+                      "' --gtest_list_tests '--gtest_filter=-*'";
+    std::string out;
+    if (FILE* p = popen(cmd.c_str(), "r")) {
+        char buf[4096];
+        for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+        pclose(p);
+    }
+    return out;
+}
+
+TEST(TBTypeInfo, DebugStaticTracesEveryClassBeforeMain) {
+    std::string out = staticTrace("DEBUG_STATIC=");  // an empty value counts too
+    const char* blocks[] = {
+        "initializating class: TTMulti\nThe class has the following base:\n'TTOther'\n'TTMid'\n\n",
+        "initializating class: TTLate\nThe class has the following base:\n(null)\n\n",
+        "initializating class: TTEarly\nThe class is directly derived from TBTransObject\n\n",
+        "initializing class: (null)\nThe class is directly derived from TBTransObject\n\n",
+    };
+    for (const char* b : blocks) EXPECT_NE(std::string::npos, out.find(b)) << b;
+    EXPECT_EQ(std::string::npos, staticTrace("-u DEBUG_STATIC").find("Static initializ"));
+}

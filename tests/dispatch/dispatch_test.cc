@@ -1,0 +1,222 @@
+// The event loop against real pipes and socket pairs: delivery order, the
+// three handler results, nesting, time limits and select() failures.
+#include "dispatch.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <string>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Log = std::vector<std::string>;
+constexpr dpDispatcher::DispatcherMask R = dpDispatcher::ReadMask, W = dpDispatcher::WriteMask;
+
+// Logs "<name>:in", ":out", ":timer", drains its input, answers `result`.
+struct Recorder : dpIOHandler {
+    Recorder(Log& log, const char* name) : log(log), name(name) {}
+    int inputReady(int fd) override {
+        log.push_back(name + ":in");
+        char buf[16];
+        while (read(fd, buf, sizeof buf) > 0)
+            ++reads;
+        if (onInput)
+            onInput();
+        return result;
+    }
+    int outputReady(int) override { return log.push_back(name + ":out"), result; }
+    void timerExpired(long, long) override { log.push_back(name + ":timer"); }
+    Log& log;
+    std::string name;
+    int result = 0, reads = 0;
+    std::function<void()> onInput;
+};
+
+// Counts the rounds that went to select() and shows select() errors.
+struct ProbeDispatcher : dpDispatcher {
+    int bound() const { return _nfds; }
+    int waitFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong) override {
+        ++selectRounds;
+        return dpDispatcher::waitFor(r, w, e, howlong);
+    }
+    void handleError() override {
+        const int error = errno;
+        onError(error);
+        errno = error;
+        dpDispatcher::handleError();
+    }
+    int selectRounds = 0;
+    std::function<void(int)> onError = [](int) {};
+};
+
+class DispatcherLoop : public ::testing::Test {
+protected:
+    ~DispatcherLoop() override {
+        for (int fd : _fds)
+            close(fd);
+    }
+    // A non-blocking pipe (or socket pair) closed with the test: {read, write}.
+    std::vector<int> pair(bool socket = false) {
+        int fd[2];
+        EXPECT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, fd) : pipe(fd), 0);
+        for (int f : fd)
+            fcntl(f, F_SETFL, O_NONBLOCK), _fds.push_back(f);
+        return {fd[0], fd[1]};
+    }
+    static void put(const std::vector<int>& p) { EXPECT_EQ(write(p[1], "x", 1), 1); }
+
+    Log log;
+    ProbeDispatcher d;
+    timeval poll = {0, 0}, ten = {10, 0};
+    std::vector<int> _fds;
+};
+
+}  // namespace
+
+// Owed events (a positive result, setReady) go before anything new from the
+// kernel, without select and without waiting.
+TEST_F(DispatcherLoop, OwedEventsAreServedBeforeAnythingElse) {
+    auto a = pair(), b = pair();
+    Recorder ra(log, "a"), rb(log, "b");
+    ra.onInput = [&] { ra.result = log.size() < 3; };
+    d.link(a[0], R, &ra);
+    d.link(b[0], R, &rb);
+    put(a);
+    EXPECT_TRUE(d.dispatch(&ten));
+    put(b);
+    EXPECT_TRUE(d.dispatch(&ten) && d.dispatch(&ten));
+    EXPECT_EQ(d.selectRounds, 1);
+    EXPECT_TRUE(d.dispatch(&ten));
+    EXPECT_EQ(log, (Log{"a:in", "a:in", "a:in", "b:in"}));
+
+    EXPECT_FALSE(d.setReady(b[0], W) || d.anyReady());  // no write handler
+    EXPECT_TRUE(d.setReady(b[0], R));
+    EXPECT_TRUE(d.dispatch(&ten));  // b has nothing to read, yet is called
+    EXPECT_EQ(d.selectRounds, 2);
+    d.setReady(a[0], R);
+    d.unlink(a[0]);  // the bit still owed meets an empty table entry
+    d.dispatch(&ten);
+    EXPECT_EQ(log.size(), 5u);
+}
+
+TEST_F(DispatcherLoop, NegativeResultUnlinksTheWholeDescriptor) {
+    auto s = pair(true);
+    Recorder h(log, "h");
+    h.result = -1;
+    for (int round = 0; round < 2; ++round) {
+        if (round == 1)
+            put(s);  // readable too: the write step then finds no handler
+        d.link(s[0], R, &h);
+        d.link(s[0], W, &h);
+        EXPECT_TRUE(d.dispatch(&poll));
+        EXPECT_EQ(d.handler(s[0], R), nullptr);
+        EXPECT_EQ(d.bound(), 0);
+    }
+    EXPECT_EQ(log, (Log{"h:out", "h:in"}));
+}
+
+TEST_F(DispatcherLoop, DetachLowersTheBoundOnlyPastEmptyEntries) {
+    Recorder h(log, "h");
+    d.link(3, R, &h);  // plain numbers: nothing is selected here
+    d.link(5, W, &h);
+    d.link(9, dpDispatcher::ExceptMask, &h);
+    d.unlink(5);
+    EXPECT_EQ(d.bound(), 10);
+    d.unlink(9);
+    EXPECT_EQ(d.bound(), 4);
+}
+
+TEST_F(DispatcherLoop, NestedDispatchFromAHandler) {
+    auto a = pair(), b = pair();
+    Recorder ra(log, "a"), rb(log, "b"), t(log, "t");
+    ra.onInput = [&] { EXPECT_TRUE(d.dispatch(&ten)); };
+    d.link(a[0], R, &ra);
+    d.link(b[0], R, &rb);
+    d.startTimer(-1, 0, &t);  // already due
+    put(a);
+    put(b);
+    EXPECT_TRUE(d.dispatch(&poll));
+    // The inner round serves b, then the timer; the outer round still
+    // delivers its own copy of b's event, which finds nothing to read.
+    EXPECT_EQ(log, (Log{"a:in", "b:in", "t:timer", "b:in"}));
+    EXPECT_EQ(rb.reads, 1);
+}
+
+TEST_F(DispatcherLoop, TimersBoundTheWait) {
+    auto a = pair();
+    Recorder h(log, "h"), late(log, "late");
+    d.link(a[0], R, &h);
+    // A poll never blocks, reports nothing ready, and still runs a due timer.
+    d.startTimer(-1, 0, &h);
+    d.startTimer(10, 0, &late);
+    EXPECT_FALSE(d.dispatch(&poll));
+    // A limit shorter than the timer leaves it running; the time left never
+    // goes below zero.
+    long sec = 0, usec = 10000;
+    EXPECT_FALSE(d.dispatch(sec, usec));
+    EXPECT_TRUE(sec == 0 && usec == 0);
+    d.stopTimer(&late);
+    // A longer limit ends at the timer (one due exactly now runs a round later).
+    d.startTimer(0, 20000, &late);
+    sec = 5, usec = 0;
+    for (int round = 0; round < 5 && log.size() == 1; ++round)
+        EXPECT_FALSE(d.dispatch(sec, usec));
+    EXPECT_TRUE(sec == 4 && usec >= 0 && usec < 1000000);
+    EXPECT_EQ(log, (Log{"h:timer", "late:timer"}));
+}
+
+// With nothing linked and no timer, dispatch() blocks until a signal; each
+// EINTR must lead back into select, not out of the round.
+TEST_F(DispatcherLoop, InterruptedSelectStartsOver) {
+    struct sigaction quiet = {}, saved = {};
+    quiet.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &quiet, &saved), 0);
+    itimerval every5ms = {{0, 5000}, {0, 5000}}, off = {};
+    std::shared_ptr<void> restore(nullptr, [&](void*) {
+        setitimer(ITIMER_REAL, &off, nullptr);
+        sigaction(SIGALRM, &saved, nullptr);
+    });
+    auto a = pair();
+    Recorder h(log, "h");
+    int interrupts = 0;
+    d.onError = [&](int error) {
+        if (error == EINTR && ++interrupts == 3)
+            d.link(a[0], R, &h), put(a);
+    };
+    ASSERT_EQ(setitimer(ITIMER_REAL, &every5ms, nullptr), 0);
+    EXPECT_TRUE(d.dispatch());
+    EXPECT_EQ(d.selectRounds, 1);
+    EXPECT_EQ(log, Log{"h:in"});
+}
+
+TEST_F(DispatcherLoop, ClosedDescriptorIsDetachedAfterBadDescriptorError) {
+    auto live = pair();
+    int dead[2];
+    ASSERT_EQ(pipe(dead), 0);
+    Recorder rd(log, "dead"), rl(log, "live");
+    d.link(dead[0], R, &rd);
+    d.link(live[0], R, &rl);
+    close(dead[0]);
+    close(dead[1]);
+    put(live);
+    EXPECT_TRUE(d.dispatch(&ten));
+    EXPECT_EQ(d.handler(dead[0], R), nullptr);
+    EXPECT_EQ(log, Log{"live:in"});  // the detached handler is not told
+}
+
+TEST(dpDispatcherDeathTest, ProgrammingErrorsAbortAndOtherSelectErrorsExit) {
+    dpDispatcher d;
+    EXPECT_DEATH(d.link(-1, R, nullptr), "");
+    EXPECT_DEATH(d.link(2500, R, nullptr), "");
+    EXPECT_DEATH(d.handler(0, static_cast<dpDispatcher::DispatcherMask>(3)), "");
+    timeval negative = {-1, 0};  // select refuses it with EINVAL
+    EXPECT_EXIT(d.dispatch(&negative), ::testing::ExitedWithCode(1), "Dispatcher: select");
+}
