@@ -248,6 +248,9 @@ TBostream& TBostream::operator<<(const TBTransObject& obj) {
     int number;
     _outTbl->add(&obj, number);
     obj.write(*this);
+    // At the top level the object is often a temporary: forget its address
+    // now, or a later object at the same address would come out as "@".
+    if (_outTbl->objectLevel() == 0) _outTbl->clearObjects();
     return *this;
 }
 
@@ -365,7 +368,12 @@ TBTransObject* TBistream::readTransObj() {
     return readObject(info);
 }
 
-int TBistream::addToTbl(TBTransObject& obj) { return _inTbl->add(obj); }
+int TBistream::addToTbl(TBTransObject& obj) {
+    // An object built in place at the top level starts a fresh numbering,
+    // as its writer forgot everything after the previous top-level write.
+    if (_inTbl->objectLevel() == 0) _inTbl->clearObjects();
+    return _inTbl->add(obj);
+}
 
 const char* TBistream::className() const { return _class_name; }
 
