@@ -1,0 +1,504 @@
+// The IIOP stream: its CDR core as a scratch encoder and decoder, and its
+// message framing over real loopback connections, against a raw socket
+// peer that sends exactly the bytes each case needs.
+#include "zebstrm.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "dispatch.h"
+#include "except.h"
+#include "zebglob.h"
+
+namespace {
+
+// ---- bytes as a peer of the other byte order writes them
+
+std::string be16(uint16_t v) { return {char(v >> 8), char(v)}; }
+std::string be32(uint32_t v) { return be16(uint16_t(v >> 16)) + be16(uint16_t(v)); }
+std::string be64(double d) {
+    uint64_t b;
+    std::memcpy(&b, &d, 8);
+    return be32(uint32_t(b >> 32)) + be32(uint32_t(b));
+}
+std::string le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
+
+// A whole GIOP 1.0 message; bigEndian gives the order opposite to this host.
+std::string giop(uint8_t type, const std::string& body, bool bigEndian = false) {
+    std::string m = "GIOP";
+    m += '\1';
+    m += '\0';
+    m += char(bigEndian ? 0 : 1);
+    m += char(type);
+    m += bigEndian ? be32(uint32_t(body.size())) : le32(uint32_t(body.size()));
+    return m + body;
+}
+
+// Runs f and tells whether it threw E; minor and completion are kept.
+template <class E>
+bool raises(const std::function<void()>& f, CORBA::ULong* minor = nullptr,
+            CORBA::CompletionStatus* completed = nullptr) {
+    try {
+        f();
+    } catch (const E& e) {
+        if (minor) *minor = e.minor();
+        if (completed) *completed = e.completed();
+        return true;
+    }
+    return false;
+}
+
+std::string written(const ZEBIIOPstream& s) { return std::string(s.outData(), s.outLength()); }
+
+// ---- the CDR core, without a socket
+
+TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
+    ZEBIIOPstream s;
+    // Five octets, one more, then a double: 2 pad bytes bring 6 to 8.
+    s.put("abcde", 5);
+    s << char('f') << 2.5;
+    ASSERT_EQ(16u, s.outLength());
+    double d;
+    std::memcpy(&d, s.outData() + 8, 8);
+    EXPECT_EQ(2.5, d);
+
+    // The operation's length after a 3-byte key is aligned from the message
+    // start, the 12-byte header included: 31 -> 32.
+    ZEBIIOPstream r;
+    r.newOutEncapsulation();
+    r.writeMessageHeader(IIOP::Request);
+    r << CORBA::ULong(0) << CORBA::ULong(1) << CORBA::Boolean(1) << CORBA::ULong(3);
+    r.put("key", 3);
+    r << "_is_a";
+    ASSERT_EQ(42u, r.outLength());
+    EXPECT_EQ(std::string("key") + ' ' + le32(6) + std::string("_is_a", 6), written(r).substr(28));
+
+    // An empty array still aligns: one pad byte at an odd position.
+    ZEBIIOPstream a;
+    a << char(1);
+    a.put(static_cast<const short*>(nullptr), 0);
+    EXPECT_EQ(2u, a.outLength());
+
+    // A new encapsulation restarts the origin: no padding before the long.
+    a.newOutEncapsulation();
+    a << CORBA::Long(-1);
+    EXPECT_EQ(6u, a.outLength());
+}
+
+TEST(ZEBIIOPstreamCore, ScratchRoundTripOfValuesStringsAndArrays) {
+    ZEBIIOPstream w;
+    const long longs[] = {1, -1, 70000, -2147483647L - 1};
+    const unsigned long ulongs[] = {0xffffffffUL, 7};
+    const short shorts[] = {-2, 3, 4};
+    w << char('x') << short(-3) << long(-5) << 0.25f << "" << static_cast<const char*>(nullptr)
+      << "text";
+    w.put(longs, 4);
+    w.put(ulongs, 2);
+    w.put(shorts, 3);
+    std::string data = written(w);
+
+    ZEBIIOPstream r;
+    r.set_read_buffer(&data[0], data.size(), 0);
+    char c;
+    short sh;
+    long l;
+    float f;
+    char* empty = nullptr;
+    char* null = nullptr;
+    char* text = nullptr;
+    r >> c >> sh >> l >> f >> empty >> null >> text;
+    long gotLongs[4];
+    unsigned long gotUlongs[2];
+    short gotShorts[3];
+    r.get(gotLongs, 4);
+    r.get(gotUlongs, 2);
+    r.get(gotShorts, 3);
+    EXPECT_EQ('x', c);
+    EXPECT_EQ(-3, sh);
+    EXPECT_EQ(-5, l);
+    EXPECT_EQ(0.25f, f);
+    ASSERT_NE(nullptr, empty);  // "" and null stay different
+    EXPECT_STREQ("", empty);
+    EXPECT_EQ(nullptr, null);
+    EXPECT_STREQ("text", text);
+    EXPECT_TRUE(std::equal(longs, longs + 4, gotLongs));
+    EXPECT_TRUE(std::equal(ulongs, ulongs + 2, gotUlongs));
+    EXPECT_TRUE(std::equal(shorts, shorts + 3, gotShorts));
+    EXPECT_EQ(0u, r.messageBytesLeft());
+    CORBA::string_free(empty);
+    CORBA::string_free(text);
+    EXPECT_EQ(66u, data.size());  // C++ longs take 4 bytes an element
+}
+
+TEST(ZEBIIOPstreamCore, OtherByteOrderIsSwappedPerValue) {
+    std::string data = be16(0xfffe) + std::string(2, 'P') + be32(70000) + be64(-1.5) +
+                       be32(3) + be32(1) + be32(0xffffffff) + be32(0x01020304) + be32(5) +
+                       std::string("four", 5);
+    ZEBIIOPstream r;
+    r.set_read_buffer(&data[0], data.size(), 0);
+    r.byteOrder(0);
+    short s;
+    CORBA::ULong u;
+    double d;
+    CORBA::ULong n;
+    long arr[3];
+    char* str = nullptr;
+    r >> s >> u >> d >> n;
+    r.get(arr, n);
+    r >> str;
+    EXPECT_EQ(-2, s);
+    EXPECT_EQ(70000u, u);
+    EXPECT_EQ(-1.5, d);
+    EXPECT_EQ(1, arr[0]);
+    EXPECT_EQ(-1, arr[1]);
+    EXPECT_EQ(0x01020304, arr[2]);
+    EXPECT_STREQ("four", str);
+    CORBA::string_free(str);
+}
+
+TEST(ZEBIIOPstreamCore, ShortOrHostileDataIsMarshalError) {
+    // Each case reads from the bytes given and must throw CORBA_MARSHAL.
+    struct Case {
+        std::string data;
+        std::function<void(ZEBIIOPstream&)> read;
+    } cases[] = {
+        {"abc", [](ZEBIIOPstream& r) { CORBA::ULong v; r >> v; }},
+        {le32(7) + "abc", [](ZEBIIOPstream& r) { char* s = nullptr; r >> s; CORBA::string_free(s); }},
+        {le32(0xfffffff0u), [](ZEBIIOPstream& r) { char* s = nullptr; r >> s; CORBA::string_free(s); }},
+        {le32(100) + "abc", [](ZEBIIOPstream& r) { char b[8]; r.getCString(b, 8); }},
+        {std::string(8, 'x'), [](ZEBIIOPstream& r) { long a[4]; r.get(a, 0x40000001u); }},
+        {"", [](ZEBIIOPstream& r) { r.get(); }},
+    };
+    for (auto& c : cases) {
+        ZEBIIOPstream r;
+        r.set_read_buffer(&c.data[0], c.data.size(), 0);
+        EXPECT_TRUE(raises<CORBA_MARSHAL>([&] { c.read(r); })) << "data size " << c.data.size();
+    }
+
+    // A string without its terminator comes back terminated.
+    std::string unterminated = le32(3) + "abc";
+    ZEBIIOPstream r;
+    r.set_read_buffer(&unterminated[0], unterminated.size(), 0);
+    char* s = nullptr;
+    r >> s;
+    EXPECT_STREQ("ab", s);
+    CORBA::string_free(s);
+}
+
+TEST(ZEBIIOPstreamCore, GetCStringCutsAndSkipsTheRest) {
+    std::string data = le32(6) + std::string("hello", 6) + "ZZ" + le32(42);
+    ZEBIIOPstream r;
+    r.set_read_buffer(&data[0], data.size(), 0);
+    char buf[8];
+    std::memset(buf, '#', sizeof buf);
+    r.getCString(buf, 3);  // strncpy: three bytes, no terminator
+    EXPECT_EQ(std::string("hel#"), std::string(buf, 4));
+    char two[2];
+    r.get(two, 2);
+    CORBA::ULong v;
+    r >> v;
+    EXPECT_EQ(42u, v);
+}
+
+TEST(ZEBIIOPstreamCore, UnputULongRewritesACount) {
+    ZEBIIOPstream w;
+    w << char(1) << CORBA::ULong(0);
+    w.unputULong();
+    w << CORBA::ULong(9);
+    EXPECT_EQ(std::string(1, '\1') + "   " + le32(9), written(w));
+    ZEBIIOPstream empty;
+    empty.unputULong();  // nothing to take back
+    EXPECT_EQ(0u, empty.outLength());
+}
+
+// ---- over loopback
+
+// A timer handler that sends bytes to the peer socket once the stream under
+// test waits in the dispatcher: the bytes then arrive during that wait.
+struct LateWriter : dpIOHandler {
+    int fd = -1;
+    std::string bytes;
+    int fired = 0;
+    ~LateWriter() override { dpDispatcher::instance()->stopTimer(this); }
+    void timerExpired(long, long) override {
+        ++fired;
+        if (!bytes.empty()) {
+            ASSERT_EQ(ssize_t(bytes.size()), ::send(fd, bytes.data(), bytes.size(), 0));
+        }
+    }
+};
+
+class ZEBIIOPstreamLoopback : public ::testing::Test {
+protected:
+    void SetUp() override {
+        _readSize = ZEBGlobalTable::tcp_read_size;
+        _callback = ZEBGlobalTable::has_callback;
+        _listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        ASSERT_GE(_listener, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof a;
+        ASSERT_EQ(0, ::bind(_listener, reinterpret_cast<sockaddr*>(&a), sizeof a));
+        ASSERT_EQ(0, ::listen(_listener, 4));
+        ASSERT_EQ(0, getsockname(_listener, reinterpret_cast<sockaddr*>(&a), &len));
+        _port = ntohs(a.sin_port);
+    }
+    void TearDown() override {
+        ZEBGlobalTable::tcp_read_size = _readSize;
+        ZEBGlobalTable::has_callback = _callback;
+        if (peer >= 0) ::close(peer);
+        ::close(_listener);
+    }
+    // A client stream connected to the raw peer (built with the settings
+    // in force now).
+    std::unique_ptr<ZEBIIOPstream> connectClient() {
+        std::unique_ptr<ZEBIIOPstream> s(new ZEBIIOPstream);
+        s->connect("127.0.0.1", _port, 5);
+        peer = ::accept(_listener, nullptr, nullptr);
+        EXPECT_GE(peer, 0);
+        return s;
+    }
+    void send(const std::string& bytes) {
+        ASSERT_EQ(ssize_t(bytes.size()), ::send(peer, bytes.data(), bytes.size(), 0));
+    }
+    std::string receive(size_t n) {
+        std::string out(n, '\0');
+        size_t have = 0;
+        while (have < n) {
+            ssize_t r = ::recv(peer, &out[have], n - have, 0);
+            if (r <= 0) break;
+            have += size_t(r);
+        }
+        return out.substr(0, have);
+    }
+
+    int peer = -1;
+
+private:
+    int _listener = -1;
+    unsigned short _port = 0;
+    unsigned long _readSize = 0;
+    CORBA::Boolean _callback = 0;
+};
+
+TEST_F(ZEBIIOPstreamLoopback, TwoMessagesInOneReadNeedOneSystemCall) {
+    auto s = connectClient();
+    send(giop(IIOP::Reply, le32(11)) + giop(IIOP::Reply, le32(22) + le32(33)));
+    CORBA::ULong a, b, c;
+    s->receiveMessage(5);
+    *s >> a;
+    EXPECT_EQ(20u, s->bufferedBytes());
+    // The second message comes from the block: with the peer gone, any read
+    // of the socket would fail.
+    ::close(peer);
+    peer = -1;
+    s->receiveMessage(5);
+    *s >> b >> c;
+    EXPECT_EQ(8u, s->msgHeader().message_size);
+    EXPECT_EQ(11u + 22 + 33, a + b + c);
+    EXPECT_TRUE(raises<CORBA_COMM_FAILURE>([&] { s->receiveMessage(5); }));
+}
+
+TEST_F(ZEBIIOPstreamLoopback, HeaderSplitAtEveryPointIsAssembled) {
+    ZEBGlobalTable::has_callback = 1;  // waits run the dispatcher
+    auto s = connectClient();
+    for (size_t k = 1; k < 12; ++k) {
+        std::string msg = giop(IIOP::Reply, le32(uint32_t(k)));
+        send(msg.substr(0, k));
+        LateWriter late;
+        late.fd = peer;
+        late.bytes = msg.substr(k);
+        dpDispatcher::instance()->startTimer(0, 0, &late);
+        s->receiveMessage(5);
+        CORBA::ULong v;
+        *s >> v;
+        EXPECT_EQ(1, late.fired);
+        EXPECT_EQ(k, v);
+    }
+}
+
+TEST_F(ZEBIIOPstreamLoopback, BodiesLargerThanTheBlock) {
+    auto s = connectClient();
+    std::string big(10000, '\0');
+    for (size_t i = 0; i < big.size(); ++i) big[i] = char(i * 7);
+    std::string longs;
+    for (uint32_t i = 0; i < 1000; ++i) longs += le32(i * 3);
+    send(giop(IIOP::Reply, big) + giop(IIOP::Reply, longs));
+    std::string got(big.size(), '\0');
+    s->receiveMessage(5);
+    s->get(&got[0], unsigned(got.size()));  // straight past the block
+    EXPECT_EQ(big, got);
+    s->receiveMessage(5);
+    uint32_t sum = 0;
+    for (int i = 0; i < 1000; ++i) {  // through the block, refilled as needed
+        CORBA::ULong v;
+        *s >> v;
+        sum += v;
+    }
+    EXPECT_EQ(3u * 999 * 1000 / 2, sum);
+}
+
+TEST_F(ZEBIIOPstreamLoopback, PeerClosingBetweenHeaderAndBody) {
+    auto s = connectClient();
+    send(giop(IIOP::Reply, std::string(100, 'b')).substr(0, 20));
+    ::close(peer);
+    peer = -1;
+    s->receiveMessage(5);
+    char body[100];
+    CORBA::ULong minor = 99;
+    EXPECT_TRUE(raises<CORBA_COMM_FAILURE>([&] { s->get(body, 100); }, &minor));
+    EXPECT_EQ(0u, minor);
+}
+
+TEST_F(ZEBIIOPstreamLoopback, SilentPeerTimesOutWhileTheDispatcherRuns) {
+    ZEBGlobalTable::has_callback = 1;
+    auto s = connectClient();
+    dpDispatcher* d = dpDispatcher::instance();
+    LateWriter owner;   // stands for the connection's usual read handler
+    LateWriter ticker;  // another timer served during the wait
+    d->link(s->fd(), dpDispatcher::ReadMask, &owner);
+    d->startTimer(0, 0, &ticker);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(raises<CORBA_NO_RESPONSE>([&] { s->receiveMessage(1); }));
+    auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(900));
+    EXPECT_LT(waited, std::chrono::seconds(5));
+    EXPECT_EQ(1, ticker.fired);
+    EXPECT_EQ(&owner, d->handler(s->fd(), dpDispatcher::ReadMask));
+    d->unlink(s->fd());
+}
+
+TEST_F(ZEBIIOPstreamLoopback, ShortMessageIsMarshalErrorAndFramingSurvives) {
+    auto s = connectClient();
+    send(giop(IIOP::Reply, le32(5) + "xy") + giop(IIOP::Reply, le32(6)));
+    s->receiveMessage(5);
+    CORBA::ULong v;
+    *s >> v;
+    EXPECT_TRUE(raises<CORBA_MARSHAL>([&] { *s >> v; }));
+    s->receiveMessage(5);  // discards "xy"
+    *s >> v;
+    EXPECT_EQ(6u, v);
+}
+
+TEST_F(ZEBIIOPstreamLoopback, ValueStraddlingTheBlockIsSwappedOnce) {
+    ZEBGlobalTable::tcp_read_size = 20;  // header, the long, half the double
+    auto s = connectClient();
+    send(giop(IIOP::Request, be32(7) + be64(2.75), true));
+    s->receiveMessage(5);
+    EXPECT_EQ(0, s->byteOrder());
+    EXPECT_EQ(12u, s->msgHeader().message_size);
+    CORBA::ULong u;
+    double d;
+    *s >> u;
+    EXPECT_EQ(4u, s->bufferedBytes());
+    *s >> d;
+    EXPECT_EQ(7u, u);
+    EXPECT_EQ(2.75, d);
+}
+
+TEST(ZEBIIOPstreamServer, OtherByteOrderIsAnsweredInOurs) {
+    ZEBIIOPstream listener;
+    listener.listen(0, "127.0.0.1");
+    ASSERT_NE(0, listener.port());
+    int client = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(listener.port());
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(0, ::connect(client, reinterpret_cast<sockaddr*>(&a), sizeof a));
+    std::unique_ptr<ZEBIIOPstream> server(listener.accept());
+    EXPECT_TRUE(server->serverSide());
+    EXPECT_EQ(listener.port(), server->port());
+    std::unique_ptr<ZEB_EXT::ConnectionInfo> info(server->peerInfo());
+    ASSERT_NE(nullptr, info->host);
+    EXPECT_EQ(server->fd(), info->fd);
+    EXPECT_NE(0, info->port);
+
+    std::string req = giop(IIOP::Request, be16(0xfffe) + std::string(2, 'P') + be32(0x01020304), true);
+    ASSERT_EQ(ssize_t(req.size()), ::send(client, req.data(), req.size(), 0));
+    server->receiveMessage(0);
+    short s;
+    CORBA::ULong id;
+    *server >> s >> id;
+    EXPECT_EQ(-2, s);
+    EXPECT_EQ(0x01020304u, id);
+
+    server->beginWrite(0);
+    server->writeMessageHeader(IIOP::Reply);
+    *server << id;
+    server->sendMessage(0);
+    std::string reply(16, '\0');
+    ASSERT_EQ(16, ::recv(client, &reply[0], 16, MSG_WAITALL));
+    EXPECT_EQ(giop(IIOP::Reply, le32(0x01020304)), reply);
+    ::close(client);
+}
+
+TEST_F(ZEBIIOPstreamLoopback, PeerMessagesThatEndTheConnection) {
+    auto s = connectClient();
+    send(giop(IIOP::CloseConnection, "") + giop(IIOP::MessageError, "") + "GIOP\1\1\1\1" + le32(0));
+    CORBA::CompletionStatus c = CORBA::COMPLETED_YES;
+    EXPECT_TRUE(raises<CORBA_COMM_FAILURE>([&] { s->receiveMessage(5); }, nullptr, &c));
+    EXPECT_EQ(CORBA::COMPLETED_MAYBE, c);
+    EXPECT_TRUE(raises<CORBA_INV_IDENT>([&] { s->receiveMessage(5); }, nullptr, &c));
+    EXPECT_EQ(CORBA::COMPLETED_MAYBE, c);
+    EXPECT_TRUE(raises<CORBA_COMM_FAILURE>([&] { s->receiveMessage(5); }, nullptr, &c));  // 1.1
+    EXPECT_EQ(CORBA::COMPLETED_NO, c);
+}
+
+TEST_F(ZEBIIOPstreamLoopback, WriteToVanishedPeerRaisesInsteadOfKilling) {
+    auto s = connectClient();
+    ::close(peer);
+    peer = -1;
+    void (*old)(int) = std::signal(SIGPIPE, SIG_DFL);
+    std::string body(65536, 'z');
+    CORBA::ULong minor = 0;
+    bool failed = false;
+    for (int i = 0; i < 50 && !failed; ++i) {
+        failed = raises<CORBA_COMM_FAILURE>([&] {
+            s->beginWrite(0);
+            s->writeMessageHeader(IIOP::Request);
+            s->put(body.data(), unsigned(body.size()));
+            s->sendMessage(2);
+        }, &minor);
+    }
+    std::signal(SIGPIPE, old);
+    EXPECT_TRUE(failed);
+    EXPECT_TRUE(minor == EPIPE || minor == ECONNRESET) << minor;
+    EXPECT_FALSE(s->isBlocking());  // a timeout leaves the socket non-blocking
+}
+
+TEST_F(ZEBIIOPstreamLoopback, ConnectionStateErrors) {
+    auto s = connectClient();
+    EXPECT_TRUE(raises<CORBA_BAD_OPERATION>([&] { s->connect("127.0.0.1", 1, 0); }));
+    EXPECT_TRUE(raises<CORBA_BAD_OPERATION>([&] { s->listen(0, nullptr); }));
+    s->close();
+    EXPECT_FALSE(s->open());
+    EXPECT_TRUE(raises<CORBA_MARSHAL>([&] { CORBA::ULong v; *s >> v; }));
+
+    ZEBIIOPstream idle;
+    int fd;
+    EXPECT_TRUE(raises<CORBA_BAD_OPERATION>([&] { idle.accept(fd); }));
+    // Port 1 on loopback has no listener: refused, and the stream stays closed.
+    CORBA::ULong minor = 0;
+    EXPECT_TRUE(raises<CORBA_COMM_FAILURE>([&] { idle.connect("127.0.0.1", 1, 2); }, &minor));
+    EXPECT_EQ(unsigned(ECONNREFUSED), minor);
+    EXPECT_EQ(-1, idle.fd());
+    EXPECT_TRUE(raises<CORBA_BAD_PARAM>([&] { idle.connect(nullptr, 1, 0); }));
+}
+
+}  // namespace

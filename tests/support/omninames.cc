@@ -1,0 +1,143 @@
+// Starting and stopping a private omniNames for tests.
+#include "omninames.h"
+
+#include <cstring>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace ktest {
+
+namespace {
+
+sockaddr_in loopback(unsigned short port) {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(port);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return a;
+}
+
+// The reference follows "Root context is " in omniNames' log.
+std::string findRootIOR(const std::string& log) {
+    const char* marker = "Root context is ";
+    size_t at = log.find(marker);
+    if (at == std::string::npos) return std::string();
+    at += std::strlen(marker);
+    size_t end = log.find_first_of("\r\n", at);
+    if (end == std::string::npos) return std::string();  // line not complete yet
+    std::string ior = log.substr(at, end - at);
+    return ior.compare(0, 4, "IOR:") == 0 ? ior : std::string();
+}
+
+}  // namespace
+
+unsigned short freeLoopbackPort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) return 0;
+    sockaddr_in a = loopback(0);
+    socklen_t len = sizeof a;
+    unsigned short port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+        port = ntohs(a.sin_port);
+    ::close(fd);
+    return port;
+}
+
+bool loopbackPortOpen(unsigned short port) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) return false;
+    sockaddr_in a = loopback(port);
+    bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+    ::close(fd);
+    return ok;
+}
+
+bool OmniNames::available() { return access(binary(), X_OK) == 0; }
+
+OmniNames::~OmniNames() { stop(); }
+
+std::string OmniNames::output() const {
+    return _proc ? _proc->stderrText() + _proc->stdoutText() : std::string();
+}
+
+bool OmniNames::start(std::chrono::milliseconds limit) {
+    if (_proc) {
+        _error = "already started";
+        return false;
+    }
+    if (!available()) {
+        _error = std::string(binary()) + " is not installed";
+        return false;
+    }
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    // Another process may take the port between our probe and omniNames'
+    // bind; then it ends at once and the next port is tried.
+    for (int attempt = 0; attempt < 3 && std::chrono::steady_clock::now() < deadline; ++attempt) {
+        unsigned short port = freeLoopbackPort();
+        if (port == 0) {
+            _error = "no free loopback port";
+            return false;
+        }
+        if (tryPort(port, deadline)) return true;
+        stop();
+    }
+    if (_error.empty()) _error = "omniNames did not start in time";
+    return false;
+}
+
+bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_point deadline) {
+    _dir.reset(new TempDir("kelvanor-omninames"));
+    if (_dir->path().empty()) {
+        _error = "cannot make a temporary directory";
+        return false;
+    }
+    std::string p = std::to_string(port);
+    Process::Options opts;
+    opts.argv = {binary(), "-start", p, "-logdir", _dir->path(),
+                 "-ORBendPoint", "giop:tcp:127.0.0.1:" + p, "-ORBmaxGIOPVersion", "1.0"};
+    opts.cwd = _dir->path();
+    opts.stdoutPath = _dir->file("stdout");
+    opts.stderrPath = _dir->file("stderr");
+    _proc.reset(new Process);
+    if (!_proc->start(opts)) {
+        _error = _proc->error();
+        return false;
+    }
+    bool ready = false;
+    for (;;) {
+        if (_ior.empty()) _ior = findRootIOR(output());
+        if (!_ior.empty() && loopbackPortOpen(port)) {
+            ready = true;
+            break;
+        }
+        if (!_proc->running()) {
+            _error = "omniNames ended early: " + output();
+            break;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            _error = "omniNames did not serve in time: " + output();
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (ready) {
+        _port = port;
+        _error.clear();
+    }
+    return ready;
+}
+
+void OmniNames::stop() {
+    if (_proc) _proc->stop(15, std::chrono::milliseconds(3000));
+    _proc.reset();
+    _dir.reset();
+    _ior.clear();
+    _port = 0;
+}
+
+}  // namespace ktest

@@ -1,0 +1,126 @@
+// iordump: prints what a stringified object reference holds, one field to a
+// line: the type id, each profile's tag, and for an IIOP profile its
+// version, host, port and object key, with the parsed key when this broker
+// made it. The reference comes as the argument or on standard input.
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <sstream>
+#include <string>
+
+#include "except.h"
+#include "giop.h"
+#include "iorstr.h"
+#include "zeboid.h"
+
+namespace {
+
+void hex(std::ostream& out, const CORBA_OctetSequence& bytes) {
+    static const char digits[] = "0123456789abcdef";
+    const CORBA::Octet* p = bytes.get_buffer();
+    for (CORBA::ULong i = 0; i < bytes.length(); ++i) out << digits[p[i] >> 4] << digits[p[i] & 0xf];
+}
+
+void dumpKeyKind(std::ostream& out, const CORBA_OctetSequence& key) {
+    ZEBObjectId_var id = ZEBObjectId::convert(key);
+    if (!id) return;  // a key of another broker, or a tag we do not know
+    out << "key kind: ";
+    switch (id->type()) {
+    case ZEBObjectId::ID_PERSISTENT: {
+        const ZEBPersistentId* p = id;
+        out << "persistent " << p->interface_name().string() << ' '
+            << p->object_name().string();
+        break;
+    }
+    case ZEBObjectId::ID_TRANSIENT: {
+        const auto* t = static_cast<const ZEBTransientId*>(id.ptr());
+        out << "transient " << t->interface_name().string() << ' ' << t->unique_id() << ' '
+            << t->creation_time();
+        break;
+    }
+    case ZEBObjectId::ID_KEY:
+        out << "key " << static_cast<const ZEBKeyId*>(id.ptr())->unique_id();
+        break;
+    case ZEBObjectId::ID_SERVICE: {
+        const ZEBServiceId* s = id;
+        out << "service " << s->service_name().string() << ' ';
+        hex(out, s->reference_data());
+        break;
+    }
+    }
+    out << '\n';
+}
+
+void dumpProfile(std::ostream& out, CORBA::ULong index, const IOP::TaggedProfile& profile) {
+    out << "profile " << index << ": tag " << profile.tag << '\n';
+    if (profile.tag != IOP::TAG_INTERNET_IOP) return;
+    std::unique_ptr<IIOP::ObjectLocator> loc(IIOP::ObjectLocator::convert(profile.profile_data));
+    out << "iiop: " << static_cast<unsigned>(loc->iiop_version.major) << '.'
+        << static_cast<unsigned>(loc->iiop_version.minor) << ' '
+        << (loc->host.in() ? loc->host.in() : "") << ' ' << loc->port << '\n';
+    out << "key: ";
+    hex(out, loc->object_key);
+    out << '\n';
+    dumpKeyKind(out, loc->object_key);
+}
+
+// The whole dump of text, or false with the reason in error. Nothing is
+// printed until the reference has decoded to the end, so that a bad one
+// leaves exactly one line on standard error.
+bool dump(const std::string& text, std::string& result, std::string& error) {
+    std::unique_ptr<IOP::IOR> ior;
+    std::ostringstream out;
+    try {
+        ior.reset(stringToIOR(text.c_str()));
+        if (!ior) {
+            error = "not a stringified object reference";
+            return false;
+        }
+        if (!ior->type_id.in() && ior->profiles.length() == 0) {
+            out << "nil\n";
+        } else {
+            out << "type_id: " << (ior->type_id.in() ? ior->type_id.in() : "") << '\n';
+            for (CORBA::ULong i = 0; i < ior->profiles.length(); ++i)
+                dumpProfile(out, i, ior->profiles[i]);
+        }
+    } catch (const CORBA_SystemException& e) {
+        error = std::string("malformed object reference (") + e._desc()->name + ")";
+        return false;
+    } catch (const std::bad_alloc&) {
+        error = "malformed object reference (out of memory)";
+        return false;
+    }
+    result = out.str();
+    return true;
+}
+
+std::string trimmed(const std::string& s) {
+    const char* blanks = " \t\r\n";
+    const std::string::size_type first = s.find_first_not_of(blanks);
+    if (first == std::string::npos) return std::string();
+    return s.substr(first, s.find_last_not_of(blanks) - first + 1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 2) {
+        std::cerr << "usage: iordump [IOR:...]" << std::endl;
+        return 2;
+    }
+    std::string text;
+    if (argc == 2) {
+        text = argv[1];
+    } else {
+        text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    }
+    std::string result, error;
+    if (!dump(trimmed(text), result, error)) {
+        std::cerr << "iordump: " << error << std::endl;
+        return 1;
+    }
+    std::cout << result << std::flush;
+    return 0;
+}

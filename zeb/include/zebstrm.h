@@ -1,0 +1,288 @@
+// One TCP connection that speaks GIOP: socket, message framing and the CDR
+// marshaller in one object. It waits for its socket inside a nested run of
+// the dispatcher, so that other connections and timers are served meanwhile.
+// Without a socket the same class is a scratch encoder and decoder for
+// object keys, profiles and stringified references.
+#ifndef KELVANOR_ZEBSTRM_H
+#define KELVANOR_ZEBSTRM_H
+
+#include <cstddef>
+#include <memory>
+
+#include "corba.h"
+#include "giop.h"
+#include "iohandle.h"
+#include "mstrm.h"
+#include "tbipcstr.h"
+
+struct sockaddr_in;
+
+namespace ZEB_EXT {
+
+// What a server knows of the caller of a connection.
+struct ConnectionInfo {
+    ConnectionInfo() = default;
+    ~ConnectionInfo();
+    ConnectionInfo(const ConnectionInfo&) = delete;
+    ConnectionInfo& operator=(const ConnectionInfo&) = delete;
+
+    char* host = nullptr;  // owned, from CORBA::string_alloc; null if unknown
+    unsigned short port = 0;
+    int fd = -1;
+};
+
+}  // namespace ZEB_EXT
+
+// Failures are CORBA system exceptions: transport faults CORBA_COMM_FAILURE
+// (minor errno, completed NO), time-outs CORBA_NO_RESPONSE, reads past the
+// end of the message or on an unconnected stream CORBA_MARSHAL, operations
+// in the wrong open state CORBA_BAD_OPERATION. The stream never closes
+// itself on failure, but for a failed connect: its owner decides.
+class ZEBIIOPstream : public GIOPstream, public dpIOHandler {
+public:
+    // No socket. Blocks are sized from ZEBGlobalTable. The first stream made
+    // in the process installs a zeroed SIGPIPE action (the default action);
+    // writes use MSG_NOSIGNAL, so a vanished peer is a CORBA_COMM_FAILURE
+    // all the same.
+    ZEBIIOPstream();
+    // Closes the descriptor if open (without shutdown) and frees all blocks.
+    ~ZEBIIOPstream() override;
+
+    const char* className() const override;
+    int isKindOf(const char* name) const override;
+
+    // ---- Reading. Values of 2, 4 and 8 bytes are aligned to their size from
+    // the input position, and swapped when the data byte order differs from
+    // IIOP::BYTE_ORDER. C++ long and unsigned long carry 4 bytes.
+
+    // A count of 0 gives null (the old pointer is not freed). A non-null
+    // target is kept when strlen(target) + 1 covers the count, else it is
+    // freed with CORBA::string_free and replaced; so it must come from
+    // CORBA::string_alloc. The caller owns the result.
+    TBistream& operator>>(char*& s) override;
+    TBistream& operator>>(char& c) override;
+    TBistream& operator>>(unsigned char& c) override;
+    TBistream& operator>>(short& v) override;
+    TBistream& operator>>(unsigned short& v) override;
+    TBistream& operator>>(int& v) override;
+    TBistream& operator>>(unsigned int& v) override;
+    TBistream& operator>>(long& v) override;
+    TBistream& operator>>(unsigned long& v) override;
+    TBistream& operator>>(float& v) override;
+    TBistream& operator>>(double& v) override;
+
+    int get() override;
+    TBistream& get(char& c) override;
+    TBistream& get(unsigned char& c) override;
+    // Raw bytes: no alignment, no swapping.
+    TBistream& get(char* p, unsigned n) override;
+    TBistream& get(unsigned char* p, unsigned n) override;
+    // Arrays align once, move all n elements, then swap each if needed.
+    TBistream& get(short* p, unsigned n) override;
+    TBistream& get(unsigned short* p, unsigned n) override;
+    TBistream& get(int* p, unsigned n) override;
+    TBistream& get(unsigned int* p, unsigned n) override;
+    TBistream& get(long* p, unsigned n) override;
+    TBistream& get(unsigned long* p, unsigned n) override;
+    TBistream& get(float* p, unsigned n) override;
+    TBistream& get(double* p, unsigned n) override;
+    // Copies min(max, count) bytes with strncpy semantics (max of all ones
+    // means "the count"); the stream moves past the whole string. When the
+    // string was not wholly buffered the copy is taken again from what then
+    // stands at the read pointer, which may lose the text: kept on purpose.
+    TBistream& getCString(char* buf, unsigned max) override;
+
+    // ---- Writing, in host order. Values are aligned as on reading, padding
+    // bytes are blanks. The operators return the TBostream part.
+
+    // Null: count 0 and no bytes. Otherwise strlen + 1, then the text and NUL.
+    TBostream& operator<<(const char* s) override;
+    TBostream& operator<<(char c) override;
+    TBostream& operator<<(unsigned char c) override;
+    TBostream& operator<<(short v) override;
+    TBostream& operator<<(unsigned short v) override;
+    TBostream& operator<<(int v) override;
+    TBostream& operator<<(unsigned int v) override;
+    TBostream& operator<<(long v) override;
+    TBostream& operator<<(unsigned long v) override;
+    TBostream& operator<<(float v) override;
+    TBostream& operator<<(double v) override;
+    TBostream& operator<<(const TBTransObject* obj) override;
+    TBostream& operator<<(const TBTransObject& obj) override;
+
+    TBostream& put(char c) override;
+    TBostream& put(const char* p, unsigned n) override;
+    TBostream& put(const unsigned char* p, unsigned n) override;
+    TBostream& put(const short* p, unsigned n) override;
+    TBostream& put(const unsigned short* p, unsigned n) override;
+    TBostream& put(const int* p, unsigned n) override;
+    TBostream& put(const unsigned int* p, unsigned n) override;
+    TBostream& put(const long* p, unsigned n) override;
+    TBostream& put(const unsigned long* p, unsigned n) override;
+    TBostream& put(const float* p, unsigned n) override;
+    TBostream& put(const double* p, unsigned n) override;
+    TBostream& putCString(const char* s) override;
+
+    // ---- Message life (CORBA_MarshalStream, GIOPstream).
+
+    // Drops buffered input (read-ahead included) / the output written so far,
+    // and sets that direction's position to 0.
+    void rewindInBuffer() override;
+    void rewindOutBuffer() override;
+    void flushRead() override {}
+    // Patches message_size (total less 12) into the header and writes the
+    // block. The block must start with a header (writeMessageHeader).
+    void sendMessage(unsigned long timeout) override;
+    // Discards the rest of the previous message, reads the next header and
+    // leaves the body to the read operators. CloseConnection from the peer
+    // is CORBA_COMM_FAILURE (completed MAYBE), MessageError CORBA_INV_IDENT
+    // (MAYBE), a bad magic or version CORBA_COMM_FAILURE (NO).
+    void receiveMessage(unsigned long timeout) override;
+    void sendAndWaitForReply(unsigned long timeout) override;
+    // TypeCode support arrives with the TypeCode class; until then both
+    // throw CORBA_NO_IMPLEMENT.
+    void putTypeCode(CORBA_TypeCode* tc) override;
+    void getTypeCode(CORBA_TypeCode*& tc) override;
+
+    void close() override;
+    CORBA::Boolean open() const override { return _open; }
+    const IIOP::MessageHeader& msgHeader() const override { return _header; }
+    // Input position to 0; the caller reads and stores the byte-order octet.
+    void newInEncapsulation() override { _inPos = 0; }
+    // Output position to 0 and the data byte order back to ours.
+    void newOutEncapsulation() override;
+    // Consumes what the reader left of the current message, in bounded chunks.
+    void discardCurMsg() override;
+    // A new record the caller deletes; empty if the peer is unknown.
+    ZEB_EXT::ConnectionInfo* peerInfo() override;
+    // Takes back the four bytes written last (no-op with fewer written).
+    void unputULong() override;
+    void blocking(unsigned char on) override;
+    int fd() const override { return _fd; }
+    CORBA::Boolean hasMoreData() const override { return _in.read_ptr < _in.read_end; }
+
+    // Resets the output block and writes a header of this type with size 0,
+    // in our byte order. The output position is left as it is: call
+    // beginWrite or newOutEncapsulation first when starting afresh.
+    void writeMessageHeader(IIOP::MsgType type);
+
+    // ---- Scratch use.
+
+    // Reads from the caller's bytes instead of a connection; the stream
+    // frees them (delete[]) only if owned. The data count as one message.
+    void set_read_buffer(char* data, unsigned long size, unsigned char owned);
+    // The byte order the reader swaps against (IIOP::BYTE_ORDER: no swap).
+    unsigned char byteOrder() const { return _byteOrder; }
+    void byteOrder(unsigned char order) { _byteOrder = order; }
+    // The bytes written to the output block so far.
+    const char* outData() const { return _out->write_base; }
+    unsigned long outLength() const { return static_cast<unsigned long>(_out->writeCount()); }
+    unsigned long inPosition() const { return _inPos; }
+    unsigned long outPosition() const { return _outPos; }
+    // Bytes of the current input message not yet consumed.
+    unsigned long messageBytesLeft() const { return _msgLeft; }
+    unsigned long bufferedBytes() const { return static_cast<unsigned long>(_in.readAvail()); }
+
+    // ---- Sockets. Host and port arguments are in host order.
+
+    // A listening socket on ipaddr (null: any address); port 0 lets the
+    // kernel choose, read back into port().
+    void listen(int port, const char* ipaddr);
+    // Accepts one connection. newfd is close-on-exec and keep-alive.
+    void accept(int& newfd);
+    // The same, wrapped in a new stream that the caller deletes.
+    ZEBIIOPstream* accept();
+    // Adopts a connected descriptor (server side).
+    void attach(int fd);
+    // timeout in seconds, 0 for none. An unknown host is CORBA_BAD_PARAM.
+    void connect(const char* host, unsigned short port, unsigned long timeout);
+    void connect(const sockaddr_in* addr, unsigned long timeout);
+    // Round to a multiple of 1024 (down below a remainder of 501) and set
+    // SO_SNDBUF / SO_RCVBUF; both record the size as the read size.
+    void sendBufferSize(unsigned long size);
+    void receiveBufferSize(unsigned long size);
+
+    unsigned short port() const { return _port; }
+    CORBA::Boolean serverSide() const { return _serverSide; }
+    CORBA::Boolean isBlocking() const { return _blocking; }
+
+    // ---- Buffer hooks and dispatcher events.
+
+    // Fills dest with n bytes when fewer are buffered: what is buffered,
+    // then from the connection (through the block, or straight for a read
+    // of at least the read size). 0 on success; throws otherwise.
+    int underflow(char* dest, unsigned n);
+    // Grows the output block and appends n bytes. 0.
+    int overflow(const char* src, unsigned n);
+    int inputReady(int fd) override;
+    void timerExpired(long sec, long usec) override;
+
+    static const char _class_name[];
+
+private:
+    ZEBIIOPstream(const ZEBIIOPstream&) = delete;
+    ZEBIIOPstream& operator=(const ZEBIIOPstream&) = delete;
+
+    template <class W>
+    W readWire();
+    template <class W>
+    void writeWire(W v);
+    template <class Wire, class T>
+    void getArray(T* p, unsigned n);
+    template <class Wire, class T>
+    void putArray(const T* p, unsigned n);
+
+    void alignIn(unsigned n);
+    void alignOut(unsigned n);
+    void readRaw(char* dest, std::size_t n);
+    void writeRaw(const char* src, std::size_t n);
+    void reserveOut(std::size_t n);
+    void checkMessageHas(std::size_t n) const;
+    void selectMode(bool withTimeout);
+    void fillHeaderBytes();
+    void sendPending();
+
+    int _read(char* buf, long minimum, long maximum);
+    void _write(const char* buf, long length);
+    void _writev(long total, TBipcbuf* first, int count);
+    void _waitForOutput(unsigned long timeout);
+    void _waitForData(unsigned long timeout);
+    [[noreturn]] void commFailure(int minor) const;
+    [[noreturn]] static void shortData();
+    [[noreturn]] void wrongState() const;
+
+    // Input: bytes received but not consumed lie in [_in.read_ptr,
+    // _in.read_end); they may run past the current message into the next.
+    TBipcbuf _in;
+    // Output: the message being written lies in [write_base, write_ptr).
+    std::unique_ptr<TBipcbuf> _out;
+    // Body bytes of the current input message not yet consumed; never
+    // negative: a read that would pass the end throws instead.
+    CORBA::ULong _msgLeft = 0;
+    CORBA::ULong _msgSize = 0;
+    // Alignment counts: bytes read / written since the origin was last set.
+    CORBA::ULong _inPos = 0;
+    CORBA::ULong _outPos = 0;
+    unsigned char _byteOrder;  // of the data being read
+    TBipcbufList _freeBufs;
+    TBipcbufList _pendingBufs;  // nothing feeds it yet; sendMessage drains it
+    unsigned long _pendingBytes = 0;
+
+    int _fd = -1;
+    unsigned short _port = 0;
+    IIOP::MessageHeader _header;
+    CORBA::Boolean _open = 0;
+    CORBA::Boolean _blocking = 1;
+    unsigned long _blockSize;
+    // Bytes asked for per read. Buffer size settings overwrite it; reads
+    // into the block never ask for more than the block holds.
+    unsigned long _readSize;
+    unsigned long _waitTimeout = 0;
+    CORBA::Boolean _serverSide = 0;
+    int _inTcCount = 0;
+    int _outTcCount = 0;
+    int _tcDepth = 0;
+    int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
+};
+
+#endif
