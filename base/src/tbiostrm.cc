@@ -347,7 +347,7 @@ TBTransObject* TBistream::readTransObj() {
         return _inTbl->objectAt(number);
     }
     case ':': {
-        char name[256] = {0};
+        char name[257] = {0};  // binary streams put the terminator at [max]
         getCString(name, 256);
         if (std::strcmp(name, "::") == 0) return nullptr;
         info = TBTypeInfo::typeInfo(name);

@@ -1,19 +1,11 @@
-// Dictionaries: lookup by key, the first of two equal keys winning, values
-// that are not owned (DSWrapper), doubling, the declared class tree of the
-// collections and the stream form of a dictionary with shared values.
+// Dictionaries: lookup by key, the first of two equal keys winning, removals
+// and doubling.
 #include "dsdict.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <utility>
 
-#include "dslist.h"
-#include "dsordcltn.h"
 #include "dstestkey.h"
-#include "tbstring.h"
 
 namespace {
 
@@ -62,65 +54,6 @@ TEST(DSDictionary, RemovalsByKeyAndAssociationOnly) {
     EXPECT_EQ(dict.removeAssoc(*dict.assocAt(DSTestKey(0))), 1);
     EXPECT_EQ(shared->refCount(), 1u);
     EXPECT_EQ(dict.size(), 1u);
-}
-
-TEST(DSDictionary, WrapperNeitherOwnsNorFollowsItsTarget) {
-    DSDictionary dict;
-    auto target = std::make_unique<std::string>("kept");
-    dict.addAssoc(*new DSTestKey(1), *new DSWrapper(target.get()));
-    EXPECT_EQ(dict.removeKey(DSTestKey(1)), 1);  // the wrapper dies, the target not
-    EXPECT_EQ(*target, "kept");
-
-    volatile uintptr_t address = reinterpret_cast<uintptr_t>(target.get());
-    dict.addAssoc(*new DSWrapper(target.get()), *new DSTestKey(2));
-    target.reset();  // the wrapper outlives its target and is still found
-    DSWrapper probe(reinterpret_cast<void*>(address));
-    EXPECT_EQ(TB_CAST(DSTestKey, dict.atKey(probe))->id, 2u);
-}
-
-TEST(DSDictionary, StreamRoundTripKeepsSharedValuesShared) {
-    DSDictionary dict, again(3);
-    DSTestKey* shared = new DSTestKey(99);
-    for (DSDictionary* d : {&dict, &again}) {
-        d->addAssoc(*new DSTestKey(1), *shared);
-        d->addAssoc(*new DSTestKey(2), *shared);
-        d->addAssoc(*new DSTestKey(3), *new DSTestKey(33));
-    }
-    std::unique_ptr<TBTransObject> obj(dsRoundTrip(&dict));
-    DSDictionary* back = TB_CAST(DSDictionary, obj.get());
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->size(), 3u);
-    DSResource* one = back->atKey(DSTestKey(1));
-    EXPECT_EQ(one, back->atKey(DSTestKey(2)));
-    EXPECT_EQ(one->refCount(), 2u);
-    EXPECT_EQ(idAt(*back, 3), 33u);
-    // compare walks the slots, so it needs a table of the read-back size.
-    EXPECT_EQ(back->compare(again), 0);
-    again.removeKey(DSTestKey(3));
-    again.addAssoc(*new DSTestKey(3), *new DSTestKey(34));
-    EXPECT_NE(back->compare(again), 0);
-}
-
-// The class names on streams and the bases the descriptors declare, which
-// differ from the language's tree: the concrete collections name DSResource
-// (so a dictionary is no DSSet to the checked cast). DSResource and
-// DSCollection are abstract: no factory.
-TEST(DSCollection, RegisteredNamesAndDeclaredBases) {
-    const std::pair<const TBTypeInfo*, const char*> rows[] = {
-        {TBString::desc(), "TBString"},         {DSResource::desc(), "DSResource"},
-        {DSAssoc::desc(), "DSAssoc"},           {DSCollection::desc(), "DSCollection"},
-        {DSLink::desc(), "DSLink"},             {DSLinkedList::desc(), "DSLinkedList"},
-        {DSOrderedCltn::desc(), "DSOrderedCltn"}, {DSSet::desc(), "DSSet"},
-        {DSDictionary::desc(), "DSDictionary"}, {DSWrapper::desc(), "DSWrapper"}};
-    for (const auto& [info, name] : rows) {
-        std::string n = name;
-        EXPECT_EQ(TBTypeInfo::typeInfo(name), info) << n;
-        ASSERT_EQ(info->baseCount(), 1) << n;
-        bool root = n == "TBString" || n == "DSResource";
-        EXPECT_EQ(info->base(0), root ? TBObject::desc() : DSResource::desc()) << n;
-        EXPECT_EQ(info->readFunction() == nullptr, n == "DSResource" || n == "DSCollection") << n;
-    }
-    EXPECT_FALSE(tbCastAllowed(DSDictionary::desc(), DSSet::desc()));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 // The ordered collection: growth, positions of insertions, the different
-// removals and the order in which a removed element is released, and the
-// stream form.
+// removals and the order in which a removed element is released.
 #include "dsordcltn.h"
 
 #include <gtest/gtest.h>
-
-#include <memory>
 
 #include "dstestkey.h"
 
@@ -57,17 +54,6 @@ TEST(DSOrderedCltn, RemovalsByEqualityAddressAndIndex) {
     EXPECT_EQ(seen, (DSIds{2}));
     EXPECT_EQ(c.removeLast(), 1);
     EXPECT_EQ(c.removeFirst(), 0);
-}
-
-TEST(DSOrderedCltn, StreamRoundTripKeepsOrderAndCapacity) {
-    DSOrderedCltn c(5);
-    for (unsigned i : {4u, 1u, 3u}) c.add(*new DSTestKey(i));
-    std::unique_ptr<TBTransObject> obj(dsRoundTrip(&c));
-    DSOrderedCltn* back = TB_CAST(DSOrderedCltn, obj.get());
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->capacity(), 5u);
-    EXPECT_EQ(dsIds(*back), (DSIds{4, 1, 3}));
-    EXPECT_EQ(back->compare(c), 0);
 }
 
 }  // namespace

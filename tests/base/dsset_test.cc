@@ -1,11 +1,9 @@
-// Reference counting, the hash set's table (sizing, downward probing,
-// deletion across the wrap-around, doubling), set algebra and the stream
-// form of a set.
+// Reference counting and the hash set's table: downward probing, deletion
+// across the wrap-around, equal elements and release on removal.
 #include "dsset.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <vector>
 
 #include "dstestkey.h"
@@ -23,11 +21,6 @@ TEST(TBResource, FirstUnrefOfAnUnreferencedObjectDeletes) {
     EXPECT_EQ(DSTestKey::alive(), before + 1);
     k->unref();
     EXPECT_EQ(DSTestKey::alive(), before);
-}
-
-TEST(DSSet, SlotCountFromRequestedCapacity) {
-    const unsigned cases[][2] = {{0, 1}, {1, 2}, {2, 4}, {5, 16}, {15, 32}, {16, 32}, {17, 64}};
-    for (const auto& c : cases) EXPECT_EQ(DSSet(c[0]).capacity(), c[1]) << "n=" << c[0];
 }
 
 // Eight slots (bits 3). Keys 0, 1, 2 all have home 1: they sit in 1, 0 and,
@@ -80,58 +73,6 @@ TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
         set.add(*new DSTestKey(4));
     }
     EXPECT_EQ(DSTestKey::alive(), before);  // the destructor released the rest
-}
-
-TEST(DSSet, AlgebraAndCopiesShareElements) {
-    DSSet a, b;
-    for (unsigned i = 0; i < 6; ++i) a.add(*new DSTestKey(i));
-    for (unsigned i = 4; i < 9; ++i) b.add(*new DSTestKey(i));
-    std::unique_ptr<DSSet> both(a.intersectionOf(b)), any(a.unionOf(b)), only(a.differenceOf(b));
-    EXPECT_EQ(both->size(), 2u);
-    EXPECT_EQ(any->size(), 9u);
-    EXPECT_EQ(only->size(), 4u);
-    EXPECT_EQ(only->occurrencesOf(DSTestKey(4)), 0u);
-    EXPECT_EQ(a.findObjectWithKey(DSTestKey(5))->refCount(), 3u);  // a, both, any
-
-    DSSet copy(a), assigned;
-    assigned.add(*new DSTestKey(100));
-    assigned = a;
-    EXPECT_EQ(assigned.occurrencesOf(DSTestKey(100)), 0u);
-    EXPECT_TRUE(assigned.isEqual(a) && copy.isEqual(a));
-    copy.remove(DSTestKey(0));
-    EXPECT_EQ(a.size(), 6u);
-    EXPECT_NE(copy.compare(a), 0);
-}
-
-TEST(DSSet, StreamRoundTripSizesByCount) {
-    DSSet set(100);
-    for (unsigned i = 0; i < 3; ++i) set.add(*new DSTestKey(i, i * 977));
-    std::unique_ptr<TBTransObject> obj(dsRoundTrip(&set));
-    DSSet* back = TB_CAST(DSSet, obj.get());
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->size(), 3u);
-    EXPECT_EQ(back->capacity(), 8u);  // from the count 3, not the 128 written
-    for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(back->occurrencesOf(DSTestKey(i, i * 977)), 1u);
-}
-
-TEST(DSSet, TruncatedOrBoastfulStreamEndsTheRead) {
-    DSSet set, none;
-    for (unsigned i = 0; i < 5; ++i) set.add(*new DSTestKey(i));
-    std::string full, head;
-    delete dsRoundTrip(&set, &full);
-    delete dsRoundTrip(&none, &head);
-    ASSERT_EQ(head.substr(head.size() - 5), "32 0 ");
-    // Half of a set, and a count of four thousand million with nothing behind.
-    const std::string cases[] = {full.substr(0, full.size() / 2),
-                                 head.substr(0, head.size() - 2) + "4000000000 "};
-    for (const std::string& text : cases) {
-        std::stringstream ss(text);
-        testing::internal::CaptureStderr();
-        std::unique_ptr<TBTransObject> obj(TBistream(ss).readTransObj());
-        EXPECT_NE(testing::internal::GetCapturedStderr(), "");
-        ASSERT_NE(obj, nullptr);
-        EXPECT_LT(TB_CAST(DSSet, obj.get())->size(), 5u);
-    }
 }
 
 }  // namespace

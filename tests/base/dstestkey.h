@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <sstream>
 #include <vector>
 
 #include "dscltn.h"
@@ -59,13 +58,5 @@ inline std::vector<unsigned> dsIds(const DSCollection& c) {
     return ids;
 }
 using DSIds = std::vector<unsigned>;
-
-// Writes obj as a tagged object on the text form and reads it back.
-inline TBTransObject* dsRoundTrip(const TBTransObject* obj, std::string* text = nullptr) {
-    std::stringstream ss;
-    TBostream(ss) << obj;
-    if (text) *text = ss.str();
-    return TBistream(ss).readTransObj();
-}
 
 #endif

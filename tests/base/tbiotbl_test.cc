@@ -1,5 +1,5 @@
 // Sizing and probing of the open-address tables; the stream tests drive the
-// identity tables' numbering and growth through whole object graphs.
+// identity tables' numbering through whole object graphs.
 #include "tbiotbl.h"
 
 #include <gtest/gtest.h>

@@ -1,12 +1,9 @@
 // TBString: hashing like class names, assignment that reuses the buffer,
-// concatenation, and the stream form with escapes and a lying length.
+// and concatenation.
 #include "tbstring.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <sstream>
-#include <string>
 
 #include "dstestkey.h"
 
@@ -28,28 +25,6 @@ TEST(TBString, HashAssignmentAndConcatenation) {
     a &= a & "cd" & TBString("ef");
     EXPECT_STREQ(a.string(), "ababcdef");
     EXPECT_EQ(a.length(), 8u);
-}
-
-TEST(TBString, StreamFormIsLengthThenQuotedText) {
-    TBString s("a\"b{\n}");
-    std::stringstream ss;
-    TBostream(ss) << static_cast<const TBTransObject&>(s);
-    EXPECT_EQ(ss.str(), "6 \"a\\\"b\\[\\n\\]\"\n");
-    std::unique_ptr<TBTransObject> obj(dsRoundTrip(&s));
-    ASSERT_NE(obj, nullptr);
-    EXPECT_STREQ(TB_CAST(TBString, obj.get())->string(), s.string());
-}
-
-TEST(TBString, LengthOnTheStreamDoesNotDecideTheText) {
-    for (const char* text : {"4000000000 \"abc\"\n", "1 \"abc\"\n"}) {
-        std::stringstream ss(text);
-        TBistream in(ss);
-        testing::internal::CaptureStderr();
-        TBString s(in);
-        testing::internal::GetCapturedStderr();
-        EXPECT_EQ(s.length(), std::string(s.string()).size()) << text;
-        EXPECT_LE(s.length(), 3u) << text;
-    }
 }
 
 }  // namespace

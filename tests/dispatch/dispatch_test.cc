@@ -1,15 +1,11 @@
 // The event loop against real pipes and socket pairs: delivery order, the
-// three handler results, nesting, time limits and select() failures.
+// three handler results, nesting and time limits.
 #include "dispatch.h"
 
-#include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <functional>
-#include <memory>
 #include <string>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -40,21 +36,14 @@ struct Recorder : dpIOHandler {
     std::function<void()> onInput;
 };
 
-// Counts the rounds that went to select() and shows select() errors.
+// Counts the rounds that went to select().
 struct ProbeDispatcher : dpDispatcher {
     int bound() const { return _nfds; }
     int waitFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong) override {
         ++selectRounds;
         return dpDispatcher::waitFor(r, w, e, howlong);
     }
-    void handleError() override {
-        const int error = errno;
-        onError(error);
-        errno = error;
-        dpDispatcher::handleError();
-    }
     int selectRounds = 0;
-    std::function<void(int)> onError = [](int) {};
 };
 
 class DispatcherLoop : public ::testing::Test {
@@ -171,52 +160,4 @@ TEST_F(DispatcherLoop, TimersBoundTheWait) {
         EXPECT_FALSE(d.dispatch(sec, usec));
     EXPECT_TRUE(sec == 4 && usec >= 0 && usec < 1000000);
     EXPECT_EQ(log, (Log{"h:timer", "late:timer"}));
-}
-
-// With nothing linked and no timer, dispatch() blocks until a signal; each
-// EINTR must lead back into select, not out of the round.
-TEST_F(DispatcherLoop, InterruptedSelectStartsOver) {
-    struct sigaction quiet = {}, saved = {};
-    quiet.sa_handler = [](int) {};
-    ASSERT_EQ(sigaction(SIGALRM, &quiet, &saved), 0);
-    itimerval every5ms = {{0, 5000}, {0, 5000}}, off = {};
-    std::shared_ptr<void> restore(nullptr, [&](void*) {
-        setitimer(ITIMER_REAL, &off, nullptr);
-        sigaction(SIGALRM, &saved, nullptr);
-    });
-    auto a = pair();
-    Recorder h(log, "h");
-    int interrupts = 0;
-    d.onError = [&](int error) {
-        if (error == EINTR && ++interrupts == 3)
-            d.link(a[0], R, &h), put(a);
-    };
-    ASSERT_EQ(setitimer(ITIMER_REAL, &every5ms, nullptr), 0);
-    EXPECT_TRUE(d.dispatch());
-    EXPECT_EQ(d.selectRounds, 1);
-    EXPECT_EQ(log, Log{"h:in"});
-}
-
-TEST_F(DispatcherLoop, ClosedDescriptorIsDetachedAfterBadDescriptorError) {
-    auto live = pair();
-    int dead[2];
-    ASSERT_EQ(pipe(dead), 0);
-    Recorder rd(log, "dead"), rl(log, "live");
-    d.link(dead[0], R, &rd);
-    d.link(live[0], R, &rl);
-    close(dead[0]);
-    close(dead[1]);
-    put(live);
-    EXPECT_TRUE(d.dispatch(&ten));
-    EXPECT_EQ(d.handler(dead[0], R), nullptr);
-    EXPECT_EQ(log, Log{"live:in"});  // the detached handler is not told
-}
-
-TEST(dpDispatcherDeathTest, ProgrammingErrorsAbortAndOtherSelectErrorsExit) {
-    dpDispatcher d;
-    EXPECT_DEATH(d.link(-1, R, nullptr), "");
-    EXPECT_DEATH(d.link(2500, R, nullptr), "");
-    EXPECT_DEATH(d.handler(0, static_cast<dpDispatcher::DispatcherMask>(3)), "");
-    timeval negative = {-1, 0};  // select refuses it with EINVAL
-    EXPECT_EXIT(d.dispatch(&negative), ::testing::ExitedWithCode(1), "Dispatcher: select");
 }

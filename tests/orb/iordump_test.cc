@@ -83,19 +83,6 @@ TEST(IORDump, ShowsEachKindOfBrokerKey) {
               "key kind: service NameService ab01\n");
 }
 
-TEST(IORDump, ForeignKeysOtherProfilesAndNil) {
-    CORBA_OctetSequence foreign;
-    foreign.length(3);
-    foreign[0] = 'k';
-    Outcome r = iordump(reference(&foreign, 65535));
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "type_id: IDL:T:1.0\nprofile 0: tag 0\niiop: 1.0 127.0.0.1 65535\nkey: 6b0000\n");
-    EXPECT_EQ(iordump(reference(nullptr)).out, "type_id: IDL:T:1.0\nprofile 0: tag 1\n");
-    r = iordump("  " + own(iorToString(IOP::IOR())) + "\n", true);
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "nil\n");
-}
-
 TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
     CORBA_OctetSequence key;
     const std::string good = reference(&key);

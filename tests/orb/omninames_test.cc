@@ -31,7 +31,6 @@ protected:
                 locator.reset(IIOP::ObjectLocator::convert(ior->profiles[i].profile_data));
         }
         ASSERT_NE(nullptr, locator);
-        typeId = ior->type_id.in();
     }
     void TearDown() override {
         ZEBGlobalTable::has_callback = _callback;
@@ -61,19 +60,13 @@ protected:
 
     ktest::OmniNames ns;
     std::unique_ptr<IIOP::ObjectLocator> locator;
-    std::string typeId;
 
 private:
     CORBA::Boolean _callback = 0;
 };
 
 TEST_F(OmniNamesPeer, RootContextAnswersLocateAndIsA) {
-    EXPECT_EQ(0u, typeId.find("IDL:omg.org/CosNaming/NamingContext"));
-    EXPECT_STREQ("127.0.0.1", locator->host.in());
     EXPECT_EQ(ns.port(), locator->port);
-    EXPECT_EQ(1, locator->iiop_version.major);
-    EXPECT_EQ(0, locator->iiop_version.minor);
-
     ZEBIIOPstream s;
     s.connect(locator->host, locator->port, 5);
 

@@ -33,8 +33,7 @@ std::string findRootIOR(const std::string& log) {
     return ior.compare(0, 4, "IOR:") == 0 ? ior : std::string();
 }
 
-}  // namespace
-
+// A port on 127.0.0.1 that nobody listens on right now; 0 if none found.
 unsigned short freeLoopbackPort() {
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     if (fd < 0) return 0;
@@ -57,6 +56,8 @@ bool loopbackPortOpen(unsigned short port) {
     return ok;
 }
 
+}  // namespace
+
 bool OmniNames::available() { return access(binary(), X_OK) == 0; }
 
 OmniNames::~OmniNames() { stop(); }
@@ -66,12 +67,8 @@ std::string OmniNames::output() const {
 }
 
 bool OmniNames::start(std::chrono::milliseconds limit) {
-    if (_proc) {
-        _error = "already started";
-        return false;
-    }
-    if (!available()) {
-        _error = std::string(binary()) + " is not installed";
+    if (_proc || !available()) {
+        _error = _proc ? "already started" : std::string(binary()) + " is not installed";
         return false;
     }
     auto deadline = std::chrono::steady_clock::now() + limit;
@@ -108,28 +105,21 @@ bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_poi
         _error = _proc->error();
         return false;
     }
-    bool ready = false;
     for (;;) {
         if (_ior.empty()) _ior = findRootIOR(output());
         if (!_ior.empty() && loopbackPortOpen(port)) {
-            ready = true;
-            break;
+            _port = port;
+            _error.clear();
+            return true;
         }
-        if (!_proc->running()) {
-            _error = "omniNames ended early: " + output();
-            break;
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            _error = "omniNames did not serve in time: " + output();
-            break;
+        if (!_proc->running() || std::chrono::steady_clock::now() >= deadline) {
+            _error = _proc->running() ? "omniNames did not serve in time: "
+                                      : "omniNames ended early: ";
+            _error += output();
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    if (ready) {
-        _port = port;
-        _error.clear();
-    }
-    return ready;
 }
 
 void OmniNames::stop() {

@@ -1,15 +1,16 @@
 // Child processes, temporary directories and deadline polling for tests.
 #include "process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -22,30 +23,14 @@ namespace ktest {
 namespace {
 
 void removeTree(const std::string& path) {
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) return;
-    if (S_ISDIR(st.st_mode)) {
-        if (DIR* d = opendir(path.c_str())) {
-            while (dirent* e = readdir(d)) {
-                std::string name = e->d_name;
-                if (name == "." || name == "..") continue;
-                removeTree(path + "/" + name);
-            }
-            closedir(d);
-        }
-        rmdir(path.c_str());
-    } else {
-        unlink(path.c_str());
-    }
+    std::error_code ignored;  // what cannot be removed stays
+    std::filesystem::remove_all(path, ignored);
 }
 
 std::string makeTempDir(const std::string& prefix) {
     const char* base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base && *base ? base : "/tmp") + "/" + prefix + "-XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    if (!mkdtemp(buf.data())) return std::string();
-    return std::string(buf.data());
+    return mkdtemp(&tmpl[0]) ? tmpl : std::string();
 }
 
 }  // namespace
@@ -83,23 +68,21 @@ bool pollUntil(const std::function<bool()>& pred, std::chrono::milliseconds limi
 }
 
 Process::~Process() {
-    if (_pid > 0 && !_reaped) {
-        ::kill(_pid, SIGKILL);
-        int status = 0;
-        while (waitpid(_pid, &status, 0) < 0 && errno == EINTR) {
-        }
-        record(status);
-    }
+    if (_pid > 0 && !_reaped) killAndReap();
     if (!_ownDir.empty()) removeTree(_ownDir);
 }
 
-bool Process::start(const Options& opts) {
-    if (_pid > 0) {
-        _error = "already started";
-        return false;
+void Process::killAndReap() {
+    ::kill(_pid, SIGKILL);
+    int status = 0;
+    while (waitpid(_pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (opts.argv.empty()) {
-        _error = "no program";
+    record(status);
+}
+
+bool Process::start(const Options& opts) {
+    if (_pid > 0 || opts.argv.empty()) {
+        _error = _pid > 0 ? "already started" : "no program";
         return false;
     }
     _stdoutPath = opts.stdoutPath;
@@ -114,26 +97,18 @@ bool Process::start(const Options& opts) {
         if (_stderrPath.empty()) _stderrPath = _ownDir + "/stderr";
     }
 
-    // Everything the child needs is prepared here: after fork it may only
-    // make async-signal-safe calls.
+    // After fork the child may only make async-signal-safe calls.
     std::vector<char*> argv;
     for (const auto& a : opts.argv) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
 
     std::vector<std::string> envStore;
-    if (!opts.clearEnv) {
-        for (char** e = environ; e && *e; ++e) envStore.emplace_back(*e);
-    }
+    for (char** e = environ; !opts.clearEnv && e && *e; ++e) envStore.emplace_back(*e);
     for (const auto& add : opts.env) {
-        std::string key = add.substr(0, add.find('='));
-        bool replaced = false;
-        for (auto& have : envStore) {
-            if (have.compare(0, key.size() + 1, key + "=") == 0) {
-                have = add;
-                replaced = true;
-            }
-        }
-        if (!replaced) envStore.push_back(add);
+        std::string key = add.substr(0, add.find('=') + 1);
+        auto same = [&](const std::string& have) { return have.compare(0, key.size(), key) == 0; };
+        envStore.erase(std::remove_if(envStore.begin(), envStore.end(), same), envStore.end());
+        envStore.push_back(add);
     }
     std::vector<char*> envp;
     for (auto& e : envStore) envp.push_back(const_cast<char*>(e.c_str()));
@@ -153,8 +128,7 @@ bool Process::start(const Options& opts) {
 
     pid_t pid = fork();
     if (pid == 0) {
-        // Child: set up its descriptors and signals, then exec. A failure is
-        // reported to the parent as an errno through the close-on-exec pipe.
+        // An exec failure goes to the parent as errno through the pipe.
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -162,13 +136,9 @@ bool Process::start(const Options& opts) {
         dup2(in, 0);
         dup2(out, 1);
         dup2(err, 2);
-        int code = 0;
-        if (!opts.cwd.empty() && chdir(opts.cwd.c_str()) != 0) {
-            code = errno;
-        } else {
+        if (opts.cwd.empty() || chdir(opts.cwd.c_str()) == 0)
             execve(argv[0], argv.data(), envp.data());
-            code = errno;
-        }
+        int code = errno;
         ssize_t ignored = ::write(report[1], &code, sizeof code);
         (void)ignored;  // nothing more the child can do
         _exit(127);
@@ -190,8 +160,7 @@ bool Process::start(const Options& opts) {
     while ((n = ::read(report[0], &code, sizeof code)) < 0 && errno == EINTR) {
     }
     ::close(report[0]);
-    if (n == static_cast<ssize_t>(sizeof code)) {
-        // exec failed: the child is ending with 127; reap it now.
+    if (n == static_cast<ssize_t>(sizeof code)) {  // exec failed: reap the child
         wait(std::chrono::milliseconds(5000));
         _error = "exec " + opts.argv[0] + ": " + std::strerror(code);
         return false;
@@ -201,13 +170,8 @@ bool Process::start(const Options& opts) {
 
 void Process::record(int status) {
     _reaped = true;
-    if (WIFEXITED(status)) {
-        _exitCode = WEXITSTATUS(status);
-        _termSignal = 0;
-    } else if (WIFSIGNALED(status)) {
-        _exitCode = -1;
-        _termSignal = WTERMSIG(status);
-    }
+    _exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    _termSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
 bool Process::running() {
@@ -218,11 +182,7 @@ bool Process::running() {
         record(status);
         return false;
     }
-    if (r < 0 && errno == ECHILD) {
-        // Someone else reaped it (a SIGCHLD handler of the code under test).
-        _reaped = true;
-        return false;
-    }
+    if (r < 0 && errno == ECHILD) return !(_reaped = true);  // reaped by another
     return true;
 }
 
@@ -235,11 +195,7 @@ bool Process::stop(int sig, std::chrono::milliseconds grace) {
     if (!running()) return true;
     ::kill(_pid, sig);
     if (wait(grace)) return true;
-    ::kill(_pid, SIGKILL);
-    int status = 0;
-    while (waitpid(_pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    record(status);
+    killAndReap();
     return false;
 }
 
