@@ -1,1 +1,226 @@
-// Placeholder until this unit is written.
+// The daemon's servant: construction, the repository's name, the signal
+// handlers, and the operations that change the table of registrations.
+#include "vexsrv.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "actdef.h"
+#include "impldef.h"
+#include "tbfstrm.h"
+#include "vex_exc.h"
+
+using std::cout;
+using std::endl;
+
+VEXImpl* vex = nullptr;
+int default_timeout = 20;
+
+// ----------------------------------------------------------- free helpers
+
+void childHandler(int) {
+    // Runs in the signal handler; touches only the process table through
+    // waitpid. Reaps at most one child per delivery, as signal() semantics
+    // may merge several exits into one.
+    pid_t pid = waitpid(-1, nullptr, WNOHANG);
+    signal(SIGCHLD, childHandler);
+    // The activation engine is told of pid here once it exists; until then
+    // the daemon starts no servers of its own.
+    (void)pid;
+}
+
+void signalHandler(int) { exit(1); }
+
+int file_exists(const char* name) {
+    struct stat st;
+    return name && stat(name, &st) >= 0 ? 1 : 0;
+}
+
+TBfstream* open_file(const char* name) {
+    std::unique_ptr<TBfstream> strm(new TBfstream(name, O_RDWR | O_CREAT));
+    if (!*strm) {
+        cout << "Activation daemon: Was not able to open "
+             << "the implementation repository -" << name << endl;
+        cout << "Check path name or permissions" << endl;
+        cout << "Hint: Check environment variable "
+             << "KELVANOR_IMPL_NAME, "
+             << "KELVANOR_IMPL_PATH, "
+             << "KELVANOR." << endl;
+        exit(1);
+    }
+    return strm.release();
+}
+
+// --------------------------------------------------------------- servant
+
+VEXImpl::VEXImpl(unsigned char verbose) : _impl_table(16), _verbose(verbose) {
+    _get_impl_name();
+    if (file_exists(_impl_file)) {
+        std::unique_ptr<TBfstream> strm(open_file(_impl_file));
+        _populateImplRep(*strm);
+    }
+    vex = this;
+}
+
+VEXImpl::~VEXImpl() {
+    vex = nullptr;
+    // The wrappers do not own the records; free them with the table.
+    DSIterator outer(_impl_table);
+    while (DSResource* e = outer.next()) {
+        DSDictionary* inner = TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value);
+        retireRecords(*inner);
+    }
+}
+
+void VEXImpl::_get_impl_name() {
+    const char* root = getenv("KELVANOR");
+    std::string dir = root ? std::string(root) + "/impl_dir" : std::string("impl_dir");
+    if (const char* path = getenv("KELVANOR_IMPL_PATH")) dir = path;
+    const char* name = getenv("KELVANOR_IMPL_NAME");
+    // The original used two 500-byte buffers and no bound; a string has none.
+    std::string file = dir + "/" + (name ? name : "impl_rep");
+    _impl_file = file.c_str();
+    _impl_path = dir.c_str();
+    if (_verbose) cout << "VEX: Repository file name: " << file << endl;
+}
+
+DSDictionary* VEXImpl::findInterface(const char* interface_name) const {
+    ZEBString key(interface_name);
+    return TB_CAST(DSDictionary, _impl_table.atKey(key));
+}
+
+VEXActivationInfo* VEXImpl::findEntry(const char* interface_name,
+                                      const char* object_name) const {
+    DSDictionary* inner = findInterface(interface_name);
+    if (!inner) return nullptr;
+    ZEBString key(object_name);
+    DSWrapper* w = TB_CAST(DSWrapper, inner->atKey(key));
+    return w ? static_cast<VEXActivationInfo*>(w->value) : nullptr;
+}
+
+VEXActivationInfo* VEXImpl::lookupEntry(const char* interface_name, const char* object_name,
+                                        DSDictionary** inner) const {
+    DSDictionary* d = findInterface(interface_name);
+    if (!d) throw Activation::NotRegistered();
+    ZEBString key(object_name);
+    DSWrapper* w = TB_CAST(DSWrapper, d->atKey(key));
+    if (!w) throw Activation::NotRegistered();
+    if (inner) *inner = d;
+    return static_cast<VEXActivationInfo*>(w->value);
+}
+
+unsigned long VEXImpl::entryCount() const {
+    unsigned long n = 0;
+    DSIterator it(_impl_table);
+    while (DSResource* e = it.next()) n += TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value)->size();
+    return n;
+}
+
+void VEXImpl::retireRecords(DSDictionary& inner) {
+    DSIterator it(inner);
+    while (DSResource* e = it.next()) {
+        DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, e)->value);
+        if (w->value) _retired.emplace_back(static_cast<VEXActivationInfo*>(w->value));
+        w->value = nullptr;
+    }
+}
+
+void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
+    if (!file_exists(impl->path)) throw Activation::InvalidPath();
+    ZEBString ikey(impl->interface_name);
+    ZEBString okey(impl->object_name);
+    DSDictionary* inner = TB_CAST(DSDictionary, _impl_table.atKey(ikey));
+    if (!inner) {
+        inner = new DSDictionary(16);
+        _impl_table.addAssoc(*new ZEBString(ikey), *inner);
+    }
+    // One probe instead of a test and an insert: the names of a large
+    // repository tend to share long prefixes, which makes their chains long.
+    // A refused association takes its key and wrapper with it; the record
+    // was never announced and goes too.
+    std::unique_ptr<VEXActivationInfo> info(new VEXActivationInfo(impl->_copy()));
+    if (!inner->addAssoc(*new ZEBString(okey), *new DSWrapper(info.get())))
+        throw Activation::DuplicateEntry();
+    info.release()->_registerWithAgent();
+    if (_verbose) {
+        cout << "VEX:: Added the following implementation:" << endl;
+        cout << static_cast<const CORBA_CreationImplDef*>(impl) << endl;
+    }
+}
+
+CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
+    if (!file_exists(impl->path)) throw Activation::InvalidPath();
+    _addImpl(impl);
+    _updateRepository();
+    // The reference to the new object comes from the global table once the
+    // broker's references exist; until then there is none to give.
+    return nullptr;
+}
+
+void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
+    DSDictionary* inner = nullptr;
+    VEXActivationInfo* info = lookupEntry(interface_name, object_name, &inner);
+    delete info;  // leaves the directory agent; its processes run on
+    inner->removeKey(ZEBString(object_name));
+    if (inner->isEmpty()) _impl_table.removeKey(ZEBString(interface_name));
+    _updateRepository();
+    if (_verbose) {
+        cout << "VEX:: Unregistered the following implementation:" << endl;
+        cout << "\tInterface name: " << interface_name << endl;
+        cout << "\tObject name: " << object_name << endl;
+    }
+}
+
+void VEXImpl::unreg_interface(const char* interface_name) {
+    DSDictionary* inner = findInterface(interface_name);
+    if (!inner) throw Activation::NotRegistered();
+    DSIterator it(*inner);
+    while (DSResource* e = it.next()) {
+        DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, e)->value);
+        delete static_cast<VEXActivationInfo*>(w->value);
+        w->value = nullptr;
+    }
+    _impl_table.removeKey(ZEBString(interface_name));
+    _updateRepository();
+    if (_verbose) {
+        cout << "VEX:: Unregistered the following interface:" << endl;
+        cout << "\tInterface name: " << interface_name << endl;
+    }
+}
+
+CORBA_CreationImplDef* VEXImpl::get_implementation(const char* interface_name,
+                                                   const char* object_name) {
+    VEXActivationInfo* info = lookupEntry(interface_name, object_name, nullptr);
+    return info && info->impl() ? info->impl()->_copy() : nullptr;
+}
+
+void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
+                                    CORBA_CreationImplDef* new_impl) {
+    DSDictionary* inner = nullptr;
+    VEXActivationInfo* info = lookupEntry(old_impl->interface_name, old_impl->object_name, &inner);
+    // Only a running shared server blocks the change; a start in progress
+    // and the processes of an unshared entry do not.
+    if (info && info->isActive()) throw Activation::IsActive();
+    if (info) _retired.emplace_back(info);
+    inner->removeKey(ZEBString(old_impl->object_name));
+    if (inner->isEmpty()) _impl_table.removeKey(ZEBString(old_impl->interface_name));
+    // Through the virtual table, so that a derived servant's registration
+    // runs; the reference it returns is not needed.
+    CORBA_Object* ref = reg_implementation(new_impl);
+    (void)ref;  // released here once references exist (it is null so far)
+}
+
+void VEXImpl::unregister_all() {
+    DSIterator it(_impl_table);
+    while (DSResource* e = it.next())
+        retireRecords(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
+    _impl_table.removeAll();
+    _updateRepository();
+}

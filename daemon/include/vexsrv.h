@@ -1,0 +1,127 @@
+// The daemon's servant and its implementation repository: a two-level table
+// (interface name -> object name -> activation record) in memory, and one
+// binary file that is rewritten as a whole after every change, through a
+// temporary file in the same directory and a rename.
+#ifndef KELVANOR_VEXSRV_H
+#define KELVANOR_VEXSRV_H
+
+#include <memory>
+#include <vector>
+
+#include "dsdict.h"
+#include "zebstring.h"
+
+class CORBA_CreationImplDef;
+class CORBA_Object;
+class TBfstream;
+class VEXActivationInfo;
+
+// File layout of the repository, every integer 4 bytes in the writer's byte
+// order, unaligned, strings as a 4-byte length and the bytes:
+//   count                      number of entries
+//   count times:
+//     interface name, object name   strings
+//     reference data                count, bytes
+//     path                          string
+//     activation policy             0..2
+//     arguments, environment        count, then that many strings each
+// Entries stand in table order, which depends on hashing and history.
+class VEXImpl {
+public:
+    // Finds the repository's name, loads the file if there is one, and only
+    // then becomes the servant that childHandler reaches.
+    explicit VEXImpl(unsigned char verbose);
+    virtual ~VEXImpl();
+    VEXImpl(const VEXImpl&) = delete;
+    VEXImpl& operator=(const VEXImpl&) = delete;
+
+    // The operations of the daemon's interface that keep the repository.
+    // Each change is in the file before the operation returns; a rewrite
+    // that fails ends the process with status 1.
+
+    // Registers impl (copied) and rewrites the file. Throws
+    // Activation::InvalidPath if impl->path names nothing on this host,
+    // Activation::DuplicateEntry if the pair is registered. Returns a new
+    // reference to the object, for the caller to release; null until the
+    // broker's object references exist.
+    virtual CORBA_Object* reg_implementation(CORBA_CreationImplDef* impl);
+    // Throws Activation::NotRegistered. Forgets the entry's processes
+    // without stopping them.
+    virtual void unreg_implementation(const char* interface_name, const char* object_name);
+    // Removes every object of the interface. Throws Activation::NotRegistered.
+    virtual void unreg_interface(const char* interface_name);
+    // A deep copy owned by the caller (null if the entry holds none).
+    // Throws Activation::NotRegistered.
+    virtual CORBA_CreationImplDef* get_implementation(const char* interface_name,
+                                                      const char* object_name);
+    // Finds the entry by old_impl's two names only, drops it, and registers
+    // new_impl. Throws Activation::NotRegistered, Activation::IsActive (its
+    // shared server runs), and what reg_implementation throws; in that last
+    // case the old entry is gone from memory while the file still has it.
+    virtual void change_implementation(CORBA_CreationImplDef* old_impl,
+                                       CORBA_CreationImplDef* new_impl);
+    // Empties the table and the file.
+    virtual void unregister_all();
+
+    // Directory and file name from KELVANOR_IMPL_PATH, KELVANOR and
+    // KELVANOR_IMPL_NAME; prints the file name under -v.
+    void _get_impl_name();
+    // Enters a copy of impl in memory only. Throws Activation::InvalidPath,
+    // Activation::DuplicateEntry.
+    void _addImpl(CORBA_CreationImplDef* impl);
+    // Loads the entries of strm. Entries whose program is gone are reported
+    // and skipped, later duplicates dropped in silence.
+    void _populateImplRep(TBfstream& strm);
+    // Writes the whole table to a temporary file, makes it durable and
+    // renames it over the repository. On failure: messages and exit(1),
+    // the old file left whole.
+    void _updateRepository();
+
+    // The record of a pair, or null.
+    VEXActivationInfo* findEntry(const char* interface_name, const char* object_name) const;
+    // Inner dictionary of an interface (object name -> DSWrapper), or null.
+    DSDictionary* findInterface(const char* interface_name) const;
+    // Number of registered pairs.
+    unsigned long entryCount() const;
+
+    const DSDictionary& implTable() const { return _impl_table; }
+    const char* implPath() const { return _impl_path; }
+    const char* implFile() const { return _impl_file; }
+    bool verbose() const { return _verbose != 0; }
+
+private:
+    // Entry of a pair, or Activation::NotRegistered.
+    VEXActivationInfo* lookupEntry(const char* interface_name, const char* object_name,
+                                   DSDictionary** inner) const;
+    // Moves every record of inner to _retired.
+    void retireRecords(DSDictionary& inner);
+
+    DSDictionary _impl_table;  // ZEBString -> DSDictionary(ZEBString -> DSWrapper)
+    unsigned char _verbose;
+    ZEBString _impl_path;      // directory of the file; temporary files go here
+    ZEBString _impl_file;      // full name of the file
+    // Records that change_implementation and unregister_all take out of the
+    // table. They are deliberately not destroyed then: they stay announced
+    // to the directory agent, and no child exit reaches them any more.
+    // Holding them here only frees them with the servant.
+    std::vector<std::unique_ptr<VEXActivationInfo>> _retired;
+};
+
+// The one servant, for childHandler: set at the end of the constructor,
+// cleared first in the destructor.
+extern VEXImpl* vex;
+// Set by -t and read by nothing: every time limit of an activation comes
+// from the caller. The option is kept for compatibility.
+extern int default_timeout;
+
+// Child-exit signal handler: reaps one child and installs itself again.
+void childHandler(int sig);
+// Termination signal handler: exit(1). Every change is in the file already.
+void signalHandler(int sig);
+// Opens the repository for reading and writing, or prints the hint text and
+// ends the process with status 1. The caller owns the stream.
+TBfstream* open_file(const char* name);
+// 1 if stat succeeds on name, else 0 (also for null).
+int file_exists(const char* name);
+
+#endif

@@ -1,0 +1,93 @@
+// Activation records: ownership of the definition and of the statuses,
+// the status list, the stream form.
+#include "actdef.h"
+
+#include <cstring>
+#include <memory>
+
+#include "dispatch.h"
+#include "except.h"
+#include "impldef.h"
+#include "tbiostrm.h"
+
+VEXActivationInfo::VEXActivationInfo(CORBA_CreationImplDef* impl)
+    : _impl(impl), _status_list(nullptr), _status_count(0), _status_capacity(0),
+      _pending(nullptr), _waiting(false), _wakeup_armed(false), _registered(false) {}
+
+VEXActivationInfo::~VEXActivationInfo() {
+    if (_wakeup_armed) dpDispatcher::instance()->stopTimer(this);
+    if (_registered) _unregisterFromAgent();
+    for (unsigned long i = 0; i < _status_count; ++i) freeStatus(_status_list[i]);
+    delete[] _status_list;
+    freeStatus(_pending);
+    CORBA::release(_impl);
+}
+
+void VEXActivationInfo::freeStatus(Activation::ObjectStatus* status) {
+    // The reference in objRef is released here once references exist.
+    delete status;
+}
+
+void VEXActivationInfo::impl(CORBA_CreationImplDef* p) {
+    if (p == _impl) return;
+    CORBA::release(_impl);
+    _impl = p;
+}
+
+void VEXActivationInfo::pending(Activation::ObjectStatus* status) {
+    if (status == _pending) return;
+    freeStatus(_pending);
+    _pending = status;
+}
+
+void VEXActivationInfo::_registerWithAgent() {
+    _registered = true;
+    // The object adapter announces the pair to the directory agent (service
+    // type 5, with the daemon's address). The daemon's agent client is the
+    // null one, so until the adapter is in place there is nothing to tell.
+}
+
+void VEXActivationInfo::_unregisterFromAgent() {
+    _registered = false;
+    // Counterpart of _registerWithAgent; nothing to withdraw yet.
+}
+
+void VEXActivationInfo::_addToList(Activation::ObjectStatus* status) {
+    if (_status_count == _status_capacity) {
+        unsigned long grown = _status_capacity ? 2 * _status_capacity : 8;
+        std::unique_ptr<Activation::ObjectStatus*[]> list(new Activation::ObjectStatus*[grown]);
+        if (_status_count)
+            std::memcpy(list.get(), _status_list, _status_count * sizeof(*_status_list));
+        delete[] _status_list;
+        _status_list = list.release();
+        _status_capacity = grown;
+    }
+    _status_list[_status_count++] = status;
+}
+
+void VEXActivationInfo::_removeFromList(unsigned long pid) {
+    for (unsigned long i = 0; i < _status_count; ++i) {
+        if (_status_list[i]->process_id != pid) continue;
+        freeStatus(_status_list[i]);
+        std::memmove(_status_list + i, _status_list + i + 1,
+                     (_status_count - i - 1) * sizeof(*_status_list));
+        --_status_count;
+        return;
+    }
+}
+
+void VEXActivationInfo::timerExpired(long, long) { _wakeup_armed = false; }
+
+TBostream& operator<<(TBostream& strm, const VEXActivationInfo& info) {
+    if (!info.impl()) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    return strm << static_cast<const CORBA_CreationImplDef*>(info.impl());
+}
+
+TBistream& operator>>(TBistream& strm, VEXActivationInfo*& p) {
+    std::unique_ptr<VEXActivationInfo> info(new VEXActivationInfo);
+    CORBA_CreationImplDef* impl = nullptr;
+    strm >> impl;
+    info->impl(impl);
+    p = info.release();
+    return strm;
+}

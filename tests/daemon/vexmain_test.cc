@@ -1,0 +1,107 @@
+// The vex program as a user runs it: options, the repository's name from
+// the environment, loading and printing a repository, fatal start-up errors.
+#include <sys/stat.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "process.h"
+#include "repofile.h"
+
+namespace {
+
+// Runs vex in dir with only a PATH and env as its environment; gives the
+// exit status, "|" and what it printed.
+std::string runVex(const std::string& dir, const std::vector<std::string>& args,
+                   const std::vector<std::string>& env = {}) {
+    ktest::Process::Options opts;
+    opts.argv = {KELVANOR_VEX_BINARY};
+    opts.argv.insert(opts.argv.end(), args.begin(), args.end());
+    opts.clearEnv = true;
+    opts.env = {"PATH=/usr/bin:/bin"};
+    opts.env.insert(opts.env.end(), env.begin(), env.end());
+    opts.cwd = dir;
+    ktest::Process vex;
+    EXPECT_TRUE(vex.start(opts)) << vex.error();
+    EXPECT_TRUE(vex.wait(std::chrono::seconds(20))) << "vex did not end";
+    return std::to_string(vex.exited() ? vex.exitCode() : -1) + "|" + vex.stdoutText();
+}
+
+const std::string kUnnamed = "VEX did not register with naming service\n";
+
+class VexProgram : public ::testing::Test {
+protected:
+    ktest::TempDir dir{"vexmain"};
+};
+
+TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
+    for (const char* opt : {"-x", "-?", "-t"})  // -t lacks its value
+        EXPECT_EQ(runVex(dir.path(), {opt}),
+                  "1|vex arguments: \n\t-v <verbose mode>\n\t-t <timeout value>\n"
+                  "\t-? <print help>\n")
+            << opt;
+    EXPECT_EQ(runVex(dir.path(), {"-t", "5"}), "0|" + kUnnamed);
+}
+
+TEST_F(VexProgram, RepositoryNameComesFromTheEnvironment) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{}, "impl_dir/impl_rep"},
+        {{"KELVANOR=/opt/k"}, "/opt/k/impl_dir/impl_rep"},
+        {{"KELVANOR=/opt/k", "KELVANOR_IMPL_PATH=/srv/rep"}, "/srv/rep/impl_rep"},
+        {{"KELVANOR=/opt/k", "KELVANOR_IMPL_NAME=n"}, "/opt/k/impl_dir/n"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(runVex(dir.path(), {"-v"}, c.first),
+                  "0|VEX: Repository file name: " + c.second + "\n" + kUnnamed);
+}
+
+TEST_F(VexProgram, VerboseStartPrintsTheLoadedRepository) {
+    std::string gone = dir.file("no-such-program");
+    ASSERT_EQ(mkdir(dir.file("impl_dir").c_str(), 0755), 0);
+    std::string bytes =
+        repofile::file({repofile::entry("Demo::Iface", "one", "/bin/sh", 1, {"-c", "exit 0"}, {"A=1"}),
+                        repofile::entry("Demo::Iface", "two", gone)});
+    ASSERT_TRUE(ktest::writeFile(dir.file("impl_dir/impl_rep"), bytes));
+    EXPECT_EQ(runVex(dir.path(), {"-v"}),
+              "0|VEX: Repository file name: impl_dir/impl_rep\n"
+              "VEX:: Added the following implementation:\n"
+              "Interface Name: Demo::Iface\n"
+              "Object Name: one\n"
+              "Reference Data: SEQUENCE NAME: CORBA::OctetSequence\n"
+              "NUM OF ELEMENTS: 0\n"
+              "\n"
+              "Path: /bin/sh\n"
+              "Policy: Policy:UNSHARED_SERVER\n"
+              "\n"
+              "Arguments:\n"
+              "SEQUENCE NAME: CORBA::StringSequence\n"
+              "NUM OF ELEMENTS: 2\n"
+              "ELEMENT NUM: 0 = -c\n"
+              "ELEMENT NUM: 1 = exit 0\n"
+              "\n"
+              "Env: \n"
+              "SEQUENCE NAME: CORBA::StringSequence\n"
+              "NUM OF ELEMENTS: 1\n"
+              "ELEMENT NUM: 0 = A=1\n"
+              "\n"
+              "\n"
+              "VEX:: Invalid registration. File " + gone + " does not exist\n"
+              "The implementation will not be added to the list of registrations\n" +
+              kUnnamed);
+    EXPECT_EQ(ktest::readFile(dir.file("impl_dir/impl_rep")), bytes);  // a start only reads
+}
+
+TEST_F(VexProgram, RepositoryThatCannotBeOpenedEndsWithTheHint) {
+    std::string rep = dir.file("impl_rep");
+    ASSERT_EQ(mkdir(rep.c_str(), 0755), 0);  // it exists, but open() fails
+    EXPECT_EQ(runVex(dir.path(), {}, {"KELVANOR_IMPL_PATH=" + dir.path()}),
+              "1|Activation daemon: Was not able to open the implementation repository -" + rep +
+                  "\nCheck path name or permissions\n"
+                  "Hint: Check environment variable KELVANOR_IMPL_NAME, KELVANOR_IMPL_PATH, "
+                  "KELVANOR.\n");
+}
+
+}  // namespace
