@@ -10,7 +10,7 @@ root=$(pwd)
 bash tools/deps.sh
 build=${KELVANOR_BUILD:-build}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" -j"$(nproc)" --target vex
+cmake --build "$build" -j"$(nproc)" --target vex iordump
 
 work=$(mktemp -d)
 ns_pid=""
@@ -33,6 +33,22 @@ ior=$(grep -o 'IOR:[0-9a-f]*' "$work/ns.out" | head -1)
 [ -n "$ior" ] || { echo "demo: omniNames did not start" >&2; cat "$work/ns.out" >&2; exit 1; }
 echo "demo: naming service on 127.0.0.1:$port"
 echo "$ior" > "$work/web/wai/NameService/demo.IOR"
+
+echo "demo: the naming service's root context, as iordump reads it:"
+"$root/$build/iordump" "$ior" | sed 's/^/  /'
+
+# A repository with one registration, written in the file's own layout:
+# 4-byte little-endian counts and lengths, strings without terminator.
+u32() { printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255)))"; }
+str() { u32 ${#1}; printf '%s' "$1"; }
+{
+  u32 1                                   # entries
+  str "Demo::Clock"; str "wall"           # interface and object name
+  u32 0                                   # reference data: no octets
+  str "/bin/date"; u32 0                  # program, SHARED_SERVER
+  u32 1; str "--utc"                      # arguments
+  u32 0                                   # environment: inherit
+} > "$work/impl_dir/impl_rep"
 
 echo "demo: starting vex -v"
 set +e

@@ -1,12 +1,21 @@
 #!/usr/bin/env bash
-# Builds Kelvanor with warnings as errors and runs every test through CTest.
-# Usage: bash tools/test.sh     (build directory: build-test, or $KELVANOR_BUILD)
+# Builds Kelvanor with warnings as errors and runs every test through CTest,
+# first in an optimised build, then again under AddressSanitizer and UBSan.
+# Usage: bash tools/test.sh     (build directories: build-test, build-test-asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash tools/deps.sh
 build=${KELVANOR_BUILD:-build-test}
+jobs=$(nproc)
+
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANOR_WERROR=ON >/dev/null
-cmake --build "$build" -j"$(nproc)"
-cd "$build"
-ctest -j"$(nproc)" --output-on-failure --timeout 300
+cmake --build "$build" -j"$jobs"
+(cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 300)
+
+echo "== the same tests under AddressSanitizer and UBSan =="
+cmake -S . -B "$build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKELVANOR_WERROR=ON \
+  -DKELVANOR_SANITIZE=ON -DKELVANOR_BENCH=OFF >/dev/null
+cmake --build "$build-asan" -j"$jobs"
+cd "$build-asan"
+UBSAN_OPTIONS=print_stacktrace=1 ctest -j"$jobs" --output-on-failure --timeout 300
