@@ -36,6 +36,10 @@ unsigned DSAssoc::hash() const { return key ? key->hash() : 0; }
 // Against another association the keys meet; against anything else, the key
 // meets that object.
 static const TBObject& keyOf(const TBObject& other) {
+    // Lookups pass bare keys far more often than associations: test the
+    // descriptor before paying for a dynamic_cast.
+    const TBTypeInfo* info = other.classInfo();
+    if (info != DSAssoc::desc() && !(info && info->hasBase(*DSAssoc::desc()))) return other;
     const DSAssoc* a = dynamic_cast<const DSAssoc*>(&other);
     return a && a->key ? *a->key : other;
 }

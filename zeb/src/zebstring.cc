@@ -139,7 +139,8 @@ void ZEBString::prettyPrint(TBostream& strm) const {
 unsigned ZEBString::hash() const { return TBTypeDict::strHash(_string); }
 
 int ZEBString::compare(const TBObject& other) const {
-    if (!tbCastAllowed(other.classInfo(), ZEBString::desc())) return -1;
+    const TBTypeInfo* info = other.classInfo();
+    if (info != ZEBString::desc() && !tbCastAllowed(info, ZEBString::desc())) return -1;
     return std::strcmp(_string, static_cast<const ZEBString&>(other)._string);
 }
 
