@@ -2,6 +2,8 @@
 // checked cast.
 #include "tbtinfo.h"
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -93,4 +95,11 @@ TEST(TBObject, EqualityAndCheckedCast) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(nullptr, TB_CAST(TTOther, p));
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
+
+    // A wrong class is a program fault: the message names both classes and
+    // the place of the cast, then the process aborts.
+    p = &d;
+    // The message goes to standard output; the death test reads stderr.
+    EXPECT_DEATH((dup2(2, 1), TB_CAST(TTOther, p)),
+                 "Invalid cast: Cannot cast 'TTLeaf' to 'TTOther'\nFile: .*tbtinfo_test.cc, Line: [0-9]+");
 }

@@ -3,7 +3,10 @@
 #include "dispatch.h"
 
 #include <fcntl.h>
+#include <algorithm>
+#include <csignal>
 #include <functional>
+#include <thread>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -160,4 +163,26 @@ TEST_F(DispatcherLoop, TimersBoundTheWait) {
         EXPECT_FALSE(d.dispatch(sec, usec));
     EXPECT_TRUE(sec == 4 && usec >= 0 && usec < 1000000);
     EXPECT_EQ(log, (Log{"h:timer", "late:timer"}));
+}
+
+// A signal during select is not an error: the wait starts over and the data
+// that arrives afterwards is delivered. A descriptor closed behind the
+// dispatcher's back is found by probing and detached, instead of failing
+// every later select.
+TEST_F(DispatcherLoop, InterruptedAndDeadDescriptorsAreSurvived) {
+    struct sigaction sa = {};
+    sa.sa_handler = [](int) {};
+    ASSERT_EQ(0, sigaction(SIGALRM, &sa, nullptr));  // no SA_RESTART
+    auto a = pair(), dead = pair();
+    Recorder h(log, "h"), gone(log, "gone");
+    d.link(a[0], R, &h);
+    d.link(dead[0], R, &gone);
+    close(dead[0]);
+    ualarm(20000, 0);  // interrupts the first select
+    std::thread writer([&] { usleep(80000), put(a); });
+    EXPECT_TRUE(d.dispatch(&ten));
+    writer.join();
+    EXPECT_EQ(log, (Log{"h:in"}));
+    EXPECT_EQ(nullptr, d.handler(dead[0], R));
+    _fds.erase(std::find(_fds.begin(), _fds.end(), dead[0]));
 }
