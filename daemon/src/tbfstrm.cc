@@ -188,9 +188,9 @@ char* TBfstream::readString(unsigned long len) {
         s[len] = '\0';
         return s.release();
     }
-    // The original design allocated len + 1 bytes on the word of the file.
-    // A corrupt length would then ask for gigabytes; instead the string
-    // grows only with bytes that really arrive. What the file lacks would
+    // Allocating len + 1 bytes on the word of the file would let a corrupt
+    // length ask for gigabytes; instead the string grows only with bytes
+    // that really arrive. What the file lacks would
     // read as zeroes, so the text of the string is the same either way.
     std::string text;
     unsigned long got = 0;

@@ -144,8 +144,8 @@ void VEXImpl::_updateRepository() {
                 strm << *info;
             }
         }
-        // The original did not look at write results and could put a short
-        // file in place on a full disk. Here the old file stays instead.
+        // A failed write (a full disk) must not put a short file in place:
+        // the old file stays and the daemon stops.
         if (!strm.flush()) {
             temp.discard();
             backupFailed(_impl_path);

@@ -84,7 +84,7 @@ void VEXImpl::_get_impl_name() {
     std::string dir = root ? std::string(root) + "/impl_dir" : std::string("impl_dir");
     if (const char* path = getenv("KELVANOR_IMPL_PATH")) dir = path;
     const char* name = getenv("KELVANOR_IMPL_NAME");
-    // The original used two 500-byte buffers and no bound; a string has none.
+    // Built in a string, so a long directory name cannot overrun a buffer.
     std::string file = dir + "/" + (name ? name : "impl_rep");
     _impl_file = file.c_str();
     _impl_path = dir.c_str();
