@@ -54,12 +54,15 @@ void fill(VEXImpl& repo, long n) {
     }
 }
 
+// False, with the benchmark marked as skipped, when there is no directory.
+bool usable(const BenchDir& dir, benchmark::State& state) {
+    if (!dir.ok()) state.SkipWithError("no temporary directory");
+    return dir.ok();
+}
+
 void BM_Rewrite(benchmark::State& state) {
     BenchDir dir;
-    if (!dir.ok()) {
-        state.SkipWithError("no temporary directory");
-        return;
-    }
+    if (!usable(dir, state)) return;
     VEXImpl repo(0);
     fill(repo, state.range(0));
     for (auto _ : state) repo._updateRepository();
@@ -68,10 +71,7 @@ void BM_Rewrite(benchmark::State& state) {
 
 void BM_Load(benchmark::State& state) {
     BenchDir dir;
-    if (!dir.ok()) {
-        state.SkipWithError("no temporary directory");
-        return;
-    }
+    if (!usable(dir, state)) return;
     {
         VEXImpl repo(0);
         fill(repo, state.range(0));
