@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # Installs what building and testing Kelvanor needs on a fresh Debian
-# machine: the compiler and build tools, GoogleTest, Google Benchmark, and
-# omniNames, the naming service that the tests and the demo run beside vex.
+# machine: the compiler and build tools, GoogleTest, Google Benchmark,
+# omniNames, the naming service that the tests and the demo run beside vex,
+# and omniORB's IDL compiler, IDL files and libraries, from which the
+# interoperability peers and the echo benchmark are built.
 # Does nothing when everything is present already.
 set -euo pipefail
 
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
-for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver; do
+for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver \
+           omniidl omniorb-idl libomniorb4-dev pkg-config; do
   have_pkg "$pkg" || need+=("$pkg")
 done
 [ ${#need[@]} -eq 0 ] && exit 0

@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# Null-call speed of the echo example: two-way latency of pid() and the rate
+# of oneway note("") calls, for Kelvanor's echo_server driven by the raw
+# client, against omniORB's client and server. Every process runs on one
+# CPU (taskset) over 127.0.0.1; each figure is the median of REPS runs.
+# Usage: bash bench/echo_bench.sh [build-dir]     (default: build-bench)
+# Knobs: REPS (5), LATENCY_CALLS (20000), ONEWAY_CALLS (200000), CPU (0).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build=${1:-build-bench}
+reps=${REPS:-5}
+latency_calls=${LATENCY_CALLS:-20000}
+oneway_calls=${ONEWAY_CALLS:-200000}
+cpu=${CPU:-0}
+
+bash tools/deps.sh
+if [ ! -f "$build/CMakeCache.txt" ]; then
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELVANOR_BENCH=ON >/dev/null
+fi
+type=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")
+[ "$type" = Release ] || echo "echo_bench: note: $build is a '$type' build, not Release"
+
+if ! cmake --build "$build" -j"$(nproc)" --target raw_echo_client omni_echo_client \
+    omni_echo_server >/dev/null; then
+  echo "echo_bench: build failed (raw_echo_client needs Google Benchmark, the peers" \
+       "omniORB: tools/deps.sh installs both)" >&2
+  exit 1
+fi
+# echo_server may not exist in this tree yet; a failure for another reason stops here.
+has_echo_server=1
+if ! out=$(cmake --build "$build" -j"$(nproc)" --target echo_server 2>&1); then
+  if ! grep -qiE "unknown target|no rule to make target" <<<"$out"; then
+    echo "$out" >&2
+    exit 1
+  fi
+  has_echo_server=0
+fi
+
+tmp=$(mktemp -d)
+pids=()
+cleanup() {
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
+  rm -rf "$tmp"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# start_server NAME COMMAND...: runs it pinned and sets server_ior once the
+# first line of its output is a complete reference. The EXIT trap stops it.
+start_server() {
+  local name=$1 out="$tmp/$1.out" pid
+  shift
+  : >"$out"  # there before the server, so that polling can read it at once
+  taskset -c "$cpu" "$@" >"$out" 2>"$tmp/$name.err" &
+  pid=$!
+  pids+=("$pid")
+  for _ in $(seq 150); do
+    server_ior=$(head -n 1 "$out")
+    if [[ $server_ior == IOR:* ]] && [ "$(wc -l <"$out")" -ge 1 ]; then return 0; fi
+    kill -0 "$pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  echo "echo_bench: $name gave no reference: $(cat "$tmp/$name.err")" >&2
+  exit 1
+}
+
+# run_client CLIENT IOR MODE N: one bounded run, pinned; prints its figure.
+run_client() {
+  local v
+  v=$(taskset -c "$cpu" timeout 120 "$1" "$2" "$3" "$4" | awk '{print $2}') || v=
+  if [ -z "$v" ]; then
+    echo "echo_bench: $1 $3 failed" >&2
+    exit 1
+  fi
+  echo "$v"
+}
+
+median() { sort -g | awk '{v[NR] = $1} END {print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
+row() { printf '%-38s %16.2f %16.0f\n' "$1" "$2" "$3"; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
+verdict() { awk -v v="$1" -v t="$3" -v op="$2" 'BEGIN {ok = (op == "<=") ? v <= t : v >= t; print (ok ? "meets" : "misses") " " op " " t}'; }
+
+start_server omni_echo_server "$build/omni_echo_server"
+omni_ior=$server_ior
+pairs=(b c)
+if [ $has_echo_server = 1 ]; then
+  start_server echo_server "$build/echo_server" -OAipaddr 127.0.0.1
+  kelvanor_ior=$server_ior
+  pairs=(a b c)
+fi
+declare -A client=([a]=$build/raw_echo_client [b]=$build/omni_echo_client [c]=$build/raw_echo_client)
+declare -A target=([a]=${kelvanor_ior:-} [b]=$omni_ior [c]=$omni_ior)
+
+echo "echo benchmark: $reps runs each, $latency_calls two-way and $oneway_calls oneway calls a run, CPU $cpu"
+# The pairs take turns within each repetition, so that a change in the
+# machine's load falls on all of them alike.
+declare -A lats rates
+for ((i = 0; i < reps; i++)); do
+  for p in "${pairs[@]}"; do
+    lats[$p]+="$(run_client "${client[$p]}" "${target[$p]}" latency "$latency_calls") "
+    rates[$p]+="$(run_client "${client[$p]}" "${target[$p]}" oneway "$oneway_calls") "
+  done
+done
+declare -A lat rate
+for p in "${pairs[@]}"; do
+  lat[$p]=$(tr ' ' '\n' <<<"${lats[$p]}" | grep . | median)
+  rate[$p]=$(tr ' ' '\n' <<<"${rates[$p]}" | grep . | median)
+done
+
+echo
+printf '%-38s %16s %16s\n' "client -> server" "latency us/call" "oneway calls/s"
+if [ $has_echo_server = 1 ]; then row "(a) raw Kelvanor -> echo_server" "${lat[a]}" "${rate[a]}"; fi
+row "(b) omniORB -> omniORB server" "${lat[b]}" "${rate[b]}"
+row "(c) raw Kelvanor -> omniORB server" "${lat[c]}" "${rate[c]}"
+if [ $has_echo_server = 1 ]; then
+  lr=$(ratio "${lat[a]}" "${lat[b]}")
+  rr=$(ratio "${rate[a]}" "${rate[b]}")
+  printf '%-38s %16s %16s\n' "Kelvanor/omniORB, (a)/(b)" "${lr}x" "${rr}x"
+  echo "targets: latency $(verdict "$lr" "<=" 1.10), oneway rate $(verdict "$rr" ">=" 1.5)"
+else
+  echo "echo_server is not built in this tree: (a) and the Kelvanor/omniORB ratios are not measured;"
+  echo "(c) checks the raw client against omniORB's server instead."
+fi
