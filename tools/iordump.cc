@@ -1,7 +1,9 @@
 // iordump: prints what a stringified object reference holds, one field to a
 // line: the type id, each profile's tag, and for an IIOP profile its
 // version, host, port and object key, with the parsed key when this broker
-// made it. The reference comes as the argument or on standard input.
+// made it. The reference comes as the argument or on standard input. A
+// profile that does not decode is reported on standard error by its number,
+// after the rest has been printed, and the status is then 1.
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -9,6 +11,7 @@
 #include <new>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "except.h"
 #include "giop.h"
@@ -53,23 +56,44 @@ void dumpKeyKind(std::ostream& out, const CORBA_OctetSequence& key) {
     out << '\n';
 }
 
-void dumpProfile(std::ostream& out, CORBA::ULong index, const IOP::TaggedProfile& profile) {
+std::string failure(const CORBA_SystemException& e) { return e._desc()->name; }
+
+// One profile. The data of an IIOP profile is decoded before anything of it
+// is printed; when it does not decode, only the tag line stands and the
+// reason goes to damaged.
+void dumpProfile(std::ostream& out, CORBA::ULong index, const IOP::TaggedProfile& profile,
+                 std::vector<std::string>& damaged) {
     out << "profile " << index << ": tag " << profile.tag << '\n';
     if (profile.tag != IOP::TAG_INTERNET_IOP) return;
-    std::unique_ptr<IIOP::ObjectLocator> loc(IIOP::ObjectLocator::convert(profile.profile_data));
-    out << "iiop: " << static_cast<unsigned>(loc->iiop_version.major) << '.'
-        << static_cast<unsigned>(loc->iiop_version.minor) << ' '
-        << (loc->host.in() ? loc->host.in() : "") << ' ' << loc->port << '\n';
-    out << "key: ";
-    hex(out, loc->object_key);
-    out << '\n';
-    dumpKeyKind(out, loc->object_key);
+    std::ostringstream body;
+    std::string why;
+    try {
+        std::unique_ptr<IIOP::ObjectLocator> loc(
+            IIOP::ObjectLocator::convert(profile.profile_data));
+        body << "iiop: " << static_cast<unsigned>(loc->iiop_version.major) << '.'
+             << static_cast<unsigned>(loc->iiop_version.minor) << ' '
+             << (loc->host.in() ? loc->host.in() : "") << ' ' << loc->port << '\n';
+        body << "key: ";
+        hex(body, loc->object_key);
+        body << '\n';
+        dumpKeyKind(body, loc->object_key);
+        out << body.str();
+        return;
+    } catch (const CORBA_SystemException& e) {
+        why = failure(e);
+    } catch (const std::bad_alloc&) {
+        why = "out of memory";
+    }
+    damaged.push_back("profile " + std::to_string(index) + ": malformed IIOP profile (" + why +
+                      ")");
 }
 
 // The whole dump of text, or false with the reason in error. Nothing is
 // printed until the reference has decoded to the end, so that a bad one
-// leaves exactly one line on standard error.
-bool dump(const std::string& text, std::string& result, std::string& error) {
+// leaves exactly one line on standard error. A damaged IIOP profile does not
+// stop the dump: the others are shown, and damaged gets a line for it.
+bool dump(const std::string& text, std::string& result, std::string& error,
+          std::vector<std::string>& damaged) {
     std::unique_ptr<IOP::IOR> ior;
     std::ostringstream out;
     try {
@@ -83,10 +107,10 @@ bool dump(const std::string& text, std::string& result, std::string& error) {
         } else {
             out << "type_id: " << (ior->type_id.in() ? ior->type_id.in() : "") << '\n';
             for (CORBA::ULong i = 0; i < ior->profiles.length(); ++i)
-                dumpProfile(out, i, ior->profiles[i]);
+                dumpProfile(out, i, ior->profiles[i], damaged);
         }
     } catch (const CORBA_SystemException& e) {
-        error = std::string("malformed object reference (") + e._desc()->name + ")";
+        error = "malformed object reference (" + failure(e) + ")";
         return false;
     } catch (const std::bad_alloc&) {
         error = "malformed object reference (out of memory)";
@@ -117,10 +141,12 @@ int main(int argc, char** argv) {
         text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
     }
     std::string result, error;
-    if (!dump(trimmed(text), result, error)) {
+    std::vector<std::string> damaged;
+    if (!dump(trimmed(text), result, error, damaged)) {
         std::cerr << "iordump: " << error << std::endl;
         return 1;
     }
     std::cout << result << std::flush;
-    return 0;
+    for (const std::string& line : damaged) std::cerr << "iordump: " << line << std::endl;
+    return damaged.empty() ? 0 : 1;
 }

@@ -37,8 +37,9 @@ public:
 
     // A count of 0 gives a null pointer. A null target is allocated with
     // CORBA::string_alloc and belongs to the caller; a non-null target must
-    // have room for the string, which is never longer than what is left of
-    // the block.
+    // have room for the string and a terminator, and the string is never
+    // longer than what is left of the block. A string whose count covers no
+    // NUL keeps all its bytes and gets one behind them.
     TBistream& operator>>(char*& s) override;
     TBistream& operator>>(char& c) override;
     TBistream& operator>>(unsigned char& c) override;

@@ -85,13 +85,16 @@ TBistream& CORBA_MarshalInBuffer::operator>>(char*& s) {
     }
     // The count is checked against what is left of the block before anything
     // is allocated or copied, so a hostile count costs nothing and a target
-    // is never written beyond count bytes of real data.
+    // is never written beyond count bytes of real data and a terminator.
     if (count > _size - _cursor) shortData();
-    if (!s) {
-        s = CORBA::string_alloc(count);
-        s[count] = '\0';  // a text that arrived without its NUL stays terminated
-    }
-    return get(s, count);
+    if (!s) s = CORBA::string_alloc(count);  // count + 1 bytes
+    get(s, count);
+    // A count that covers no terminator (bytes 03000000 616263): every
+    // counted byte is kept and a NUL goes behind them, so such a string reads
+    // "abc" here and on a connection alike. A caller's own target must
+    // therefore hold the text and its terminator.
+    if (s[count - 1] != '\0') s[count] = '\0';
+    return *this;
 }
 
 TBistream& CORBA_MarshalInBuffer::operator>>(char& c) { return get(&c, 1); }

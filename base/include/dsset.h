@@ -55,8 +55,8 @@ protected:
     // For derived classes whose stream constructor must read the elements
     // itself, after their own add() is in force: an empty table only.
     DSSet(TBistream& strm, int emptyOnly);
-    // Reads the two numbers and the elements, adding each through the
-    // virtual add().
+    // Reads the two numbers and the elements, then sizes the table for the
+    // count and adds the elements in arrival order through the virtual add().
     void readElements(TBistream& strm);
 
     // Sets the slot count for n requested entries: 2^bits, where bits is the

@@ -107,8 +107,8 @@ public:
     static TBTypeInfo _typeInfo;
 };
 
-// Empty on purpose: a call at the start of main pulls in the unit that holds
-// the static descriptors.
+// A call at the start of main links in every class that the base library
+// registers, so that a stream may name any of them; they do nothing else.
 void TBinit();
 void TBTinit();
 

@@ -1,14 +1,18 @@
 // The ordered collection: an array of references kept in insertion order.
 #include "dsordcltn.h"
 
+#include <vector>
+
 #include "tbiostrm.h"
 
 TB_DEFINE_CLASS(DSOrderedCltn, "DSOrderedCltn", DSResource::desc());
 
 namespace {
 
-// The capacity on a stream decides an allocation made before any element is
-// read, so a hostile value is cut to this; the array doubles as needed.
+// A capacity read from a stream is believed up to this many slots whatever
+// the count, and beyond it up to twice the elements that really arrived
+// (what growth by doubling can leave). A larger one is hostile or wasteful,
+// and is cut; the array then doubles as the elements need.
 constexpr unsigned kReadCapacityLimit = 1u << 16;
 
 }  // namespace
@@ -26,18 +30,25 @@ DSOrderedCltn::~DSOrderedCltn() {
     delete[] _items;
 }
 
+// The elements are collected before the array is made, so that neither the
+// count nor the capacity on the stream decides an allocation before the
+// elements behind it have arrived; the writer's capacity is then kept as far
+// as they back it. A missing or foreign element ends the read.
 void DSOrderedCltn::readElements(TBistream& strm) {
     unsigned capacity = 0;
     unsigned count = 0;
     strm >> capacity >> count;
-    _capacity = capacity < kReadCapacityLimit ? capacity : kReadCapacityLimit;
-    _items = new DSResource*[_capacity ? _capacity : 1]();
-    // A missing or foreign element ends the read.
-    for (unsigned k = 0; k < count; ++k) {
+    std::vector<DSResource*> arrived;
+    while (arrived.size() < count) {
         DSResource* e = DSreadResource(strm);
         if (!e) break;
-        add(*e);
+        arrived.push_back(e);
     }
+    unsigned long backed = 2UL * arrived.size();
+    if (backed < kReadCapacityLimit) backed = kReadCapacityLimit;
+    _capacity = capacity < backed ? capacity : static_cast<unsigned>(backed);
+    _items = new DSResource*[_capacity ? _capacity : 1]();
+    for (DSResource* e : arrived) add(*e);
 }
 
 DSResource* DSOrderedCltn::addAtIndex(int i, DSResource& x) {

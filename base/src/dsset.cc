@@ -3,17 +3,13 @@
 #include "dsset.h"
 
 #include <iostream>
+#include <vector>
 
 #include "tbiostrm.h"
 
 TB_DEFINE_CLASS(DSSet, "DSSet", DSResource::desc());
 
 namespace {
-
-// A stream names its element count before the elements. The table for it is
-// made at once, so a hostile count must not decide the allocation: above this
-// many the table starts at this size and doubles as elements really arrive.
-constexpr unsigned kReadSizingLimit = 1u << 16;
 
 // Beyond this a slot count no longer fits the 32-bit hash index.
 constexpr unsigned kMaxBits = 31;
@@ -224,16 +220,25 @@ void DSSet::write(TBostream& strm) const {
 }
 
 // The capacity on the stream is read and ignored: the table is sized for the
-// count. A missing or foreign element ends the read; the stream is out of
-// step from there on anyway.
+// count, and the elements are entered in the order they came, which is the
+// writer's slot order. That gives the reader the slot layout, and so the
+// iteration and write order, that the writer's own table had.
+//
+// The count comes before the elements and may lie, so the table is not made
+// from it up front: the elements are collected first, in an array that grows
+// only with elements that really arrived, and the table is sized once they
+// are all there. A missing or foreign element ends the read (the stream is
+// out of step from there on anyway) and the table is then sized for what came.
 void DSSet::readElements(TBistream& strm) {
     unsigned capacity = 0;
     unsigned count = 0;
     strm >> capacity >> count;
-    setCapacity(count < kReadSizingLimit ? count : kReadSizingLimit);
-    for (unsigned k = 0; k < count; ++k) {
+    std::vector<DSResource*> arrived;
+    while (arrived.size() < count) {
         DSResource* e = DSreadResource(strm);
         if (!e) break;
-        add(*e);
+        arrived.push_back(e);
     }
+    setCapacity(arrived.size() == count ? count : static_cast<unsigned>(arrived.size()));
+    for (DSResource* e : arrived) add(*e);
 }

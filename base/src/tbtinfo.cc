@@ -188,9 +188,6 @@ bool TBObject::isEqual(const TBObject& other) const {
 
 bool TBObject::isSame(const TBObject& other) const { return this == &other; }
 
-void TBinit() {}
-void TBTinit() {}
-
 // ------------------------------------------------------------- checked cast
 
 bool tbCastAllowed(const TBTypeInfo* actual, const TBTypeInfo* target) {

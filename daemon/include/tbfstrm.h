@@ -5,9 +5,12 @@
 // numbers, class names) of the base streams runs on top unchanged.
 //
 // Reads never fail visibly: whatever the file cannot supply reads as zero
-// bytes. Writes are collected in a buffer that is handed to the system
-// before close() returns, before any read and when the stream goes away, so
-// the bytes on the file are those of unbuffered writes. On a seekable
+// bytes. On a regular file writes are collected in a buffer that is handed
+// to the system before close() returns, before any read and when the stream
+// goes away, so the bytes on the file are those of unbuffered writes; that
+// buffer is what makes writing a repository fast. Any other descriptor
+// (pipe, socket, terminal) has a reader waiting on the far side, so every
+// write goes through at once. On a seekable
 // descriptor reads are served from a read-ahead buffer; before a write, at
 // close() and when the stream goes away the descriptor is moved back to
 // where the reader stands. Nobody else may move or use the descriptor while
@@ -84,9 +87,10 @@ public:
     TBostream& put(const double* p, unsigned n) override;
     TBostream& putCString(const char* s) override;
 
-    // Replaces s (null, or a new[] buffer such as CORBA::string_alloc gives)
-    // by a new buffer holding the string read. Throws CORBA_MARSHAL for a
-    // length the file cannot back (see kMadeUpLimit).
+    // A null s gets a new[] buffer holding the string read. A non-null s is
+    // filled in place and keeps its address; it must hold the length read
+    // plus a terminator (getCString is the bounded form). Throws
+    // CORBA_MARSHAL for a length the file cannot back (see kMadeUpLimit).
     TBistream& operator>>(char*& s) override;
     TBistream& operator>>(char& c) override;
     TBistream& operator>>(unsigned char& c) override;
@@ -148,7 +152,7 @@ private:
     bool _closed;        // close() has run: the descriptor is not ours to use
     bool _writeFailed;
     unsigned long _madeUp;
-    std::unique_ptr<char[]> _buffer;  // pending output in [0, _pending)
+    std::unique_ptr<char[]> _buffer;  // pending output in [0, _pending); made at the first write
     size_t _pending;
     // Read-ahead: unread input in [_rpos, _rend) of _rbuffer. Only one of
     // _pending and the read-ahead is ever non-empty.
@@ -156,6 +160,8 @@ private:
     size_t _rpos;
     size_t _rend;
     int _seekable;  // -1 not known yet, 0 no (read directly), 1 yes
+    // Not a regular file: nothing is held back, _pending stays 0.
+    bool _writeThrough;
 };
 
 #endif

@@ -1,8 +1,9 @@
 // The file stream: raw memory images of values on a descriptor, buffered on
-// the way out, zero-filled on the way in.
+// the way out to a regular file, zero-filled on the way in.
 #include "tbfstrm.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,20 +33,28 @@ struct FileForm<unsigned long> {
     typedef uint32_t type;
 };
 
+// Only a regular file may hold output back: nobody reads it while we write,
+// and every way out of the stream flushes. A descriptor whose type cannot be
+// told is treated as a pipe, which costs speed and never correctness.
+bool isRegularFile(int fd) {
+    struct stat st;
+    return fd >= 0 && fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+}
+
 }  // namespace
 
 const char TBfstream::_class_name[] = "TBfstream";
 
 TBfstream::TBfstream(int fd)
-    : _fd(fd), _owned(false), _closed(false), _writeFailed(false), _madeUp(0),
-      _buffer(new char[kBufferSize]), _pending(0), _rpos(0), _rend(0), _seekable(-1) {}
+    : _fd(fd), _owned(false), _closed(false), _writeFailed(false), _madeUp(0), _pending(0),
+      _rpos(0), _rend(0), _seekable(-1), _writeThrough(!isRegularFile(fd)) {}
 
 TBfstream::TBfstream(const char* name, int mode)
     // Close-on-exec: the daemon forks servers, which must not inherit the
     // repository.
     : _fd(::open(name, mode | O_CLOEXEC, 0777)), _owned(_fd >= 0), _closed(false),
-      _writeFailed(false), _madeUp(0), _buffer(new char[kBufferSize]), _pending(0), _rpos(0),
-      _rend(0), _seekable(-1) {}
+      _writeFailed(false), _madeUp(0), _pending(0), _rpos(0), _rend(0), _seekable(-1),
+      _writeThrough(!isRegularFile(_fd)) {}
 
 TBfstream::~TBfstream() {
     if (_owned) {
@@ -106,10 +115,11 @@ void TBfstream::putBytes(const void* p, size_t n) {
     if (n == 0) return;
     dropReadAhead();
     if (_pending + n > kBufferSize) flush();
-    if (n >= kBufferSize) {
+    if (_writeThrough || n >= kBufferSize) {
         writeAll(static_cast<const char*>(p), n);
         return;
     }
+    if (!_buffer) _buffer.reset(new char[kBufferSize]);
     std::memcpy(_buffer.get() + _pending, p, n);
     _pending += n;
 }
@@ -319,11 +329,21 @@ TBistream& TBfstream::operator>>(char*& s) {
     int len = 0;
     *this >> len;
     // The length went out as unsigned int; a "negative" one is a huge one.
-    char* fresh = readString(static_cast<unsigned int>(len));
-    // The old design wrote into a non-null s whatever its size; replacing it
-    // as the other streams do keeps a long string from running over it.
-    delete[] s;
-    s = fresh;
+    unsigned long n = static_cast<unsigned int>(len);
+    if (!s) {
+        s = readString(n);
+        return *this;
+    }
+    // A caller's buffer is filled in place: it may live on the stack, so it
+    // is never freed or replaced, and its owner vouches for the room (n + 1
+    // bytes). The bytes go straight in, as many as the file holds; a length
+    // the file cannot back throws before the zero fill behind them, so a
+    // corrupt length never makes us clear memory far beyond the data.
+    size_t got = readUpTo(s, n);
+    s[got] = '\0';
+    madeUp(n - got);
+    std::memset(s + got, 0, n - got);
+    s[n] = '\0';
     return *this;
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "dstestkey.h"
 
 namespace {
@@ -54,6 +56,31 @@ TEST(DSOrderedCltn, RemovalsByEqualityAddressAndIndex) {
     EXPECT_EQ(seen, (DSIds{2}));
     EXPECT_EQ(c.removeLast(), 1);
     EXPECT_EQ(c.removeFirst(), 0);
+}
+
+// The capacity on a stream is kept once the elements back it, also beyond
+// 2^16; unbacked, it is cut, and the elements still all come in order.
+TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
+    DSOrderedCltn written(100000);
+    for (unsigned i = 0; i < 70000; ++i) written.add(*new DSTestKey(i));
+    const std::string text = dsText(&written);
+    DSOrderedCltn* read = dynamic_cast<DSOrderedCltn*>(dsRead(text));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), 100000u);
+    EXPECT_TRUE(dsText(read) == text);
+    TBResource::unref(read);
+
+    DSOrderedCltn few(3);
+    for (unsigned i = 0; i < 3; ++i) few.add(*new DSTestKey(i));
+    std::string lie = dsText(&few);
+    const std::string::size_type counts = lie.find("\n3 3 ");
+    ASSERT_NE(counts, std::string::npos) << lie;
+    lie.replace(counts, 5, "\n4294967295 3 ");
+    read = dynamic_cast<DSOrderedCltn*>(dsRead(lie));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), 1u << 16);
+    EXPECT_EQ(dsIds(*read), (DSIds{0, 1, 2}));
+    TBResource::unref(read);
 }
 
 }  // namespace

@@ -75,4 +75,48 @@ TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
     EXPECT_EQ(DSTestKey::alive(), before);  // the destructor released the rest
 }
 
+// A table larger than 2^16 slots: the reader sizes it for the count, as for
+// any other size, and enters the elements in the order written. Homes 3i in
+// the 2^18 slots that 70,020 entries get are all distinct, so the layout is
+// the writer's; the twenty keys with homes 6k + 1 would share a slot with
+// the key of home 6k in a table half that size, and come out in another
+// order there.
+TEST(DSSet, LargeTablesReadBackWithTheWritersLayout) {
+    int before = DSTestKey::alive();
+    DSSet written(70020);
+    ASSERT_EQ(written.capacity(), 1u << 18);
+    for (unsigned i = 0; i < 70000; ++i) written.add(*new DSTestKey(i, dsHashHomedAt(3 * i, 18)));
+    for (unsigned k = 0; k < 20; ++k)
+        written.add(*new DSTestKey(100000 + k, dsHashHomedAt(6 * 1700 * k + 1, 18)));
+    const std::string text = dsText(&written);
+
+    DSSet* read = dynamic_cast<DSSet*>(dsRead(text));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), written.capacity());
+    EXPECT_TRUE(dsIds(*read) == dsIds(written));
+    EXPECT_TRUE(dsText(read) == text);
+    TBResource::unref(read);
+    written.removeAll();
+    EXPECT_EQ(DSTestKey::alive(), before);
+}
+
+// A count that the elements do not back sizes nothing: the table is made
+// for the elements that came.
+TEST(DSSet, AStatedCountAllocatesOnlyForElementsThatArrive) {
+    DSSet two(2);
+    two.add(*new DSTestKey(1));
+    two.add(*new DSTestKey(2));
+    std::string text = dsText(&two);
+    const std::string::size_type counts = text.find("\n4 2 ");
+    ASSERT_NE(counts, std::string::npos) << text;
+    text.replace(counts, 5, "\n4 4294967295 ");
+    testing::internal::CaptureStderr();  // the reader reports the missing rest
+    DSSet* read = dynamic_cast<DSSet*>(dsRead(text));
+    testing::internal::GetCapturedStderr();
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->size(), 2u);
+    EXPECT_EQ(read->capacity(), 4u);  // setCapacity(2)
+    TBResource::unref(read);
+}
+
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "dscltn.h"
@@ -58,5 +60,22 @@ inline std::vector<unsigned> dsIds(const DSCollection& c) {
     return ids;
 }
 using DSIds = std::vector<unsigned>;
+
+// The object stream form of obj, in text.
+inline std::string dsText(const TBTransObject* obj) {
+    std::ostringstream os;
+    {
+        TBostream out(os);
+        out << obj;
+    }
+    return os.str();
+}
+
+// The object read back from text; the caller owns it.
+inline TBTransObject* dsRead(const std::string& text) {
+    std::istringstream is(text);
+    TBistream in(is);
+    return in.readTransObj();
+}
 
 #endif

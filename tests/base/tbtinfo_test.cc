@@ -6,9 +6,16 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
+#include "dsassoc.h"
+#include "dsdict.h"
+#include "dslist.h"
+#include "dsordcltn.h"
+#include "process.h"
 #include "tbiostrm.h"
+#include "tbstring.h"
 
 namespace {
 
@@ -102,4 +109,40 @@ TEST(TBObject, EqualityAndCheckedCast) {
     // The message goes to standard output; the death test reads stderr.
     EXPECT_DEATH((dup2(2, 1), TB_CAST(TTOther, p)),
                  "Invalid cast: Cannot cast 'TTLeaf' to 'TTOther'\nFile: .*tbtinfo_test.cc, Line: [0-9]+");
+}
+
+// Only a program of its own shows what TBinit() links in: this suite links
+// every unit anyway. The probe reads the objects with nothing but TBinit()
+// and writes them back; each class of the base library is named on the way.
+TEST(TBinit, LinksInEveryClassTheBaseLibraryRegisters) {
+    // Tables sized as a reader sizes them (for their count), so that the
+    // text written back is the text read.
+    DSOrderedCltn top(4);
+    DSSet* set = new DSSet(1);
+    set->add(*new DSOrderedCltn(2));
+    DSDictionary* dict = new DSDictionary(1);
+    dict->addAssoc(*new DSLinkedList, *new DSSet(0));
+    DSLinkedList* list = new DSLinkedList;
+    list->add(*new DSAssoc(*new DSOrderedCltn(1), *new DSDictionary(0)));
+    top.add(*set);
+    top.add(*dict);
+    top.add(*list);
+    TBString str("text");
+    std::ostringstream text;
+    {
+        TBostream out(text);
+        out << static_cast<const TBTransObject*>(&str) << static_cast<const TBTransObject*>(&top);
+    }
+
+    ktest::TempDir dir("tbinit");
+    ktest::Process::Options opts;
+    opts.argv = {KELVANOR_TBINIT_PROBE};
+    opts.stdinPath = dir.file("in");
+    ASSERT_TRUE(ktest::writeFile(opts.stdinPath, text.str()));
+    ktest::Process probe;
+    ASSERT_TRUE(probe.start(opts)) << probe.error();
+    ASSERT_TRUE(probe.wait(std::chrono::seconds(10)));
+    EXPECT_EQ(probe.exitCode(), 0);
+    EXPECT_EQ(probe.stderrText(), "");
+    EXPECT_EQ(probe.stdoutText(), text.str());
 }

@@ -1,11 +1,13 @@
 #include "tbfstrm.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -47,7 +49,7 @@ TEST_F(TBfstreamTest, ValuesHaveFixedWidthsAndRoundTrip) {
     unsigned long ul;
     double d;
     char* a = nullptr;
-    char* e = CORBA::string_alloc(0);  // a non-null target is replaced
+    char* e = nullptr;  // allocated by the first read, filled by the second
     in >> c >> s >> i >> l >> ul >> d;
     in.get(longs, 2);
     in >> a >> e >> e;
@@ -89,6 +91,61 @@ TEST_F(TBfstreamTest, LengthsTheFileCannotBackThrowInsteadOfAllocating) {
     in >> s;
     EXPECT_EQ(std::string(s), big);
     delete[] s;
+}
+
+TEST_F(TBfstreamTest, ACallersBufferIsFilledInPlace) {
+    // "abc", "", then a length of 6 over a file that holds only "xy".
+    ASSERT_TRUE(ktest::writeFile(path, u32(3) + "abc" + u32(0) + u32(6) + "xy"));
+    TBfstream in(path.c_str(), O_RDONLY);
+    char buf[32];
+    std::memset(buf, '#', sizeof buf);
+    char* p = buf;
+    in >> p;
+    ASSERT_EQ(p, buf);
+    EXPECT_EQ(std::string(buf, 4), std::string("abc\0", 4));
+    in >> p;
+    EXPECT_EQ(p, buf);
+    EXPECT_EQ(buf[0], '\0');
+    in >> p;  // the missing tail reads as zeroes, up to the terminator at [6]
+    EXPECT_EQ(p, buf);
+    EXPECT_EQ(std::string(buf, 8), std::string("xy\0\0\0\0\0#", 8));
+    EXPECT_EQ(in.madeUpBytes(), 4u);
+
+    // A length the file cannot back throws before touching more than the
+    // bytes that are there, and leaves the buffer terminated.
+    ASSERT_TRUE(ktest::writeFile(path, u32(0x7fffffff) + "pq"));
+    TBfstream bad(path.c_str(), O_RDONLY);
+    p = buf;
+    EXPECT_THROW(bad >> p, CORBA_MARSHAL);
+    EXPECT_EQ(p, buf);
+    EXPECT_EQ(std::string(buf, 4), std::string("pq\0\0", 4));
+}
+
+// What goes to a pipe or a socket is there for the peer after each <<, with
+// no flush; a regular file still holds its output back (see below).
+TEST_F(TBfstreamTest, PipesAndSocketsGetEachWriteAtOnce) {
+    int pipeFds[2], sockFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockFds), 0);
+    for (const auto& ends : {std::make_pair(pipeFds[0], pipeFds[1]),
+                             std::make_pair(sockFds[0], sockFds[1])}) {
+        ASSERT_EQ(fcntl(ends.first, F_SETFL, O_NONBLOCK), 0);
+        TBfstream out(ends.second);
+        out << 7 << "hi";
+        char got[16];
+        ssize_t n = read(ends.first, got, sizeof got);
+        ASSERT_EQ(n, 10) << "descriptor " << ends.second;
+        EXPECT_EQ(std::string(got, 10), u32(7) + u32(2) + "hi");
+        out << 'z';
+        EXPECT_EQ(read(ends.first, got, sizeof got), 1);
+    }
+    for (int fd : {pipeFds[0], pipeFds[1], sockFds[0], sockFds[1]}) close(fd);
+
+    TBfstream file(path.c_str(), O_RDWR | O_CREAT);
+    file << 7;
+    EXPECT_EQ(ktest::readFile(path).size(), 0u);  // kept back on purpose
+    ASSERT_TRUE(file.flush());
+    EXPECT_EQ(ktest::readFile(path), u32(7));
 }
 
 TEST_F(TBfstreamTest, GetCStringCutsAtMaxAndSkipsTheRest) {

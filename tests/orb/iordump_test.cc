@@ -96,6 +96,37 @@ TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
     }
 }
 
+// Profiles 0 and 2 are good IIOP profiles; profile 1 claims the tag but its
+// data stops inside the host name. The good ones are printed in full, the
+// bad one by its tag line and by its number on standard error.
+TEST(IORDump, ADamagedProfileSparesTheOthers) {
+    ZEBObjectId_var id = new ZEBKeyId(5);
+    CORBA_OctetSequence_var key = id->convert();
+    IIOP::ObjectLocator loc;
+    loc.host = "127.0.0.1";
+    loc.port = 4000;
+    loc.object_key = *key;
+    CORBA_OctetSequence_var data = loc.convert();
+    CORBA_OctetSequence cut(*data);
+    cut.length(12);  // order, version, pad, host length, 4 of the host's 10 bytes
+    IOP::IOR ior;
+    ior.type_id = "IDL:T:1.0";
+    ior.profiles.length(3);
+    for (CORBA::ULong i = 0; i < 3; ++i) {
+        ior.profiles[i].tag = IOP::TAG_INTERNET_IOP;
+        ior.profiles[i].profile_data = i == 1 ? cut : *data;
+    }
+    const Outcome r = iordump(own(iorToString(ior)));
+    EXPECT_EQ(r.status, 1);
+    const std::string good = "iiop: 1.0 127.0.0.1 4000\nkey: ";
+    EXPECT_EQ(r.out.find("type_id: IDL:T:1.0\nprofile 0: tag 0\n" + good), 0u) << r.out;
+    EXPECT_NE(r.out.find("key kind: key 5\nprofile 1: tag 0\nprofile 2: tag 0\n" + good),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(r.out.rfind("key kind: key 5\n"), r.out.size() - 16) << r.out;
+    EXPECT_EQ(r.err, "iordump: profile 1: malformed IIOP profile (CORBA::MARSHAL)\n");
+}
+
 TEST(IORDump, ReadsTheRootReferenceOfOmniNames) {
     KELVANOR_REQUIRE_OMNINAMES();
     ktest::OmniNames names;

@@ -22,6 +22,7 @@
 
 #include "dispatch.h"
 #include "except.h"
+#include "mstrm.h"
 #include "zebglob.h"
 
 namespace {
@@ -152,6 +153,50 @@ TEST(ZEBIIOPstreamCore, OtherByteOrderIsSwappedPerValue) {
     CORBA::string_free(str);
 }
 
+// 03000000 616263: a count of 3 that covers "abc" and no NUL, then an octet
+// 0xff. The connection stream and the memory buffer give the same: all three
+// bytes with a terminator behind them, and 255 for the octet.
+TEST(ZEBIIOPstreamCore, SameBytesDecodeAsInTheMemoryBuffer) {
+    std::string data = le32(3) + "abc" + "\xff";
+    auto stream = [&] {
+        std::unique_ptr<ZEBIIOPstream> r(new ZEBIIOPstream);
+        r->set_read_buffer(&data[0], data.size(), 0);
+        return r;
+    };
+    auto buffer = [&] {
+        return std::unique_ptr<CORBA_MarshalInBuffer>(
+            new CORBA_MarshalInBuffer(&data[0], CORBA::ULong(data.size())));
+    };
+    char* a = nullptr;
+    char* b = nullptr;
+    auto r = stream();
+    auto m = buffer();
+    *r >> a;
+    *m >> b;
+    EXPECT_STREQ("abc", a);
+    EXPECT_STREQ("abc", b);
+    EXPECT_EQ(255, r->get());
+    EXPECT_EQ(255, m->get());
+    CORBA::string_free(a);
+    CORBA::string_free(b);
+
+    // Targets of the stream: "xy" is kept by the count rule but has no room
+    // for the terminator, "q" is too short, "wxyz" has room.
+    for (const char* before : {"xy", "q", "wxyz"}) {
+        char* t = CORBA::strdup(before);
+        *stream() >> t;
+        EXPECT_STREQ("abc", t) << before;
+        CORBA::string_free(t);
+    }
+    // A caller's own buffer for the memory buffer is filled in place.
+    char own[8];
+    std::memset(own, '#', sizeof own);
+    char* p = own;
+    *buffer() >> p;
+    EXPECT_EQ(own, p);
+    EXPECT_STREQ("abc", own);
+}
+
 // ---- over loopback
 
 // A timer handler that sends bytes to the peer socket once the stream under
@@ -278,6 +323,23 @@ TEST_F(ZEBIIOPstreamLoopback, BodiesLargerThanTheBlock) {
         sum += v;
     }
     EXPECT_EQ(3u * 999 * 1000 / 2, sum);
+}
+
+// A string too long for the block, whose count covers no NUL, comes in
+// through the bounded reader: all its bytes stay, and what follows it in
+// the message is read in step.
+TEST_F(ZEBIIOPstreamLoopback, LongStringWithoutTerminatorKeepsEveryByte) {
+    auto s = connectClient();
+    const std::string text(66000, 's');
+    send(giop(IIOP::Reply, le32(uint32_t(text.size())) + text + le32(77)));
+    s->receiveMessage(5);
+    char* got = nullptr;
+    CORBA::ULong after = 0;
+    *s >> got >> after;
+    ASSERT_NE(nullptr, got);
+    EXPECT_EQ(text.size(), std::strlen(got));
+    EXPECT_EQ(77u, after);
+    CORBA::string_free(got);
 }
 
 TEST_F(ZEBIIOPstreamLoopback, PeerClosingBetweenHeaderAndBody) {

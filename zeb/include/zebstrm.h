@@ -58,7 +58,9 @@ public:
     // A count of 0 gives null (the old pointer is not freed). A non-null
     // target is kept when strlen(target) + 1 covers the count, else it is
     // freed with CORBA::string_free and replaced; so it must come from
-    // CORBA::string_alloc. The caller owns the result.
+    // CORBA::string_alloc. A string whose count covers no NUL keeps all its
+    // bytes and gets one behind them (in a longer buffer if need be), as
+    // from the memory buffers. The caller owns the result.
     TBistream& operator>>(char*& s) override;
     TBistream& operator>>(char& c) override;
     TBistream& operator>>(unsigned char& c) override;
@@ -71,7 +73,7 @@ public:
     TBistream& operator>>(float& v) override;
     TBistream& operator>>(double& v) override;
 
-    int get() override;
+    int get() override;  // the byte as unsigned, 0 to 255
     TBistream& get(char& c) override;
     TBistream& get(unsigned char& c) override;
     // Raw bytes: no alignment, no swapping.

@@ -188,9 +188,11 @@ KELVANOR_READ_OP(float)
 KELVANOR_READ_OP(double)
 #undef KELVANOR_READ_OP
 
+// The byte comes back unsigned, as from the memory buffers: a 0xff octet is
+// 255 and never the -1 that means no data.
 int ZEBIIOPstream::get() {
-    char c;
-    readRaw(&c, 1);
+    unsigned char c;
+    readRaw(reinterpret_cast<char*>(&c), 1);
     return c;
 }
 
@@ -253,20 +255,36 @@ TBistream& ZEBIIOPstream::operator>>(char*& s) {
         return *this;
     }
     checkMessageHas(count);
-    if (s && std::strlen(s) + 1 >= count) {
+    // The index of the target's last byte: a NUL behind the count bytes fits
+    // when count <= room. The bounded block below has no byte to spare.
+    std::size_t room = s ? std::strlen(s) : 0;
+    if (s && room + 1 >= count) {
         readRaw(s, count);
     } else {
         CORBA::string_free(s);
         s = nullptr;
         if (count <= kDirectStringLimit || count <= static_cast<CORBA::ULong>(_in.readAvail())) {
             s = CORBA::string_alloc(count);
+            room = count;
             readRaw(s, count);
         } else {
-            s = ZEBreadBlock<char>(*this, count);
+            s = ZEBreadBlock<char>(*this, count);  // exactly count bytes
+            room = 0;
         }
     }
-    // A peer's string without its terminator is cut rather than left open.
-    s[count - 1] = '\0';
+    // A count that covers no terminator: every counted byte is kept and a
+    // NUL goes behind them, as the memory buffers do, so the same bytes
+    // decode to the same text on every path. Where the target has no room
+    // for it the string moves to a buffer one byte longer.
+    if (s[count - 1] != '\0') {
+        if (room < count) {
+            char* longer = CORBA::string_alloc(count);
+            std::memcpy(longer, s, count);
+            CORBA::string_free(s);  // new[] storage on every branch above
+            s = longer;
+        }
+        s[count] = '\0';
+    }
     return *this;
 }
 
