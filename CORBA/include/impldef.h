@@ -13,12 +13,18 @@
 class TBistream;
 class TBostream;
 
-// What a server hands the object adapter to be told that its implementation
-// goes down. Never streamed.
+class CORBA_Object;
+class CORBA_ImplementationDef;
+
+// What a server hands the object adapter for a service: it makes the object
+// that a request names when none exists yet, and hears when such an object
+// goes. Never streamed.
 class CORBA_Activator {
 public:
-    virtual ~CORBA_Activator() = 0;
-    virtual void deactivate() {}
+    virtual ~CORBA_Activator();
+    // The object for def (a new reference), or null if there is none.
+    virtual CORBA_Object* activate(CORBA_ImplementationDef* def) = 0;
+    virtual void deactivate(CORBA_Object* /*obj*/, CORBA_ImplementationDef* /*def*/) {}
 };
 
 class CORBA_ImplementationDef {

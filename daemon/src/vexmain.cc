@@ -7,7 +7,10 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "boa.h"
+#include "orb.h"
 #include "vexreg.h"
+#include "zebglob.h"
 #include "vexsrv.h"
 
 using std::cout;
@@ -35,9 +38,11 @@ int main(int argc, char** argv) {
     signal(SIGINT, signalHandler);
     signal(SIGTERM, signalHandler);
 
-    // BROKER INITIALISATION: CORBA::ORB_init(argc, argv, 0) and BOA_init on
-    // its result go here, before the daemon's own options, so that getopt
-    // sees only what the broker leaves in argv.
+    // The broker takes its own options out of argv first, so that getopt
+    // sees only the daemon's.
+    CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv, nullptr);
+    CORBA::BOA_ptr boa = orb->BOA_init(argc, argv, nullptr);
+    (void)boa;  // the servant is made ready on it once it has a skeleton
 
     unsigned char verbose = 0;
     int c;
@@ -55,8 +60,12 @@ int main(int argc, char** argv) {
         }
     }
 
-    // GLOBAL TABLE SETTINGS go here, after all options so that they win over
-    // the command line: call_bind_unbind cleared, recursion and is_vex set.
+    // After all options, so that these win over the command line: the daemon
+    // is never announced to by its clients, its servant may be entered again
+    // while a start-up waits, and it is the daemon.
+    ZEBGlobalTable::call_bind_unbind = 0;
+    ZEBGlobalTable::recursion = 1;
+    ZEBGlobalTable::is_vex = 1;
 
     VEXImpl servant(verbose);
 

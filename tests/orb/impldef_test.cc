@@ -18,7 +18,10 @@ CORBA_CreationImplDef sample() {
                                  CORBA_CreationImplDef::UNSHARED_SERVER, args);
 }
 
-class TestActivator : public CORBA_Activator {};
+class TestActivator : public CORBA_Activator {
+public:
+    CORBA_Object* activate(CORBA_ImplementationDef*) override { return nullptr; }
+};
 
 TEST(ImplDef, NarrowAndHoldersMakeDeepCopies) {
     CORBA_CreationImplDef creation = sample();

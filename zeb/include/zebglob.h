@@ -1,27 +1,183 @@
-// The broker's process-wide settings. So far only what the IIOP stream reads:
-// the sizes of its blocks and the socket options it applies. The broker's
-// option parsing fills these fields; until then they keep their defaults.
+// The broker's process-wide state: the object adapter, the ORB object and
+// the directory agent client, the command-line settings, the service hooks,
+// the client defaults, and the conversions between references, locators and
+// IORs that need all of these at once. There is one table per process.
 #ifndef KELVANOR_ZEBGLOB_H
 #define KELVANOR_ZEBGLOB_H
 
 #include "corba.h"
+#include "dsset.h"
+#include "object.h"
+#include "sequence.h"
+
+class CORBA_Exception;
+class CORBA_Environment;
+class CORBA_NVList;
+class CORBA_NamedValue;
+class DSUser;
+class GIOPstream;
+class ZEBBOA;
+class ZEBBOAClient;
+class ZEBORB;
+class ZEBSkelInfo;
+class ZEBImplEventHandler;
+namespace IIOP {
+struct ObjectLocator;
+struct RequestHeader;
+struct ReplyHeader;
+struct ServiceContext;
+}  // namespace IIOP
+namespace IOP {
+struct IOR;
+}
+namespace ZEB_EXT {
+struct ConnectionInfo;
+}
+
+// A service that rides on requests and replies in service contexts. No
+// implementation ships with the broker; programs register their own under
+// a context id.
+class ZEBSVCHandler {
+public:
+    virtual ~ZEBSVCHandler();
+    virtual void sending_request(CORBA_Object* obj, IIOP::RequestHeader& header,
+                                 GIOPstream& strm) = 0;
+    virtual void received_reply(CORBA_Object* obj, IIOP::ReplyHeader& header,
+                                const IIOP::ServiceContext& context, GIOPstream& strm) = 0;
+    virtual void received_request(CORBA_Object* obj, IIOP::RequestHeader& header,
+                                  const IIOP::ServiceContext& context, GIOPstream& strm) = 0;
+    virtual void sending_reply(CORBA_Object* obj, IIOP::ReplyHeader& header,
+                               GIOPstream& strm) = 0;
+    virtual void send_failed(CORBA_Object* obj, IIOP::RequestHeader& header,
+                             CORBA_Environment& env) = 0;
+    virtual void receive_failed(CORBA_Object* obj, IIOP::RequestHeader& header,
+                                CORBA_Environment& env) = 0;
+};
 
 class ZEBGlobalTable {
 public:
+    ZEBGlobalTable();
+    ~ZEBGlobalTable();
+    ZEBGlobalTable(const ZEBGlobalTable&) = delete;
+    ZEBGlobalTable& operator=(const ZEBGlobalTable&) = delete;
+
+    // The table, with the adapter, the ORB and the agent client made on the
+    // first call. Safe to call from anywhere, in any order.
+    static ZEBGlobalTable* instance();
+
+    // Takes the "-ORB...", "-OA..." and "-SVC..." options out of argv. An
+    // unknown or malformed broker option prints a line and ends the process
+    // with status 0.
+    static void parse_args(int& argc, char* const* argv);
+
+    // ---- References, locators and IORs. The caller owns the results.
+
+    static IIOP::ObjectLocator* getLocator(CORBA_Object* obj);
+    // The IIOP profile of ior as a locator; null without one.
+    static IIOP::ObjectLocator* getLocator(const IOP::IOR& ior);
+    static IOP::IOR* getIOR(CORBA_Object* obj);
+    // A local object of this process (duplicated) or a new stub bound to
+    // the IOR's locator. Nil for an IOR without an IIOP profile;
+    // CORBA_INV_OBJREF for another IIOP version, CORBA_INITIALIZE when no
+    // type can be found.
+    static CORBA_Object* getObject(const IOP::IOR& ior, const CORBA_TypeInfo* type);
+    // A stub that names an object no server has confirmed yet.
+    static CORBA_Object* makeObjRef(const char* interface_name, const char* object_name);
+
+    // ---- Open server connections.
+
+    static void addBOAClient(ZEBBOAClient* client);
+    static void removeBOAClient(ZEBBOAClient* client);
+    // Every open connection forgets skel.
+    static void releaseImpl(const ZEBSkelInfo& skel);
+
+    // ---- Service handlers, by service context id.
+
+    static void register_svc_handler(unsigned long id, ZEBSVCHandler* handler);
+    static void unregister_svc_handler(unsigned long id);
+    void sending_request(CORBA_Object* obj, IIOP::RequestHeader& header, GIOPstream& strm);
+    void received_reply(CORBA_Object* obj, IIOP::ReplyHeader& header, GIOPstream& strm);
+    void received_request(CORBA_Object* obj, IIOP::RequestHeader& header, GIOPstream& strm);
+    void sending_reply(CORBA_Object* obj, IIOP::ReplyHeader& header, GIOPstream& strm);
+    void send_failed(CORBA_Object* obj, IIOP::RequestHeader& header, CORBA_Environment& env);
+    void receive_failed(CORBA_Object* obj, IIOP::RequestHeader& header, CORBA_Environment& env);
+
+    // ---- Parameters of service handlers, from "-SVCname=value".
+
+    static void add_SVCparam(const char* option);
+    // An owned copy of the first value stored under name, or null.
+    static char* get_SVCparam(const char* name);
+    // The first item of that name with a counted reference, or null.
+    static CORBA_NamedValue* find_SVCparam(const char* name);
+
+    // ---- Fields of the instance.
+
+    // New skeletons take their registration scope from here (0: the agent
+    // and the daemon are told, 1: this process only).
+    CORBA::ULong scope = 0;
+    // The server side's principal, for local objects outside a request.
+    CORBA_OctetSequence_var principal;
+    // Valid only while a request is served: its principal, a duplicate of
+    // its object, and the connection it came on.
+    CORBA_OctetSequence* current_principal = nullptr;
+    CORBA_Object* current_object = nullptr;
+    ZEB_EXT::ConnectionInfo* current_connection = nullptr;
+
+    // ---- Process-wide parts, made by instance().
+
+    static ZEBORB* _orb;
+    static ZEBBOA* _boa;
+    static DSUser* _dsuser;
+    static void* _clientEventHandler;  // client side event hook
+    static ZEBImplEventHandler* _implEventHandler;
+    static void* _bindHandler;
+    static ZEBSVCHandler** _handlers;
+    static unsigned long _max_handlers;
+    static CORBA_NVList* _svc_params;  // made on first use, room for 16
+    static CORBA_OctetSequence _principal;  // principal for new stubs
+    static CORBA_BindOptions _bindOptions;
+    static DSSet _boaClientSet;  // DSWrapper around each ZEBBOAClient*
+
+    // ---- Settings, most of them from the command line.
+
+    static const char* boa_ipaddr;        // -OAipaddr: interface to listen on
+    static unsigned short boa_port;       // -OAport: 0 lets the system choose
+    static unsigned long shm_bufsize;     // -ORBshmsize: kept, read by nothing
+    static unsigned long orb_send_bufsize;  // -ORBsendbufsize: client sockets
+    static unsigned long orb_rcv_bufsize;   // -ORBrcvbufsize
+    static unsigned long boa_send_bufsize;  // -OAsendbufsize: server sockets
+    static unsigned long boa_rcv_bufsize;   // -OArcvbufsize
+    static const char* agent_addr;        // -ORBagentaddr
+    static unsigned long agent_port;      // -ORBagentport
+    static CORBA::Boolean agent_verbose;  // -ORBagentverbose
+    static CORBA::Boolean enable_shm;     // shared memory: always off
     // Bytes asked for per read of a connection, and the size of its input
     // block (-OAmbufsize). A read of at least this size bypasses the block.
     static unsigned long tcp_read_size;
     // First size of a connection's output block, which doubles as needed
     // (-ORBmbufsize).
     static unsigned long tcp_block_size;
-    // TCP_NODELAY on outgoing connections (-ORBtcpnodelay).
-    static CORBA::Boolean orb_no_delay;
+    static unsigned long keep_alive_timer;  // -ORBkeepalive, seconds; 0 off
+    static CORBA::Boolean check_narrow;     // _safe_narrow asks the server
+    static CORBA::Boolean orb_no_delay;     // TCP_NODELAY on client sockets
+    static CORBA::Boolean boa_no_delay;     // kept, read by nothing
+    static CORBA::Boolean is_vex;           // this process is the daemon
+    static CORBA::Boolean synch_object;     // kept, read by nothing
     // A client that waits for a reply keeps serving the dispatcher, so that
     // calls coming back to it can be answered during the wait.
     static CORBA::Boolean has_callback;
+    // A skeleton may be entered again while a call of it waits.
+    static CORBA::Boolean recursion;
+    static CORBA::Boolean do_cleanup;  // kept, read by nothing
+    // Clients announce themselves to servers with __bind and __unbind.
+    static CORBA::Boolean call_bind_unbind;
+    // Set while the table is destroyed at process exit.
+    static CORBA::Boolean _exiting;
 
     static constexpr unsigned long default_tcp_read_size = 2048;
     static constexpr unsigned long default_tcp_block_size = 512;
+
+    static ZEBGlobalTable _instance;
 };
 
 #endif

@@ -1,0 +1,74 @@
+// The ORB object: initialisation, stringified references, binding by names
+// and the initial services.
+#ifndef KELVANOR_ORB_H
+#define KELVANOR_ORB_H
+
+#include "corba.h"
+#include "object.h"
+#include "sequence.h"
+
+class CORBA_BOA;
+class CORBA_ORB;
+class ZEBResolverImpl;
+
+class CORBA_ORB {
+public:
+    // Names of the initial services.
+    class ObjectIdList : public CORBA_StringSequence {
+    public:
+        using CORBA_StringSequence::CORBA_StringSequence;
+    };
+
+    virtual ~CORBA_ORB();
+
+    // "IOR:" and the hexadecimal of the encapsulated IOR; for null the nil
+    // IOR. The caller frees the text with CORBA::string_free.
+    char* object_to_string(CORBA_Object* obj);
+    // Nil (null), after a line on standard output, for text without the
+    // "IOR:" prefix; nil for an IOR without profiles; CORBA_MARSHAL for
+    // hexadecimal that does not decode.
+    CORBA_Object* string_to_object(const char* text);
+
+    // The object adapter; id must be null or "ZEB_BOA".
+    CORBA_BOA* BOA_init(int& argc, char* const* argv, const char* boa_id = nullptr);
+    // A stub bound by names.
+    CORBA_Object* bind(const char* interface_name, const char* object_name = nullptr,
+                       const char* host = nullptr, const CORBA_BindOptions* options = nullptr);
+
+    ObjectIdList* list_initial_services();
+    CORBA_Object* resolve_initial_references(const char* id);
+
+protected:
+    CORBA_ORB() = default;
+};
+
+namespace CORBA {
+typedef CORBA_ORB* ORB_ptr;
+typedef CORBA_BOA* BOA_ptr;
+// Parses the broker's options out of argv (on every call) and gives the
+// ORB object. orb_id must be null or "Internet ORB".
+CORBA_ORB* ORB_init(int& argc, char* const* argv, const char* orb_id = nullptr);
+}  // namespace CORBA
+
+// A service that programs find by name through resolve_initial_references.
+// Constructing one enters it in the process's list; destroying it takes it
+// out.
+class ZEBResolver {
+public:
+    explicit ZEBResolver(const char* name);
+    virtual ~ZEBResolver();
+    ZEBResolver(const ZEBResolver&) = delete;
+    ZEBResolver& operator=(const ZEBResolver&) = delete;
+
+    // The service's object, a new reference; null here.
+    virtual CORBA_Object* resolve();
+
+    // The object of the service named name (null counts as ""), or null.
+    static CORBA_Object* resolve(const char* name);
+    static CORBA_ORB::ObjectIdList* list_services();
+
+private:
+    ZEBResolverImpl* _impl;
+};
+
+#endif

@@ -1,0 +1,203 @@
+// References in one process: stringified forms in both byte orders, local
+// objects found again from their IOR, stubs for everything else, and the
+// questions every object answers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "boa.h"
+#include "echo.h"
+#include "except.h"
+#include "giop.h"
+#include "orb.h"
+#include "zebboa.h"
+#include "zebglob.h"
+#include "zeboid.h"
+#include "zebskel.h"
+#include "zebstub.h"
+
+namespace {
+
+class EchoServant : public _sk_Demo::_sk_Echo {
+public:
+    explicit EchoServant(const char* name) : _sk_Echo(name) {}
+    char* say(const char* s) override { return CORBA::string_dup(s); }
+    CORBA::Long pid() override { return 7; }
+    void note(const char*) override {}
+};
+
+// Every test process gets its adapter on loopback.
+CORBA_ORB* orb() {
+    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
+    int argc = 1;
+    char name[] = "test";
+    char* argv[] = {name, nullptr};
+    return CORBA::ORB_init(argc, argv);
+}
+
+// Big-endian CDR, written by hand so that the reader's swapping is what is
+// under test, not a second use of our own writer.
+class BigEndian {
+public:
+    void octet(unsigned char c) { _b.push_back(static_cast<char>(c)); }
+    void align(size_t n) {
+        while (_b.size() % n) _b.push_back(0);
+    }
+    void ulong(uint32_t v) {
+        align(4);
+        for (int s = 24; s >= 0; s -= 8) octet(static_cast<unsigned char>(v >> s));
+    }
+    void ushort(uint16_t v) {
+        align(2);
+        octet(static_cast<unsigned char>(v >> 8));
+        octet(static_cast<unsigned char>(v));
+    }
+    void string(const char* s) {
+        ulong(static_cast<uint32_t>(std::strlen(s) + 1));
+        _b.append(s, std::strlen(s) + 1);
+    }
+    void octets(const std::string& o) {
+        ulong(static_cast<uint32_t>(o.size()));
+        _b += o;
+    }
+    const std::string& bytes() const { return _b; }
+
+private:
+    std::string _b;
+};
+
+// A big-endian key of this broker for a persistent object.
+std::string persistentKey(const char* iface, const char* object) {
+    BigEndian k;
+    k.octet(0);
+    k.octet('Z');
+    k.octet('E');
+    k.octet('B');
+    k.ulong(ZEBObjectId::ID_PERSISTENT);
+    k.string(iface);
+    k.string(object);
+    return k.bytes();
+}
+
+std::string bigEndianIOR(const char* type_id, const char* host, uint16_t port,
+                         const std::string& key, uint8_t minor = 0) {
+    BigEndian profile;
+    profile.octet(0);
+    profile.octet(1);
+    profile.octet(minor);
+    profile.string(host);
+    profile.ushort(port);
+    profile.octets(key);
+    BigEndian ior;
+    ior.octet(0);
+    ior.string(type_id);
+    ior.ulong(1);
+    ior.ulong(IOP::TAG_INTERNET_IOP);
+    ior.octets(profile.bytes());
+    static const char digits[] = "0123456789abcdef";
+    std::string text = "IOR:";
+    for (unsigned char c : ior.bytes()) {
+        text += digits[c >> 4];
+        text += digits[c & 15];
+    }
+    return text;
+}
+
+}  // namespace
+
+TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
+    CORBA_ORB* o = orb();
+    EchoServant servant("round");
+    int argc = 0;
+    o->BOA_init(argc, nullptr)->obj_is_ready(&servant, nullptr);
+    CORBA_String_var text(o->object_to_string(&servant));
+    ASSERT_EQ(std::strncmp(text, "IOR:", 4), 0);
+
+    CORBA_Object* back = o->string_to_object(text);
+    EXPECT_EQ(back, static_cast<CORBA_Object*>(&servant));
+    EXPECT_EQ(servant._ref_count(), 2);
+    CORBA::release(back);
+
+    Demo::Echo_var echo(Demo::Echo::_narrow(&servant));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_String_var said(echo->say("direct"));
+    EXPECT_STREQ(said, "direct");
+}
+
+TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
+    CORBA_ORB* o = orb();
+    EchoServant servant("bigend");
+    ZEBGlobalTable::_boa->obj_is_ready(&servant, nullptr);
+    const uint16_t port = ZEBGlobalTable::_boa->port();
+
+    std::string text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", port,
+                                    persistentKey("Demo::Echo", "bigend"));
+    CORBA_Object* local = o->string_to_object(text.c_str());
+    EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
+    CORBA::release(local);
+
+    // An object this process does not hold, at this process's address,
+    // still gives a stub that names it.
+    text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", port,
+                        persistentKey("Demo::Echo", "elsewhere"));
+    CORBA_Object_var stub(o->string_to_object(text.c_str()));
+    ASSERT_NE(stub.in(), nullptr);
+    EXPECT_FALSE(stub->_is_local());
+    EXPECT_STREQ(stub->_interface_name(), "Demo::Echo");
+    EXPECT_STREQ(stub->_object_name(), "elsewhere");
+    EXPECT_STREQ(stub->_repository_id(), "IDL:Demo/Echo:1.0");
+    EXPECT_NE(Demo::Echo::_narrow(stub), nullptr);
+    CORBA::release(stub.in());
+
+    // Its own stringified form is in our byte order and decodes alike.
+    CORBA_String_var again(o->object_to_string(stub));
+    CORBA_Object_var stub2(o->string_to_object(again));
+    ASSERT_NE(stub2.in(), nullptr);
+    EXPECT_TRUE(stub->_is_equivalent(stub2));
+}
+
+TEST(ObjectReference, NilAndMalformedText) {
+    CORBA_ORB* o = orb();
+    CORBA_String_var nil(o->object_to_string(nullptr));
+    EXPECT_STREQ(nil, "IOR:010000000000000000000000");
+    EXPECT_EQ(o->string_to_object(nil), nullptr);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(o->string_to_object("ior:0100"), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Invalid Stringified Object Reference 'ior:0100'\n");
+    EXPECT_THROW(o->string_to_object("IOR:01zz"), CORBA_MARSHAL);
+}
+
+TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
+    CORBA_ORB* o = orb();
+    std::string text = bigEndianIOR("IDL:Nobody/Knows:1.0", "127.0.0.1", 9,
+                                    persistentKey("Nobody::Knows", "x"));
+    CORBA_Object_var obj(o->string_to_object(text.c_str()));
+    ASSERT_NE(obj.in(), nullptr);
+    EXPECT_EQ(obj->_type_info(), &CORBA_Object::_desc());
+    // Answered from the type, without a call.
+    EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
+
+    testing::internal::CaptureStdout();
+    text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", 9, "foreign key", 1);
+    EXPECT_THROW(o->string_to_object(text.c_str()), CORBA_INV_OBJREF);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Kelvanor: Unknown IIOP version:\n\tMajor: 1\n\tMinor: 1\n"
+              "Expecting version:\n\tMajor: 1\n\tMinor: 0\n");
+}
+
+TEST(ObjectReference, HashEquivalenceAndBindOnLocal) {
+    orb();
+    EchoServant servant("h");
+    const CORBA::ULong raw = servant._hash(0);
+    EXPECT_EQ(servant._hash(1), 0u);
+    EXPECT_EQ(servant._hash(1000), raw % 1000);
+    EXPECT_NE(raw, EchoServant("other")._hash(0));
+    EXPECT_THROW(servant._bind("Demo::Echo", "h", nullptr, nullptr), CORBA_BAD_OPERATION);
+    EXPECT_FALSE(servant._non_existent());
+    EXPECT_TRUE(servant._is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(servant._is_a("IDL:Demo/Other:1.0"));
+}

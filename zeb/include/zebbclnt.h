@@ -1,0 +1,116 @@
+// The server side of one accepted connection: reads GIOP messages, hands
+// requests to skeletons, writes replies, answers locate requests, and decides
+// when the connection, and for unshared servers the process, ends.
+#ifndef KELVANOR_ZEBBCLNT_H
+#define KELVANOR_ZEBBCLNT_H
+
+#include "dsdict.h"
+#include "giop.h"
+#include "iohandle.h"
+
+class CORBA_Object;
+class CORBA_OctetSequence;
+class CORBA_SystemException;
+class ZEBBOA;
+class ZEBGlobalTable;
+class ZEBIIOPstream;
+class ZEBSkelInfo;
+namespace ZEB_EXT {
+struct ConnectionInfo;
+}
+
+// What a server program may install to hear of its clients (per skeleton,
+// or process-wide in ZEBGlobalTable::_implEventHandler).
+class ZEBImplEventHandler {
+public:
+    virtual ~ZEBImplEventHandler();
+    // A client bound the object (__bind); principal may be null.
+    virtual void bind(ZEB_EXT::ConnectionInfo* peer, CORBA_OctetSequence* principal,
+                      CORBA_Object* obj) = 0;
+    virtual void unbind(ZEB_EXT::ConnectionInfo* peer, CORBA_Object* obj) = 0;
+    // The connection ended while the client was bound.
+    virtual void clientGone(ZEB_EXT::ConnectionInfo* peer, CORBA_Object* obj) = 0;
+    // Around each method call.
+    virtual void preMethod(const ZEB_EXT::ConnectionInfo* peer, CORBA_OctetSequence* principal,
+                           const char* operation, CORBA_Object* obj) = 0;
+    virtual void postMethod(const ZEB_EXT::ConnectionInfo* peer, CORBA_OctetSequence* principal,
+                            const char* operation, CORBA_Object* obj) = 0;
+};
+
+class ZEBBOAClient;
+
+// The reply of the request being served, on the stack of request(); it
+// travels through the skeleton as void* to CORBA_Object::_prepare_reply.
+struct ZEBBOAClientData {
+    explicit ZEBBOAClientData(ZEBBOAClient* client);
+
+    ZEBBOAClient* _client;
+    IIOP::ReplyHeader _reply;
+    CORBA::ULong _with_header = 1;  // prepareReply starts a message
+    IIOP::MessageHeader _header;    // a Reply header in our byte order
+    ZEBSkelInfo* _skel = nullptr;
+    CORBA::ULong _run_hooks = 1;    // prepareReply calls sending_reply
+};
+
+class ZEBBOAClient : public dpIOHandler {
+public:
+    // Adopts the accepted descriptor, joins the global set of connections
+    // and links itself for reading.
+    ZEBBOAClient(int fd, ZEBBOA* boa);
+    // Unbinds every skeleton bound on this connection; if one of them is
+    // unshared or per-method, the process ends here with status 0.
+    ~ZEBBOAClient() override;
+    ZEBBOAClient(const ZEBBOAClient&) = delete;
+    ZEBBOAClient& operator=(const ZEBBOAClient&) = delete;
+
+    // Reads and serves one message, then any more already read ahead. A
+    // negative result has deleted this object.
+    int inputReady(int fd) override;
+    int processMessage();
+
+    // The message handlers, by GIOP message type: 0 goes on, negative ends
+    // the connection.
+    int request(const IIOP::MessageHeader& header);
+    int unexpectedMessage(const IIOP::MessageHeader& header);
+    int cancelRequest(const IIOP::MessageHeader& header);
+    int locateRequest(const IIOP::MessageHeader& header);
+    int closeConnection(const IIOP::MessageHeader& header);
+    int messageError(const IIOP::MessageHeader& header);
+    int shmConnectRequest(const IIOP::MessageHeader& header);
+
+    void bind(ZEBSkelInfo* skel);
+    void unbind(ZEBSkelInfo* skel, unsigned char closing);
+    // Forgets skel without telling anybody.
+    void releaseImpl(const ZEBSkelInfo& skel);
+
+    void LinkStream();
+    void UnlinkStream();
+
+    // Writes the reply header of the request in data; CORBA_Object::
+    // _prepare_reply forwards here.
+    static void prepareReply(void* data);
+
+    ZEBIIOPstream* stream() const { return _stream; }
+
+private:
+    typedef int (ZEBBOAClient::*Handler)(const IIOP::MessageHeader&);
+    static const Handler _funcArray[8];
+
+    // Sends an exception as the reply of data. 0 once sent, -1 on failure.
+    int sendErrorReply(ZEBBOAClientData& data, const CORBA_SystemException& e);
+    // The reply status already written by prepareReply becomes status,
+    // and e follows.
+    void replaceStatus(IIOP::ReplyStatusType status, const class CORBA_Exception& e);
+    void clearRequestFields();
+    void writeMessageError();
+
+    ZEBIIOPstream* _stream = nullptr;  // owned
+    ZEBBOA* _boa;
+    ZEB_EXT::ConnectionInfo* _peer = nullptr;  // owned
+    DSDictionary _bound;  // ZEBSkelInfo -> ZEBUniqueId: __bind calls per skeleton
+    ZEBGlobalTable* _table;
+    bool _exit_on_close = false;
+    bool _linked = false;
+};
+
+#endif

@@ -1,0 +1,479 @@
+// The object adapter: its tables, the life of an object from construction to
+// ready to withdrawn, the agent's rows, and the server loop.
+#include "zebboa.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "dispatch.h"
+#include "dsaddr.h"
+#include "dsname.h"
+#include "dsprovider.h"
+#include "dsuser.h"
+#include "except.h"
+#include "impldef.h"
+#include "object.h"
+#include "zebbclnt.h"
+#include "zebglob.h"
+#include "zeboid.h"
+#include "zebskel.h"
+#include "zebstring.h"
+#include "zebstub.h"
+
+TB_DEFINE_CLASS(ZEBRefData, "ZEBRefData", DSResource::desc());
+
+CORBA::Boolean ZEBBOA::_exit_loop = 0;
+
+ZEBRefData::ZEBRefData(TBistream& strm)
+    : DSResource(strm), _data(new CORBA_OctetSequence), _owned(true) {}
+
+ZEBRefData::~ZEBRefData() {
+    if (_owned) CORBA::release(_data);
+}
+
+unsigned ZEBRefData::hash() const { return _data ? _data->hash() : 0; }
+
+int ZEBRefData::compare(const TBObject& other) const {
+    if (other.classInfo() != desc()) return -1;
+    const ZEBRefData& o = static_cast<const ZEBRefData&>(other);
+    if (!_data || !o._data) return _data == o._data ? 0 : (_data ? 1 : -1);
+    return _data->compare(*o._data);
+}
+
+namespace {
+
+bool isStar(const char* s) { return s && std::strcmp(s, "*") == 0; }
+
+// The inner dictionary stored under name in outer, made if missing.
+DSDictionary* innerDict(DSDictionary& outer, const char* name, bool make) {
+    ZEBString key(name);
+    DSDictionary* inner = TB_CAST(DSDictionary, outer.atKey(key));
+    if (!inner && make) {
+        inner = new DSDictionary(16);
+        outer.addAssoc(*new ZEBString(name), *inner);
+    }
+    return inner;
+}
+
+}  // namespace
+
+ZEBBOA::ZEBBOA(dpDispatcher& d)
+    : _objects(16), _types(16), _activators(16), _services(16), _dispatcher(d) {
+    _listener.listen(ZEBGlobalTable::boa_port, ZEBGlobalTable::boa_ipaddr);
+    if (ZEBGlobalTable::boa_ipaddr)
+        _addr = new DSAddr(_listener.port(), ZEBGlobalTable::boa_ipaddr);
+    else
+        _addr = new DSAddr(_listener.port());
+    TBResource::ref(_addr);
+    _last_id = 0;
+    d.link(_listener.fd(), dpDispatcher::ReadMask, this);
+    _exit_loop = 0;
+}
+
+ZEBBOA::~ZEBBOA() {
+    if (_listener.fd() >= 0) _dispatcher.unlink(_listener.fd());
+    TBResource::unref(_addr);
+}
+
+int ZEBBOA::inputReady(int) {
+    int fd = -1;
+    try {
+        _listener.accept(fd);
+    } catch (const CORBA_SystemException&) {
+        return 0;
+    }
+    // The connection registers itself and lives until it deletes itself.
+    new ZEBBOAClient(fd, this);
+    return 0;
+}
+
+unsigned long ZEBBOA::getUniqueId() {
+    do {
+        _last_id = static_cast<CORBA::ULong>(_last_id + 1);
+    } while (_objects.includesKey(ZEBUniqueId(_last_id)));
+    return _last_id;
+}
+
+void ZEBBOA::add(unsigned long id, ZEBSkelInfo* skel) {
+    ZEBUniqueId* key = new ZEBUniqueId(id);
+    TBResource::ref(key);
+    DSAssoc* added = _objects.addAssoc(*key, *skel);
+    TBResource::unref(key);
+    if (!added) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+}
+
+void ZEBBOA::remove(unsigned long id) { _remove(id); }
+
+void ZEBBOA::_remove(unsigned long id) {
+    ZEBUniqueId key(id);
+    ZEBSkelInfo* skel = TB_CAST(ZEBSkelInfo, _objects.atKey(key));
+    if (!skel) return;
+    // Holds the skeleton while the tables let go of it.
+    TBResource::ref(skel);
+    ZEBGlobalTable::releaseImpl(*skel);
+    if (skel->_state == ZEBSkelInfo::SKEL_ACTIVE) unregisterImpl(skel);
+    if (!_objects.removeKey(key)) {
+        TBResource::unref(skel);
+        throw CORBA_INTERNAL(0, CORBA::COMPLETED_NO);
+    }
+    if (skel->_impl) {
+        DSDictionary* inner = innerDict(_services, skel->_impl->object_name.in(), false);
+        if (inner) {
+            ZEBRefData data(&skel->_impl->id);
+            if (inner->atKey(data) == skel) inner->removeKey(data);
+            if (inner->isEmpty()) _services.removeKey(ZEBString(skel->_impl->object_name.in()));
+        }
+    }
+    TBResource::unref(skel);
+}
+
+CORBA::Long ZEBBOA::releaseImpl(ZEBObjectImpl* impl) {
+    if (impl->references != 0) --impl->references;
+    if (impl->references == 0 && impl->skeleton) _remove(impl->skeleton->_uid);
+    return impl->references;
+}
+
+void ZEBBOA::registerImpl(ZEBSkelInfo* skel) {
+    if (skel->_state == ZEBSkelInfo::SKEL_ACTIVE) return;
+    _registerType(skel->typeInfo(), skel->objectName(), skel);
+    skel->_state = ZEBSkelInfo::SKEL_ACTIVE;
+}
+
+void ZEBBOA::unregisterImpl(ZEBSkelInfo* skel) {
+    if (skel->_state != ZEBSkelInfo::SKEL_ACTIVE) return;
+    _unregisterType(skel->typeInfo(), skel->objectName(), skel);
+    skel->_state = ZEBSkelInfo::SKEL_INACTIVE;
+}
+
+void ZEBBOA::registerAllImpl() {
+    DSIterator it(_objects);
+    while (DSAssoc* a = TB_CAST(DSAssoc, it.next())) registerImpl(TB_CAST(ZEBSkelInfo, a->value));
+}
+
+void ZEBBOA::unregisterAllImpl() {
+    DSIterator it(_objects);
+    while (DSAssoc* a = TB_CAST(DSAssoc, it.next())) unregisterImpl(TB_CAST(ZEBSkelInfo, a->value));
+}
+
+void ZEBBOA::_registerType(const CORBA_TypeInfo* type, const char* object_name, ZEBSkelInfo* skel) {
+    if (type && *type == CORBA_Object::_desc()) return;
+    const char* iface = type ? type->interface_name() : "*";
+    if (!object_name) object_name = "";
+    if (skel->_scope != CORBA_BOA::SCOPE_PROCESS) {
+        CORBA_ImplementationDef* def = _informVEX(iface, skel);
+        if (def) {
+            skel->implementation(def);
+            delete def;
+        } else {
+            DSName* name = new DSName(skel->ior(), DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr);
+            TBResource::ref(name);
+            _registerImpl(iface, object_name, DS_SERVICE_OBJECT, nullptr, name);
+            TBResource::unref(name);
+        }
+    }
+    DSDictionary* inner = innerDict(_types, iface, true);
+    inner->addAssoc(*new ZEBString(object_name), *skel);
+    if (type) {
+        ZEBTypeInfo* body = type->impl();
+        for (unsigned long i = 0; i < body->base_count(); ++i)
+            _registerType(body->base(i), object_name, skel);
+    }
+}
+
+void ZEBBOA::_unregisterType(const CORBA_TypeInfo* type, const char* object_name,
+                             ZEBSkelInfo* skel) {
+    if (type && *type == CORBA_Object::_desc()) return;
+    const char* iface = type ? type->interface_name() : "*";
+    if (!object_name) object_name = "";
+    if (skel->_scope != CORBA_BOA::SCOPE_PROCESS) {
+        DSName* name = new DSName(skel->ior(), DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr);
+        TBResource::ref(name);
+        _unregisterImpl(iface, object_name, DS_SERVICE_OBJECT, nullptr, name);
+        TBResource::unref(name);
+    }
+    if (type) {
+        ZEBTypeInfo* body = type->impl();
+        for (unsigned long i = 0; i < body->base_count(); ++i)
+            _unregisterType(body->base(i), object_name, skel);
+    }
+    DSDictionary* inner = innerDict(_types, iface, false);
+    if (!inner) return;
+    ZEBString key(object_name);
+    // Only this skeleton's row goes: another object of the same name that
+    // got there first keeps its place.
+    if (inner->atKey(key) == skel) inner->removeKey(key);
+    if (inner->isEmpty()) _types.removeKey(ZEBString(iface));
+}
+
+CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelInfo*) {
+    if (isStar(interface_name) || std::strcmp(interface_name, "Activation::VEX") == 0)
+        return nullptr;
+    // The daemon is found through the naming service; until the naming
+    // client is part of the broker no daemon can be reached, and the object
+    // goes to the agent alone, as for a server that no daemon started.
+    return nullptr;
+}
+
+void ZEBBOA::_agentRows(const char* iface, const char* object, int type, DSAddr* addr,
+                        DSName* name, bool registering) {
+    if (_exit_loop) return;
+    DSUser* user = ZEBGlobalTable::instance()->_dsuser;
+    if (!user) return;
+    if (!addr) addr = _addr;
+    bool named = registering ? (object && *object) : object != nullptr;
+    const int ifaceType = type == DS_SERVICE_OBJECT ? DS_SERVICE_OBJECT_INTERFACE
+                                                 : DS_SERVICE_ACTIVATABLE_INTERFACE;
+    ZEBString host(addr->ntoa());
+    ZEBString rows[5] = {iface, iface, host & "_" & iface, ZEBString(), ZEBString()};
+    if (named) {
+        rows[3] = host & "_" & iface & "_" & object;
+        rows[4] = ZEBString(iface) & "_" & object;
+    }
+    const int count = named ? 5 : 3;
+    for (int i = 0; i < count; ++i) {
+        // Names are counted resources that hold their data by reference:
+        // everything here is made on the heap and let go through its count.
+        DSResource* data = name;
+        int rowType = type;
+        if (i == 0) {
+            rowType = ifaceType;
+            if (object && *object) data = new DSName(object, DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr);
+        }
+        TBResource::ref(data);
+        DSName* rowName = new DSName(rows[i], DS_ARG_DEFAULT, static_cast<DSServiceType>(rowType), data);
+        TBResource::ref(rowName);
+        DSProvider* provider = new DSProvider(*rowName, *addr, DS_PROTOCOL_DEFAULT, 0);
+        TBResource::ref(provider);
+        if (registering) user->registerProvider(provider);
+        else user->removeProvider(provider);
+        TBResource::unref(provider);
+        TBResource::unref(rowName);
+        TBResource::unref(data);
+    }
+}
+
+void ZEBBOA::_registerImpl(const char* iface, const char* object, int type, DSAddr* addr,
+                           DSName* name) {
+    _agentRows(iface, object, type, addr, name, true);
+}
+
+void ZEBBOA::_unregisterImpl(const char* iface, const char* object, int type, DSAddr* addr,
+                             DSName* name) {
+    _agentRows(iface, object, type, addr, name, false);
+}
+
+ZEBSkelInfo* ZEBBOA::skelByNames(const char* iface, const char* object) {
+    ZEBPersistentId id(iface, object);
+    return skelAt(id);
+}
+
+void ZEBBOA::obj_is_ready(CORBA_Object* obj, CORBA_ImplementationDef* impl) {
+    if (obj && obj->_is_local()) {
+        ZEBSkelInfo* skel = obj->_skeleton();
+        if (skel->isService()) {
+            _addToServiceDict(skel->_impl->object_name.in(), obj);
+        } else if (skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
+            skel->_state = ZEBSkelInfo::SKEL_INACTIVE;
+            registerImpl(skel);
+        }
+        return;
+    }
+    if (obj) {
+        if (!impl) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+        obj_is_ready(nullptr, impl);
+        return;
+    }
+    if (!impl) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    if (impl->_type_info() == CORBA_ActivationImplDef::_desc()) {
+        ZEBSkelInfo* skel = new ZEBSkelInfo(impl);
+        registerImpl(skel);
+        return;
+    }
+    ZEBSkelInfo* skel = skelByNames(impl->interface_name.in(), impl->object_name.in());
+    // The skeleton must exist: an object of these names made earlier.
+    if (!skel) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    skel->unref();
+    if (skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
+        skel->_state = ZEBSkelInfo::SKEL_INACTIVE;
+        registerImpl(skel);
+    }
+}
+
+void ZEBBOA::impl_is_ready(CORBA_ImplementationDef* impl) {
+    if (impl) obj_is_ready(nullptr, impl);
+    while (!_exit_loop) _dispatcher.dispatch();
+}
+
+void ZEBBOA::impl_is_ready(const char* service, CORBA_Activator* activator, unsigned char block) {
+    _activators.addAssoc(*new ZEBString(service), *new DSWrapper(activator));
+    CORBA_ActivationImplDef def("*", service, CORBA_OctetSequence(), activator);
+    obj_is_ready(nullptr, &def);
+    if (block) impl_is_ready(nullptr);
+}
+
+void ZEBBOA::exit_impl_ready() { _exit_loop = 1; }
+
+ZEBSkelInfo* ZEBBOA::skelAt(const ZEBObjectId& id) {
+    ZEBSkelInfo* skel = nullptr;
+    switch (id.type()) {
+    case ZEBObjectId::ID_PERSISTENT: {
+        const ZEBPersistentId& p = static_cast<const ZEBPersistentId&>(id);
+        DSDictionary* inner = innerDict(_types, p.interface_name(), false);
+        if (!inner) return nullptr;
+        if (p.object_name().length() == 0) {
+            // A bind by interface alone takes whichever object comes first.
+            DSIterator it(*inner);
+            DSAssoc* a = TB_CAST(DSAssoc, it.next());
+            if (a) skel = TB_CAST(ZEBSkelInfo, a->value);
+        } else {
+            skel = TB_CAST(ZEBSkelInfo, inner->atKey(p.object_name()));
+        }
+        break;
+    }
+    case ZEBObjectId::ID_TRANSIENT: {
+        const ZEBTransientId& t = static_cast<const ZEBTransientId&>(id);
+        skel = TB_CAST(ZEBSkelInfo, _objects.atKey(ZEBUniqueId(t.unique_id())));
+        if (skel && skel->_created != t.creation_time()) skel = nullptr;
+        break;
+    }
+    case ZEBObjectId::ID_KEY: {
+        const ZEBKeyId& k = static_cast<const ZEBKeyId&>(id);
+        skel = TB_CAST(ZEBSkelInfo, _objects.atKey(ZEBUniqueId(k.unique_id())));
+        break;
+    }
+    case ZEBObjectId::ID_SERVICE:
+        return skelAt(static_cast<const ZEBServiceId&>(id));
+    default:
+        return nullptr;
+    }
+    TBResource::ref(skel);
+    return skel;
+}
+
+ZEBSkelInfo* ZEBBOA::skelAt(const ZEBServiceId& id) {
+    const char* service = id.service_name();
+    DSDictionary* inner = innerDict(_services, service, false);
+    CORBA_OctetSequence data(id.reference_data());
+    if (inner) {
+        ZEBRefData key(&data);
+        ZEBSkelInfo* skel = TB_CAST(ZEBSkelInfo, inner->atKey(key));
+        if (skel) {
+            TBResource::ref(skel);
+            return skel;
+        }
+    }
+    DSWrapper* wrapper = TB_CAST(DSWrapper, _activators.atKey(ZEBString(service)));
+    if (!wrapper || !wrapper->value) return nullptr;
+    CORBA_Activator* activator = static_cast<CORBA_Activator*>(wrapper->value);
+    CORBA_ImplementationDef def("*", service, data);
+    CORBA_Object* obj = activator->activate(&def);
+    if (!obj) return nullptr;
+    ZEBSkelInfo* skel = _addToServiceDict(service, obj);
+    TBResource::ref(skel);
+    return skel;
+}
+
+ZEBSkelInfo* ZEBBOA::_addToServiceDict(const char* service, CORBA_Object* obj) {
+    ZEBSkelInfo* skel = obj->_skeleton();
+    if (!skel || !skel->_impl) return nullptr;
+    DSDictionary* inner = innerDict(_services, service, true);
+    inner->addAssoc(*new ZEBRefData(&skel->_impl->id), *skel);
+    skel->_state = ZEBSkelInfo::SKEL_ACTIVE;
+    return skel;
+}
+
+void ZEBBOA::deactivate_impl(CORBA_ImplementationDef* impl) {
+    if (!impl) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    ZEBSkelInfo* skel = skelByNames(impl->interface_name.in(), impl->object_name.in());
+    if (!skel) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+    if (skel->_state == ZEBSkelInfo::SKEL_ACTIVE) unregisterImpl(skel);
+    skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
+    skel->unref();
+}
+
+void ZEBBOA::deactivate_obj(CORBA_Object* obj) {
+    if (!obj || !obj->_is_local()) throw CORBA_INV_OBJREF(0, CORBA::COMPLETED_NO);
+    ZEBSkelInfo* skel = obj->_skeleton();
+    if (skel->_state == ZEBSkelInfo::SKEL_ACTIVE) unregisterImpl(skel);
+    skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
+}
+
+namespace {
+
+// The daemon's reference, found through the naming service. Not reachable
+// yet: see _informVEX.
+bool bind_to_vex() { return false; }
+
+}  // namespace
+
+CORBA_Object* ZEBBOA::create(const CORBA_OctetSequence&, CORBA_InterfaceDef*,
+                             CORBA_ImplementationDef* impl) {
+    if (!impl || impl->_type_info() != CORBA_CreationImplDef::_desc())
+        throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    if (!bind_to_vex()) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+    return nullptr;
+}
+
+void ZEBBOA::dispose(CORBA_Object* obj) {
+    if (!obj) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    if (!obj->_is_local()) throw CORBA_NO_PERMISSION(0, CORBA::COMPLETED_NO);
+    ZEBSkelInfo* skel = obj->_skeleton();
+    // Deactivated first, so that unregisterImpl finds nothing to do and the
+    // agent keeps the object's rows.
+    skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
+    unregisterImpl(skel);
+    bind_to_vex();
+}
+
+CORBA_OctetSequence* ZEBBOA::get_id(CORBA_Object* obj) {
+    if (!obj || !obj->_is_local()) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    ZEBSkelInfo* skel = obj->_skeleton();
+    return skel->_impl ? new CORBA_OctetSequence(skel->_impl->id) : nullptr;
+}
+
+void ZEBBOA::change_implementation(CORBA_Object* obj, CORBA_ImplementationDef* impl) {
+    if (!obj || !impl || impl->_type_info() != CORBA_CreationImplDef::_desc())
+        throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    CORBA_ImplementationDef_var old(obj->_get_implementation());
+    if (!old.ptr()) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+    bind_to_vex();
+}
+
+CORBA_OctetSequence* ZEBBOA::get_principal(CORBA_Object* obj, CORBA_Environment*) {
+    ZEBGlobalTable* table = ZEBGlobalTable::instance();
+    if (obj && obj == table->current_object)
+        return table->current_principal ? new CORBA_OctetSequence(*table->current_principal)
+                                        : nullptr;
+    if (!table->current_object) {
+        CORBA_OctetSequence* p = table->principal.ptr();
+        if (p) p->_ref();
+        return p;
+    }
+    return nullptr;
+}
+
+CORBA_Object* ZEBBOA::createObjRef(ZEBSkelInfo* skel) {
+    if (skel->_object) return CORBA_Object::_duplicate(skel->_object);
+    const CORBA_TypeInfo* type = skel->typeInfo();
+    if (!type) type = &CORBA_Object::_desc();
+    ZEBFactory factory = type->factory() ? type->factory() : &CORBA_Object::_factory;
+    CORBA_Object* obj = factory();
+    std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
+    loc->iiop_version = IIOP::CURRENT_VERSION;
+    loc->host = _addr->ntoa();
+    loc->port = static_cast<CORBA::UShort>(_addr->port());
+    std::unique_ptr<ZEBObjectId> id;
+    if (skel->_scope == CORBA_BOA::SCOPE_PROCESS)
+        id.reset(new ZEBTransientId(type->interface_name(), skel->_uid, skel->_created));
+    else if (skel->isService())
+        id.reset(new ZEBPersistentId("*", skel->objectName()));
+    else
+        id.reset(new ZEBPersistentId(type->interface_name(), skel->objectName()));
+    CORBA_OctetSequence_var key(id->convert());
+    loc->object_key = *key.ptr();
+    obj->_stub()->bind(loc.release(), 0);
+    return obj;
+}
