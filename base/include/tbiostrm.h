@@ -77,7 +77,7 @@ public:
     virtual TBostream& putCString(const char* s);
 
     std::ostream* ostreamPtr() const { return _os; }
-    TBOutTbl& outTable() { return *_outTbl; }
+    TBOutTbl& outTable();
 
     static const char _class_name[];
 
@@ -89,6 +89,8 @@ private:
     TBostream& operator=(const TBostream&) = delete;
 
     std::ostream* _os;   // null for derived transports
+    // Made at the first object written: streams that carry only values
+    // (every CDR message, every object key) never pay for the tables.
     std::unique_ptr<TBOutTbl> _outTbl;
 };
 
@@ -141,7 +143,7 @@ public:
     virtual TBistream& getCString(char* buffer, unsigned max);
 
     std::istream* istreamPtr() const { return _is; }
-    TBInTbl& inTable() { return *_inTbl; }
+    TBInTbl& inTable();
 
     static const char _class_name[];
 
@@ -153,6 +155,7 @@ private:
     TBistream& operator=(const TBistream&) = delete;
 
     std::istream* _is;  // null for derived transports
+    // Made at the first object read, as on the writing side.
     std::unique_ptr<TBInTbl> _inTbl;
 };
 

@@ -145,9 +145,14 @@ bool readQuoted(std::istream& is, std::string& out, unsigned max) {
 
 const char TBostream::_class_name[] = "TBostream";
 
-TBostream::TBostream(std::ostream& os) : _os(&os), _outTbl(new TBOutTbl) {}
+TBostream::TBostream(std::ostream& os) : _os(&os) {}
 
-TBostream::TBostream() : _os(nullptr), _outTbl(new TBOutTbl) {}
+TBostream::TBostream() : _os(nullptr) {}
+
+TBOutTbl& TBostream::outTable() {
+    if (!_outTbl) _outTbl.reset(new TBOutTbl);
+    return *_outTbl;
+}
 
 TBostream::~TBostream() {}
 
@@ -158,9 +163,13 @@ void TBostream::storeObject(const TBTransObject& obj) {
         obj.write(*this);
 }
 
-void TBostream::clearOutClassTbl() { _outTbl->clearClasses(); }
+void TBostream::clearOutClassTbl() {
+    if (_outTbl) _outTbl->clearClasses();
+}
 
-void TBostream::clearOutObjTbl() { _outTbl->clearObjects(); }
+void TBostream::clearOutObjTbl() {
+    if (_outTbl) _outTbl->clearObjects();
+}
 
 const char* TBostream::className() const { return _class_name; }
 
@@ -172,10 +181,10 @@ TBostream& TBostream::writeTransObj(const TBTransObject* obj) {
         putCString("::");
         return *this;
     }
-    ObjectLevel<TBOutTbl> level(*_outTbl);
+    ObjectLevel<TBOutTbl> level(outTable());
     const TBTypeInfo* info = obj->classInfo();
     int number;
-    if (!_outTbl->add(obj, number)) {
+    if (!outTable().add(obj, number)) {
         *this << '@';
         *this << number;
         return *this;
@@ -183,7 +192,7 @@ TBostream& TBostream::writeTransObj(const TBTransObject* obj) {
     // A class without a descriptor goes as an empty name: never entered in
     // the class table, and unknown to every reader.
     int classNumber;
-    if (!info || _outTbl->addClass(info, classNumber)) {
+    if (!info || outTable().addClass(info, classNumber)) {
         *this << ':';
         const char* name = info ? info->name() : nullptr;
         putCString(name ? name : "");
@@ -246,11 +255,11 @@ TBostream& TBostream::operator<<(const TBTransObject* obj) { return writeTransOb
 TBostream& TBostream::operator<<(const TBTransObject& obj) {
     // The reader builds this object in place, so it takes a number but no tag.
     int number;
-    _outTbl->add(&obj, number);
+    outTable().add(&obj, number);
     obj.write(*this);
     // At the top level the object is often a temporary: forget its address
     // now, or a later object at the same address would come out as "@".
-    if (_outTbl->objectLevel() == 0) _outTbl->clearObjects();
+    if (outTable().objectLevel() == 0) outTable().clearObjects();
     return *this;
 }
 
@@ -307,9 +316,14 @@ TBostream& endl(TBostream& strm) { return strm.put('\n'); }
 
 const char TBistream::_class_name[] = "TBistream";
 
-TBistream::TBistream(std::istream& is) : _is(&is), _inTbl(new TBInTbl) {}
+TBistream::TBistream(std::istream& is) : _is(&is) {}
 
-TBistream::TBistream() : _is(nullptr), _inTbl(new TBInTbl) {}
+TBistream::TBistream() : _is(nullptr) {}
+
+TBInTbl& TBistream::inTable() {
+    if (!_inTbl) _inTbl.reset(new TBInTbl);
+    return *_inTbl;
+}
 
 TBistream::~TBistream() {}
 
@@ -318,9 +332,13 @@ TBTransObject* TBistream::readObject(const TBTypeInfo* info) {
     return read ? read(*this) : nullptr;  // an abstract class has no factory
 }
 
-void TBistream::clearInClassTbl() { _inTbl->clearClasses(); }
+void TBistream::clearInClassTbl() {
+    if (_inTbl) _inTbl->clearClasses();
+}
 
-void TBistream::clearInObjTbl() { _inTbl->clearObjects(); }
+void TBistream::clearInObjTbl() {
+    if (_inTbl) _inTbl->clearObjects();
+}
 
 TBTransObject* TBistream::readTransObj() {
     char tag = 0;
@@ -330,7 +348,7 @@ TBTransObject* TBistream::readTransObj() {
     case '#': {
         int number = -1;
         *this >> number;
-        info = _inTbl->classAt(number);
+        info = inTable().classAt(number);
         if (!info) {
             std::cerr << "TBistream::readObject. Internal Error "
                       << "reading class '" << number << "'\n";
@@ -343,8 +361,8 @@ TBTransObject* TBistream::readTransObj() {
         *this >> number;
         // The writer counts a back reference as a visit too: one at the top
         // level ends its object numbers, so the reader's must end with it.
-        ObjectLevel<TBInTbl> level(*_inTbl);
-        return _inTbl->objectAt(number);
+        ObjectLevel<TBInTbl> level(inTable());
+        return inTable().objectAt(number);
     }
     case ':': {
         char name[257] = {0};  // binary streams put the terminator at [max]
@@ -357,22 +375,22 @@ TBTransObject* TBistream::readTransObj() {
                       << '\n';
             return nullptr;
         }
-        _inTbl->addClass(info);
+        inTable().addClass(info);
         break;
     }
     default:
         reportBadObject("TBistream::readObject: ");
         return nullptr;
     }
-    ObjectLevel<TBInTbl> level(*_inTbl);
+    ObjectLevel<TBInTbl> level(inTable());
     return readObject(info);
 }
 
 int TBistream::addToTbl(TBTransObject& obj) {
     // An object built in place at the top level starts a fresh numbering,
     // as its writer forgot everything after the previous top-level write.
-    if (_inTbl->objectLevel() == 0) _inTbl->clearObjects();
-    return _inTbl->add(obj);
+    if (inTable().objectLevel() == 0) inTable().clearObjects();
+    return inTable().add(obj);
 }
 
 const char* TBistream::className() const { return _class_name; }

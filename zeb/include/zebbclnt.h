@@ -6,6 +6,7 @@
 
 #include "dsdict.h"
 #include "giop.h"
+#include "sequence.h"
 #include "iohandle.h"
 
 class CORBA_Object;
@@ -102,6 +103,9 @@ private:
     // and e follows.
     void replaceStatus(IIOP::ReplyStatusType status, const class CORBA_Exception& e);
     void clearRequestFields();
+    // The skeleton of the key this connection used last, if key is that key
+    // and the object is still active; with a reference. Null otherwise.
+    ZEBSkelInfo* cachedSkeleton(const CORBA_OctetSequence& key);
     void writeMessageError();
 
     ZEBIIOPstream* _stream = nullptr;  // owned
@@ -110,6 +114,10 @@ private:
     DSDictionary _bound;  // ZEBSkelInfo -> ZEBUniqueId: __bind calls per skeleton
     ZEBGlobalTable* _table;
     bool _exit_on_close = false;
+    // A client sends one key again and again: the last one and the unique
+    // id it led to spare the decoding and the search by name (0: none).
+    CORBA_OctetSequence _lastKey;
+    CORBA::ULong _lastUid = 0;
     bool _linked = false;
 };
 

@@ -229,16 +229,22 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
     _table->current_connection = _peer;
     data._reply.request_id = header.request_id;
 
-    std::unique_ptr<ZEBObjectId> id(decodeKey(header.object_key));
-    if (!id) {
-        if (header.response_expected)
-            return sendErrorReply(data, CORBA_INV_OBJREF(0, CORBA::COMPLETED_NO));
-        _stream->discardCurMsg();
-        return 0;
-    }
-
     SkelRef ref;
-    ref.skel = _boa->skelAt(*id);
+    ref.skel = cachedSkeleton(header.object_key);
+    if (!ref.skel) {
+        std::unique_ptr<ZEBObjectId> id(decodeKey(header.object_key));
+        if (!id) {
+            if (header.response_expected)
+                return sendErrorReply(data, CORBA_INV_OBJREF(0, CORBA::COMPLETED_NO));
+            _stream->discardCurMsg();
+            return 0;
+        }
+        ref.skel = _boa->skelAt(*id);
+        if (ref.skel && ref.skel->_state == ZEBSkelInfo::SKEL_ACTIVE) {
+            _lastKey = header.object_key;
+            _lastUid = ref.skel->_uid;
+        }
+    }
     ZEBSkelInfo* skel = ref.skel;
     data._skel = skel;
     if (!skel || skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
@@ -330,6 +336,22 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
     if (busyMark) skel->_busy = 0;
     // A per-method server ends the connection after every call.
     return skel->_policy == CORBA_CreationImplDef::SERVER_PER_METHOD ? -1 : 0;
+}
+
+ZEBSkelInfo* ZEBBOAClient::cachedSkeleton(const CORBA_OctetSequence& key) {
+    if (_lastUid == 0 || key.length() != _lastKey.length() ||
+        std::memcmp(key.get_buffer(), _lastKey.get_buffer(), key.length()) != 0)
+        return nullptr;
+    // Found again by its unique id; an object that is no longer active, or
+    // gone, sends the request down the full search, which may find another
+    // object under the same name.
+    ZEBSkelInfo* skel = _boa->skelAt(ZEBKeyId(_lastUid));
+    if (skel && skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
+        skel->unref();
+        skel = nullptr;
+    }
+    if (!skel) _lastUid = 0;
+    return skel;
 }
 
 void ZEBBOAClient::prepareReply(void* p) {
