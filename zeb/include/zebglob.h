@@ -65,9 +65,14 @@ public:
     // first call. Safe to call from anywhere, in any order.
     static ZEBGlobalTable* instance();
 
-    // Takes the "-ORB...", "-OA..." and "-SVC..." options out of argv. An
-    // unknown or malformed broker option prints a line and ends the process
-    // with status 0.
+    // Takes the broker's options out of argv and sets the settings below.
+    // Element 0 and every element that is neither a broker option nor a
+    // service parameter stay, in their order, and argc becomes their count;
+    // argv[argc] is then null if an element was taken. An option that takes
+    // a value consumes the next element whatever it is. A bad option, a
+    // missing value or a number with a non-digit prints a line on standard
+    // output and ends the process with status 0. argv must be writable
+    // despite its type.
     static void parse_args(int& argc, char* const* argv);
 
     // ---- References, locators and IORs. The caller owns the results.
@@ -133,7 +138,7 @@ public:
     static void* _bindHandler;
     static ZEBSVCHandler** _handlers;
     static unsigned long _max_handlers;
-    static CORBA_NVList* _svc_params;  // made on first use, room for 16
+    static CORBA_NVList _svc_params;  // in the order given; room for 16
     static CORBA_OctetSequence _principal;  // principal for new stubs
     static CORBA_BindOptions _bindOptions;
     static DSSet _boaClientSet;  // DSWrapper around each ZEBBOAClient*
@@ -176,6 +181,8 @@ public:
 
     static constexpr unsigned long default_tcp_read_size = 2048;
     static constexpr unsigned long default_tcp_block_size = 512;
+    static constexpr unsigned long default_shm_bufsize = 8192;
+    static constexpr unsigned long default_agent_port = 14000;
 
     static ZEBGlobalTable _instance;
 };

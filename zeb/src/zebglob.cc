@@ -26,31 +26,9 @@ using std::endl;
 
 ZEBSVCHandler::~ZEBSVCHandler() {}
 
-// Settings. The set of connections and the defaults come before the table
-// itself, so that they are still there when its destructor runs.
-const char* ZEBGlobalTable::boa_ipaddr = nullptr;
-unsigned short ZEBGlobalTable::boa_port = 0;
-unsigned long ZEBGlobalTable::shm_bufsize = 8192;
-unsigned long ZEBGlobalTable::orb_send_bufsize = 0;
-unsigned long ZEBGlobalTable::orb_rcv_bufsize = 0;
-unsigned long ZEBGlobalTable::boa_send_bufsize = 0;
-unsigned long ZEBGlobalTable::boa_rcv_bufsize = 0;
-const char* ZEBGlobalTable::agent_addr = nullptr;
-unsigned long ZEBGlobalTable::agent_port = 14000;
-CORBA::Boolean ZEBGlobalTable::agent_verbose = 0;
-CORBA::Boolean ZEBGlobalTable::enable_shm = 0;
-unsigned long ZEBGlobalTable::tcp_read_size = ZEBGlobalTable::default_tcp_read_size;
-unsigned long ZEBGlobalTable::tcp_block_size = ZEBGlobalTable::default_tcp_block_size;
-unsigned long ZEBGlobalTable::keep_alive_timer = 0;
-CORBA::Boolean ZEBGlobalTable::check_narrow = 1;
-CORBA::Boolean ZEBGlobalTable::orb_no_delay = 0;
-CORBA::Boolean ZEBGlobalTable::boa_no_delay = 1;
-CORBA::Boolean ZEBGlobalTable::is_vex = 0;
-CORBA::Boolean ZEBGlobalTable::synch_object = 0;
-CORBA::Boolean ZEBGlobalTable::has_callback = 1;
-CORBA::Boolean ZEBGlobalTable::recursion = 0;
-CORBA::Boolean ZEBGlobalTable::do_cleanup = 0;
-CORBA::Boolean ZEBGlobalTable::call_bind_unbind = 1;
+// The set of connections and the defaults come before the table itself, so
+// that they are still there when its destructor runs. The settings and their
+// defaults live with the option parser.
 CORBA::Boolean ZEBGlobalTable::_exiting = 0;
 
 ZEBORB* ZEBGlobalTable::_orb = nullptr;

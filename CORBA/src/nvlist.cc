@@ -1,0 +1,122 @@
+// Named values and their lists.
+#include "nvlist.h"
+
+#include "any.h"
+
+CORBA_EXCEPTION_DEFINE(CORBA_NVList::Bounds, "CORBA::NVList::Bounds",
+                       "IDL:omg.org/CORBA/NVList/Bounds:1.0", CORBA_UserException);
+
+// ---------------------------------------------------------- CORBA_NamedValue
+
+CORBA_NamedValue::CORBA_NamedValue()
+    : _name(nullptr), _value(new CORBA_Any), _flags(0), _refcount(1) {}
+
+CORBA_NamedValue::CORBA_NamedValue(const char* name, const CORBA_Any* value, CORBA::Flags flags)
+    : _name(CORBA::strdup(name)),
+      _value(value ? new CORBA_Any(*value) : new CORBA_Any),
+      _flags(flags),
+      _refcount(1) {}
+
+CORBA_NamedValue::CORBA_NamedValue(const CORBA_NamedValue& other)
+    : CORBA_NamedValue(other._name, other._value, other._flags) {}
+
+CORBA_NamedValue::~CORBA_NamedValue() {
+    CORBA::release(_value);
+    CORBA::string_free(_name);
+}
+
+CORBA_NamedValue* CORBA_NamedValue::_duplicate(CORBA_NamedValue* nv) {
+    if (nv) nv->_ref();
+    return nv;
+}
+
+// -------------------------------------------------------------- CORBA_NVList
+
+CORBA_NVList::CORBA_NVList(CORBA::ULong capacity)
+    : _items(capacity ? new CORBA_NamedValue*[capacity] : nullptr),
+      _count(0),
+      _capacity(capacity),
+      _refcount(1) {}
+
+CORBA_NVList::~CORBA_NVList() {
+    for (CORBA::ULong i = 0; i < _count; ++i) CORBA::release(_items[i]);
+    delete[] _items;
+}
+
+CORBA_NamedValue* CORBA_NVList::append(CORBA_NamedValue* nv) {
+    if (_count >= _capacity) resize();
+    _items[_count++] = nv;
+    return CORBA_NamedValue::_duplicate(nv);
+}
+
+CORBA_NamedValue* CORBA_NVList::add(CORBA::Flags flags) {
+    return append(new CORBA_NamedValue(nullptr, nullptr, flags));
+}
+
+CORBA_NamedValue* CORBA_NVList::add_item(const char* name, CORBA::Flags flags) {
+    return append(new CORBA_NamedValue(name, nullptr, flags));
+}
+
+CORBA_NamedValue* CORBA_NVList::add_value(const char* name, const CORBA_Any& value,
+                                          CORBA::Flags flags) {
+    return append(new CORBA_NamedValue(name, &value, flags));
+}
+
+CORBA_NamedValue* CORBA_NVList::item(CORBA::ULong i) {
+    if (i >= _count) throw Bounds();
+    return CORBA_NamedValue::_duplicate(_items[i]);
+}
+
+void CORBA_NVList::remove(CORBA::ULong i) {
+    if (i >= _count) throw Bounds();
+    CORBA::release(_items[i]);
+    for (CORBA::ULong j = i + 1; j < _count; ++j) _items[j - 1] = _items[j];
+    --_count;
+}
+
+void CORBA_NVList::resize() {
+    CORBA::ULong bigger = _capacity ? 2 * _capacity : 2;
+    CORBA_NamedValue** items = new CORBA_NamedValue*[bigger];
+    for (CORBA::ULong i = 0; i < _count; ++i) items[i] = _items[i];
+    delete[] _items;
+    _items = items;
+    _capacity = bigger;
+}
+
+CORBA_NVList* CORBA_NVList::_duplicate(CORBA_NVList* l) {
+    if (l) l->_ref();
+    return l;
+}
+
+namespace CORBA {
+void release(CORBA_NamedValue* nv) {
+    if (nv && nv->_deref() <= 0) delete nv;
+}
+void release(CORBA_NVList* l) {
+    if (l && l->_deref() <= 0) delete l;
+}
+}  // namespace CORBA
+
+// ------------------------------------------------------ CORBA_NamedValue_var
+
+CORBA_NamedValue_var& CORBA_NamedValue_var::operator=(CORBA_NamedValue* p) {
+    if (p != _ptr) {
+        CORBA::release(_ptr);
+        _ptr = p;
+    }
+    return *this;
+}
+
+CORBA_NamedValue_var& CORBA_NamedValue_var::operator=(const CORBA_NamedValue_var& other) {
+    // Duplicate before releasing: both holders may share one object.
+    CORBA_NamedValue* p = CORBA_NamedValue::_duplicate(other._ptr);
+    CORBA::release(_ptr);
+    _ptr = p;
+    return *this;
+}
+
+CORBA_NamedValue* CORBA_NamedValue_var::_retn() {
+    CORBA_NamedValue* p = _ptr;
+    _ptr = nullptr;
+    return p;
+}
