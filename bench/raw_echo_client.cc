@@ -5,7 +5,7 @@
 //              _non_existent, one line each; exit 0 only if all are right
 //   latency N  N two-way pid() calls; prints microseconds per call
 //   oneway N   N note("") then one pid() to flush; prints calls per second
-// Usage: raw_echo_client [-nodelay] <IOR:...|@file> check|latency N|oneway N
+// Usage: raw_echo_client [broker options] [-nodelay] <IOR:...|@file> check|latency N|oneway N
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -221,7 +221,8 @@ IIOP::ObjectLocator* locate(const std::string& text) {
 }
 
 int usage() {
-    std::cerr << "usage: raw_echo_client [-nodelay] <IOR:...|@file> check|latency N|oneway N"
+    std::cerr << "usage: raw_echo_client [broker options] [-nodelay] <IOR:...|@file> "
+                 "check|latency N|oneway N"
               << std::endl;
     return 2;
 }
@@ -229,6 +230,9 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Broker options such as -ORBnocallback (wait for replies in a blocking
+    // read instead of a nested dispatch) come first.
+    ZEBGlobalTable::parse_args(argc, argv);
     int first = 1;
     if (argc > 1 && std::strcmp(argv[1], "-nodelay") == 0) {
         ZEBGlobalTable::orb_no_delay = 1;

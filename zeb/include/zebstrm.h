@@ -244,7 +244,9 @@ private:
     void fillHeaderBytes();
     void sendPending();
 
-    int _read(char* buf, long minimum, long maximum);
+    // Reads at least minimum bytes; waitFirst waits for input before the
+    // first read.
+    int _read(char* buf, long minimum, long maximum, bool waitFirst = false);
     void _write(const char* buf, long length);
     void _writev(long total, TBipcbuf* first, int count);
     void _waitForOutput(unsigned long timeout);
@@ -271,6 +273,7 @@ private:
     unsigned long _pendingBytes = 0;
 
     int _fd = -1;
+    int _fdFlags = -1;  // F_GETFL of _fd as last set by us; -1 not yet read
     unsigned short _port = 0;
     IIOP::MessageHeader _header;
     CORBA::Boolean _open = 0;

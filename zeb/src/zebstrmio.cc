@@ -139,6 +139,7 @@ void ZEBIIOPstream::listen(int port, const char* ipaddr) {
         commFailure(e);
     }
     _fd = fd;
+    _fdFlags = -1;
     if (!_blocking) {
         int flags = fcntl(fd, F_GETFL);
         if (flags >= 0) (void)fcntl(fd, F_SETFL, flags | O_NDELAY);
@@ -185,6 +186,7 @@ ZEBIIOPstream* ZEBIIOPstream::accept() {
 void ZEBIIOPstream::attach(int fd) {
     if (_open) wrongState();
     _fd = fd;
+    _fdFlags = -1;
     _open = 1;
     _serverSide = 1;
     sockaddr_in local{};
@@ -205,6 +207,7 @@ void ZEBIIOPstream::connect(const char* host, unsigned short port, unsigned long
 void ZEBIIOPstream::connect(const sockaddr_in* addr, unsigned long timeout) {
     if (_open) wrongState();
     _fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    _fdFlags = -1;
     if (_fd < 0) {
         int e = errno;
         std::perror("socket: ");
@@ -248,6 +251,7 @@ void ZEBIIOPstream::close() {
     if (!_open) return;
     ::shutdown(_fd, SHUT_RDWR);  // the peer learns at once; errors don't matter
     ::close(_fd);
+    _fdFlags = -1;
     _open = 0;
 }
 
@@ -256,10 +260,12 @@ void ZEBIIOPstream::blocking(unsigned char on) {
     if (want == (_blocking != 0)) return;
     _blocking = want ? 1 : 0;
     if (_fd < 0) return;  // recorded for the socket still to come
-    int flags = fcntl(_fd, F_GETFL);
-    if (flags < 0) return;
-    flags = want ? (flags & ~O_NDELAY) : (flags | O_NDELAY);
-    (void)fcntl(_fd, F_SETFL, flags);
+    // The descriptor's flags are read once and then kept here: nobody else
+    // changes them, so each switch costs one system call, not two.
+    if (_fdFlags < 0) _fdFlags = fcntl(_fd, F_GETFL);
+    if (_fdFlags < 0) return;
+    const int flags = want ? (_fdFlags & ~O_NDELAY) : (_fdFlags | O_NDELAY);
+    if (fcntl(_fd, F_SETFL, flags) == 0) _fdFlags = flags;
 }
 
 namespace {
@@ -391,7 +397,12 @@ void ZEBIIOPstream::fillHeaderBytes() {
     _in.read_ptr = _in.read_base;
     _in.read_end = _in.read_base + kept;
     long most = static_cast<long>(std::min<unsigned long>(_readSize, _in.read_size)) - kept;
-    int got = _read(_in.read_end, kHeaderSize - kept, std::max<long>(most, kHeaderSize - kept));
+    // A non-blocking stream with nothing read ahead is a client that has just
+    // sent its request: the reply is hardly ever there yet, so it waits
+    // before it reads instead of trying a read that would only fail.
+    const bool waitFirst = !_blocking && kept == 0;
+    int got = _read(_in.read_end, kHeaderSize - kept, std::max<long>(most, kHeaderSize - kept),
+                    waitFirst);
     _in.read_end += got;
 }
 
@@ -425,11 +436,11 @@ void ZEBIIOPstream::timerExpired(long, long) { _waitStatus = 2; }
 
 // ---------------------------------------------------------------- I/O
 
-int ZEBIIOPstream::_read(char* buf, long minimum, long maximum) {
+int ZEBIIOPstream::_read(char* buf, long minimum, long maximum, bool waitFirst) {
     if (minimum <= 0) return 0;
     if (maximum < minimum) maximum = minimum;  // 0 means "minimum"
     long total = 0;
-    for (bool first = true;; first = false) {
+    for (bool first = !waitFirst;; first = false) {
         if (!first) _waitForData(_waitTimeout);
         ssize_t n = ::read(_fd, buf, static_cast<size_t>(maximum));
         if (n < 0) {
