@@ -2,6 +2,8 @@
 # Builds Kelvanor and runs the activation daemon beside a real naming service:
 # omniNames on 127.0.0.1 (GIOP 1.0 references), its root context's IOR in the
 # file where vex looks for it, and vex in verbose mode on a fresh repository.
+# Then the echo example: echo_server publishes its object's reference, and
+# echo_client calls it through the generated-style stub.
 # Every process started here is stopped again by PID, also on failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,12 +12,13 @@ root=$(pwd)
 bash tools/deps.sh
 build=${KELVANOR_BUILD:-build}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" -j"$(nproc)" --target vex iordump
+cmake --build "$build" -j"$(nproc)" --target vex iordump echo_server echo_client
 
 work=$(mktemp -d)
 ns_pid=""
+echo_pid=""
 cleanup() {
-  [ -n "$ns_pid" ] && kill "$ns_pid" 2>/dev/null && wait "$ns_pid" 2>/dev/null
+  for p in $ns_pid $echo_pid; do kill "$p" 2>/dev/null && wait "$p" 2>/dev/null; done
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -57,3 +60,16 @@ set +e
 status=$?
 set -e
 echo "demo: vex ended with status $status"
+
+echo "demo: starting echo_server on 127.0.0.1"
+"$root/$build/echo_server" -OAipaddr 127.0.0.1 -o "$work/echo.ior" >"$work/echo.out" 2>&1 &
+echo_pid=$!
+for _ in $(seq 100); do
+  [ -s "$work/echo.ior" ] && break
+  sleep 0.1
+done
+[ -s "$work/echo.ior" ] || { echo "demo: echo_server did not start" >&2; cat "$work/echo.out" >&2; exit 1; }
+echo "demo: its reference, as iordump reads it:"
+"$root/$build/iordump" "$(cat "$work/echo.ior")" | sed 's/^/  /'
+echo "demo: echo_client calls it"
+timeout 20 "$root/$build/echo_client" "@$work/echo.ior" "hello from the demo" | sed 's/^/  /'

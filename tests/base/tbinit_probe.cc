@@ -20,6 +20,7 @@ int main() {
             TBTransObject* obj = in.readTransObj();
             if (!obj) return 1;
             out << obj;
+            delete obj;
         }
     }
     std::cout << text.str() << std::flush;

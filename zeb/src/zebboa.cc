@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <vector>
 
 #include "dispatch.h"
 #include "dsaddr.h"
@@ -75,6 +76,15 @@ ZEBBOA::ZEBBOA(dpDispatcher& d)
 
 ZEBBOA::~ZEBBOA() {
     if (_listener.fd() >= 0) _dispatcher.unlink(_listener.fd());
+    // Skeletons made from an implementation belong to the adapter: nobody
+    // else drops their own reference. Those of objects go with the objects.
+    std::vector<ZEBSkelInfo*> owned;
+    DSIterator it(_objects);
+    while (DSAssoc* a = TB_CAST(DSAssoc, it.next())) {
+        ZEBSkelInfo* skel = TB_CAST(ZEBSkelInfo, a->value);
+        if (!skel->_object) owned.push_back(skel);
+    }
+    for (ZEBSkelInfo* skel : owned) skel->unref();
     TBResource::unref(_addr);
 }
 

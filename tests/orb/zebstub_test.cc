@@ -1,0 +1,135 @@
+// The stub path of a client in this process: the Demo::Echo stub against
+// echo_server in a child process and against omniORB's server, and what a
+// call sees when the server goes away.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include <unistd.h>
+
+#include "echo.h"
+#include "except.h"
+#include "mstrm.h"
+#include "orb.h"
+#include "process.h"
+#include "zebglob.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+bool runnable(const char* path) { return path[0] != '\0' && access(path, X_OK) == 0; }
+
+CORBA_ORB* orb() {
+    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
+    int argc = 1;
+    char name[] = "test";
+    char* argv[] = {name, nullptr};
+    return CORBA::ORB_init(argc, argv);
+}
+
+// A server in a child process, stopped by pid when the test ends.
+class Server {
+public:
+    explicit Server(std::vector<std::string> argv) {
+        ktest::Process::Options opts;
+        opts.argv = std::move(argv);
+        started = _proc.start(opts);
+        if (!started) return;
+        ktest::pollUntil(
+            [&] {
+                std::string out = _proc.stdoutText();
+                std::string::size_type end = out.find('\n');
+                if (end != std::string::npos && out.compare(0, 4, "IOR:") == 0)
+                    ior = out.substr(0, end);
+                return !ior.empty() || !_proc.running();
+            },
+            milliseconds(15000));
+    }
+    pid_t pid() const { return _proc.pid(); }
+    void kill() { _proc.stop(9, milliseconds(2000)); }
+
+    bool started = false;
+    std::string ior;
+
+private:
+    ktest::Process _proc;
+};
+
+Demo::Echo* bindTo(const std::string& ior) {
+    CORBA_Object_var obj(orb()->string_to_object(ior.c_str()));
+    return Demo::Echo::_narrow(obj);
+}
+
+}  // namespace
+
+TEST(ZEBStubInfo, CallsReachEchoServerAndComeBack) {
+    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
+    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
+    ASSERT_FALSE(server.ior.empty());
+    Demo::Echo_var echo(bindTo(server.ior));
+    ASSERT_NE(echo.in(), nullptr);
+    EXPECT_FALSE(echo->_is_local());
+
+    CORBA_String_var said(echo->say("abc"));
+    EXPECT_STREQ(said, "abc");
+    std::string big(100000, 'x');
+    said = echo->say(big.c_str());
+    EXPECT_EQ(big, said.in());
+    said = echo->say("");
+    EXPECT_STREQ(said, "");
+    echo->note("nobody answers this");
+    EXPECT_EQ(echo->pid(), server.pid());
+
+    // Known from the type without a call, or asked of the server.
+    EXPECT_TRUE(echo->_is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+    EXPECT_FALSE(echo->_non_existent());
+}
+
+TEST(ZEBStubInfo, ServerGoneIsTransientThenNoServer) {
+    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
+    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
+    ASSERT_FALSE(server.ior.empty());
+    Demo::Echo_var echo(bindTo(server.ior));
+    ASSERT_EQ(echo->pid(), server.pid());
+    server.kill();
+
+    // The raw request path tells the caller that a retry makes sense...
+    EXPECT_THROW(
+        {
+            echo->_create_request("pid", 1, 0);
+            echo->_invoke();
+        },
+        CORBA_TRANSIENT);
+    // ...and the stub's retry finds nobody to bind to.
+    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
+}
+
+TEST(ZEBStubInfo, WithoutRebindALostConnectionIsACommFailure) {
+    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
+    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
+    ASSERT_FALSE(server.ior.empty());
+    Demo::Echo_var echo(bindTo(server.ior));
+    CORBA_BindOptions options;
+    options.allow_rebind = 0;
+    echo->_bind_options(options);
+    ASSERT_EQ(echo->pid(), server.pid());
+    server.kill();
+    EXPECT_THROW(echo->pid(), CORBA_COMM_FAILURE);
+    // The next call binds again from the lost state and finds nobody.
+    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
+}
+
+TEST(ZEBStubInfo, CallsReachOmniorbServer) {
+    if (!runnable(KELVANOR_OMNI_ECHO_SERVER_BINARY)) GTEST_SKIP() << "omniORB peers not built";
+    Server server({KELVANOR_OMNI_ECHO_SERVER_BINARY});
+    ASSERT_FALSE(server.ior.empty());
+    Demo::Echo_var echo(bindTo(server.ior));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_String_var said(echo->say("to another broker"));
+    EXPECT_STREQ(said, "to another broker");
+    EXPECT_EQ(echo->pid(), server.pid());
+    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+}
