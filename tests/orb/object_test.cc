@@ -13,6 +13,7 @@
 #include "giop.h"
 #include "orb.h"
 #include "zebboa.h"
+#include "loopback_orb.h"
 #include "zebglob.h"
 #include "zeboid.h"
 #include "zebskel.h"
@@ -20,22 +21,7 @@
 
 namespace {
 
-class EchoServant : public _sk_Demo::_sk_Echo {
-public:
-    explicit EchoServant(const char* name) : _sk_Echo(name) {}
-    char* say(const char* s) override { return CORBA::string_dup(s); }
-    CORBA::Long pid() override { return 7; }
-    void note(const char*) override {}
-};
-
-// Every test process gets its adapter on loopback.
-CORBA_ORB* orb() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    int argc = 1;
-    char name[] = "test";
-    char* argv[] = {name, nullptr};
-    return CORBA::ORB_init(argc, argv);
-}
+using ktest::EchoServant;
 
 // Big-endian CDR, written by hand so that the reader's swapping is what is
 // under test, not a second use of our own writer.
@@ -108,7 +94,7 @@ std::string bigEndianIOR(const char* type_id, const char* host, uint16_t port,
 }  // namespace
 
 TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
-    CORBA_ORB* o = orb();
+    CORBA_ORB* o = ktest::loopbackOrb();
     EchoServant servant("round");
     int argc = 0;
     o->BOA_init(argc, nullptr)->obj_is_ready(&servant, nullptr);
@@ -127,7 +113,7 @@ TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
 }
 
 TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
-    CORBA_ORB* o = orb();
+    CORBA_ORB* o = ktest::loopbackOrb();
     EchoServant servant("bigend");
     ZEBGlobalTable::_boa->obj_is_ready(&servant, nullptr);
     const uint16_t port = ZEBGlobalTable::_boa->port();
@@ -159,7 +145,7 @@ TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
 }
 
 TEST(ObjectReference, NilAndMalformedText) {
-    CORBA_ORB* o = orb();
+    CORBA_ORB* o = ktest::loopbackOrb();
     CORBA_String_var nil(o->object_to_string(nullptr));
     // The byte-order octet, three blanks of padding, two zero counts.
     EXPECT_STREQ(nil, "IOR:012020200000000000000000");
@@ -173,7 +159,7 @@ TEST(ObjectReference, NilAndMalformedText) {
 }
 
 TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
-    CORBA_ORB* o = orb();
+    CORBA_ORB* o = ktest::loopbackOrb();
     std::string text = bigEndianIOR("IDL:Nobody/Knows:1.0", "127.0.0.1", 9,
                                     persistentKey("Nobody::Knows", "x"));
     CORBA_Object_var obj(o->string_to_object(text.c_str()));
@@ -191,7 +177,7 @@ TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
 }
 
 TEST(ObjectReference, HashEquivalenceAndBindOnLocal) {
-    orb();
+    ktest::loopbackOrb();
     EchoServant servant("h");
     const CORBA::ULong raw = servant._hash(0);
     EXPECT_EQ(servant._hash(1), 0u);

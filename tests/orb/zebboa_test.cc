@@ -11,23 +11,18 @@
 #include "impldef.h"
 #include "orb.h"
 #include "zebboa.h"
+#include "loopback_orb.h"
 #include "zebglob.h"
 #include "zeboid.h"
 #include "zebskel.h"
 
 namespace {
 
-class EchoServant : public _sk_Demo::_sk_Echo {
-public:
-    explicit EchoServant(const char* name) : _sk_Echo(name) {}
-    char* say(const char* s) override { return CORBA::string_dup(s); }
-    CORBA::Long pid() override { return 1; }
-    void note(const char*) override {}
-};
+using ktest::EchoServant;
 
 ZEBBOA* boa() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    return ZEBGlobalTable::instance()->_boa;
+    ktest::loopbackOrb();
+    return ZEBGlobalTable::_boa;
 }
 
 // Holds what skelAt returned and drops the reference.

@@ -13,6 +13,7 @@
 #include "mstrm.h"
 #include "orb.h"
 #include "process.h"
+#include "loopback_orb.h"
 #include "zebglob.h"
 
 namespace {
@@ -20,14 +21,6 @@ namespace {
 using std::chrono::milliseconds;
 
 bool runnable(const char* path) { return path[0] != '\0' && access(path, X_OK) == 0; }
-
-CORBA_ORB* orb() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    int argc = 1;
-    char name[] = "test";
-    char* argv[] = {name, nullptr};
-    return CORBA::ORB_init(argc, argv);
-}
 
 // A server in a child process, stopped by pid when the test ends.
 class Server {
@@ -58,7 +51,7 @@ private:
 };
 
 Demo::Echo* bindTo(const std::string& ior) {
-    CORBA_Object_var obj(orb()->string_to_object(ior.c_str()));
+    CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(ior.c_str()));
     return Demo::Echo::_narrow(obj);
 }
 

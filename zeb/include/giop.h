@@ -140,6 +140,8 @@ struct ObjectLocator {
     // Decodes profile data in either byte order. The caller owns the
     // result. Data that ends early throws CORBA_MARSHAL.
     static ObjectLocator* convert(const CORBA_OctetSequence& data);
+    // A deep copy owned by the caller.
+    ObjectLocator* copy() const;
 };
 
 TBostream& operator<<(TBostream& strm, const Version& v);

@@ -62,6 +62,10 @@ public:
     // Tells the activator of a service object that the object goes.
     void deactivate();
 
+    // A new locator at this process's adapter, with the key of id; the
+    // caller owns it.
+    static IIOP::ObjectLocator* localLocator(const class ZEBObjectId& id);
+
     // The object name: the record's if there is one, else the skeleton's.
     const char* objectName() const;
     // The record's interface name is "*": an object of a service.

@@ -367,6 +367,15 @@ CORBA_OctetSequence* ObjectLocator::convert() const {
     return copyOutput(s);
 }
 
+ObjectLocator* ObjectLocator::copy() const {
+    ObjectLocator* c = new ObjectLocator;
+    c->iiop_version = iiop_version;
+    c->host = host.in();
+    c->port = port;
+    c->object_key = object_key;
+    return c;
+}
+
 ObjectLocator* ObjectLocator::convert(const CORBA_OctetSequence& data) {
     ZEBIIOPstream s;
     // The stream only reads the bytes; it does not own them.

@@ -395,18 +395,13 @@ int ZEBBOAClient::locateRequest(const IIOP::MessageHeader&) {
     if (skel && id->type() != ZEBObjectId::ID_KEY && !skel->isService()) {
         // The same object under its short key: later requests skip the
         // search by name.
-        IIOP::ObjectLocator loc;
-        loc.iiop_version = IIOP::CURRENT_VERSION;
-        loc.host = _boa->address()->ntoa();
-        loc.port = static_cast<CORBA::UShort>(_boa->address()->port());
-        CORBA_OctetSequence_var key(ZEBKeyId(skel->_uid).convert());
-        loc.object_key = *key.ptr();
+        std::unique_ptr<IIOP::ObjectLocator> loc(ZEBSkelInfo::localLocator(ZEBKeyId(skel->_uid)));
         IOP::IOR ior;
         const CORBA_TypeInfo* type = skel->typeInfo();
         ior.type_id = type ? type->repository_id() : "";
         ior.profiles.length(1);
         ior.profiles[0].tag = IOP::TAG_INTERNET_IOP;
-        CORBA_OctetSequence_var profile(loc.convert());
+        CORBA_OctetSequence_var profile(loc->convert());
         ior.profiles[0].profile_data = *profile.ptr();
         lr.locate_status = IIOP::OBJECT_FORWARD;
         out << reply << lr << ior;

@@ -471,10 +471,6 @@ CORBA_Object* ZEBBOA::createObjRef(ZEBSkelInfo* skel) {
     if (!type) type = &CORBA_Object::_desc();
     ZEBFactory factory = type->factory() ? type->factory() : &CORBA_Object::_factory;
     CORBA_Object* obj = factory();
-    std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
-    loc->iiop_version = IIOP::CURRENT_VERSION;
-    loc->host = _addr->ntoa();
-    loc->port = static_cast<CORBA::UShort>(_addr->port());
     std::unique_ptr<ZEBObjectId> id;
     if (skel->_scope == CORBA_BOA::SCOPE_PROCESS)
         id.reset(new ZEBTransientId(type->interface_name(), skel->_uid, skel->_created));
@@ -482,8 +478,6 @@ CORBA_Object* ZEBBOA::createObjRef(ZEBSkelInfo* skel) {
         id.reset(new ZEBPersistentId("*", skel->objectName()));
     else
         id.reset(new ZEBPersistentId(type->interface_name(), skel->objectName()));
-    CORBA_OctetSequence_var key(id->convert());
-    loc->object_key = *key.ptr();
-    obj->_stub()->bind(loc.release(), 0);
+    obj->_stub()->bind(ZEBSkelInfo::localLocator(*id), 0);
     return obj;
 }

@@ -166,21 +166,10 @@ void ZEBGlobalTable::received_request(CORBA_Object* obj, IIOP::RequestHeader& he
 IIOP::ObjectLocator* ZEBGlobalTable::getLocator(CORBA_Object* obj) {
     if (!obj) return nullptr;
     if (obj->_zeb_impl()->kind == ZEBObjectImpl::STUB) {
-        const IIOP::ObjectLocator* from = obj->_stub()->locator();
-        IIOP::ObjectLocator* copy = new IIOP::ObjectLocator;
-        copy->iiop_version = from->iiop_version;
-        copy->host = from->host.in();
-        copy->port = from->port;
-        copy->object_key = from->object_key;
-        return copy;
+        return obj->_stub()->locator()->copy();
     }
     ZEBSkelInfo* skel = obj->_skeleton();
     if (!skel) return nullptr;
-    DSAddr* addr = instance()->_boa->address();
-    std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
-    loc->iiop_version = IIOP::CURRENT_VERSION;
-    loc->host = addr->ntoa();
-    loc->port = static_cast<CORBA::UShort>(addr->port());
     std::unique_ptr<ZEBObjectId> id;
     const char* iface = obj->_interface_name();
     if (skel->_scope == CORBA_BOA::SCOPE_PROCESS)
@@ -189,9 +178,7 @@ IIOP::ObjectLocator* ZEBGlobalTable::getLocator(CORBA_Object* obj) {
         id.reset(new ZEBServiceId(skel->_impl->object_name.in(), skel->_impl->id));
     else
         id.reset(new ZEBPersistentId(iface, skel->objectName()));
-    CORBA_OctetSequence_var key(id->convert());
-    loc->object_key = *key.ptr();
-    return loc.release();
+    return ZEBSkelInfo::localLocator(*id);
 }
 
 IIOP::ObjectLocator* ZEBGlobalTable::getLocator(const IOP::IOR& ior) {
@@ -265,8 +252,7 @@ CORBA_Object* ZEBGlobalTable::makeObjRef(const char* interface_name, const char*
     CORBA_Object* obj = CORBA_Object::_factory();
     std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
     loc->iiop_version = IIOP::CURRENT_VERSION;
-    DSAddr local(0);
-    loc->host = local.ntoa();
+    loc->host = DSAddr(0).ntoa();
     loc->port = 0;
     CORBA_OctetSequence_var key(ZEBPersistentId(interface_name, object_name).convert());
     loc->object_key = *key.ptr();

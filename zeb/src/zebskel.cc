@@ -82,13 +82,19 @@ const char* ZEBSkelInfo::ior() {
     return _ior;
 }
 
-IIOP::ObjectLocator* ZEBSkelInfo::locator() {
-    if (_locator) return _locator;
+IIOP::ObjectLocator* ZEBSkelInfo::localLocator(const ZEBObjectId& id) {
     std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
     DSAddr* addr = ZEBGlobalTable::instance()->_boa->address();
     loc->iiop_version = IIOP::CURRENT_VERSION;
     loc->host = addr->ntoa();
     loc->port = static_cast<CORBA::UShort>(addr->port());
+    CORBA_OctetSequence_var key(id.convert());
+    loc->object_key = *key.ptr();
+    return loc.release();
+}
+
+IIOP::ObjectLocator* ZEBSkelInfo::locator() {
+    if (_locator) return _locator;
     const CORBA_TypeInfo* type = typeInfo();
     const char* iface = type ? type->interface_name() : "";
     std::unique_ptr<ZEBObjectId> id;
@@ -99,9 +105,7 @@ IIOP::ObjectLocator* ZEBSkelInfo::locator() {
     } else {
         id.reset(new ZEBPersistentId(iface, _name));
     }
-    CORBA_OctetSequence_var key(id->convert());
-    loc->object_key = *key.ptr();
-    _locator = loc.release();
+    _locator = localLocator(*id);
     return _locator;
 }
 

@@ -23,16 +23,6 @@ bool namedKind(CORBA::ULong kind) {
            kind == ZEBStubInfo::KIND_SERVICE;
 }
 
-IIOP::ObjectLocator* copyLocator(const IIOP::ObjectLocator* from) {
-    if (!from) return nullptr;
-    IIOP::ObjectLocator* copy = new IIOP::ObjectLocator;
-    copy->iiop_version = from->iiop_version;
-    copy->host = from->host.in();
-    copy->port = from->port;
-    copy->object_key = from->object_key;
-    return copy;
-}
-
 }  // namespace
 
 ZEBStubInfo::ZEBStubInfo(CORBA_Object* object) : _object(object) {
@@ -54,7 +44,7 @@ ZEBStubInfo& ZEBStubInfo::operator=(const ZEBStubInfo& other) {
     _interface_name = other._interface_name;
     _object_name = other._object_name;
     delete _locator;
-    _locator = copyLocator(other._locator);
+    _locator = (other._locator ? other._locator->copy() : nullptr);
     _header.object_key = other._header.object_key;
     _header.requesting_principal = other._header.requesting_principal;
     return *this;
@@ -67,7 +57,7 @@ void ZEBStubInfo::clone(const ZEBStubInfo& other) {
     _interface_name = other._interface_name;
     _object_name = other._object_name;
     delete _locator;
-    _locator = copyLocator(other._locator);
+    _locator = (other._locator ? other._locator->copy() : nullptr);
 }
 
 const CORBA_BindOptions& ZEBStubInfo::bindOptions() const {
