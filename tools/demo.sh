@@ -56,7 +56,7 @@ str() { u32 ${#1}; printf '%s' "$1"; }
 echo "demo: starting vex -v"
 set +e
 (cd "$work" && NS_SERVER_ROOT="$work/web" NS_SERVER_ID=demo KELVANOR_IMPL_PATH="$work/impl_dir" \
-  timeout 20 "$root/$build/vex" -v)
+  timeout 20 "$root/$build/vex" -OAipaddr 127.0.0.1 -v)
 status=$?
 set -e
 echo "demo: vex ended with status $status"

@@ -18,7 +18,8 @@ namespace {
 std::string runVex(const std::string& dir, const std::vector<std::string>& args,
                    const std::vector<std::string>& env = {}) {
     ktest::Process::Options opts;
-    opts.argv = {KELVANOR_VEX_BINARY};
+    // The broker's adapter listens on loopback only.
+    opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1"};
     opts.argv.insert(opts.argv.end(), args.begin(), args.end());
     opts.clearEnv = true;
     opts.env = {"PATH=/usr/bin:/bin"};
@@ -44,6 +45,22 @@ TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
                   "\t-? <print help>\n")
             << opt;
     EXPECT_EQ(runVex(dir.path(), {"-t", "5"}), "0|" + kUnnamed);
+}
+
+TEST_F(VexProgram, BrokerOptionsAreTakenBeforeTheDaemonsOwn) {
+    // The broker takes its options out of argv first, so getopt never sees
+    // them; faulty ones end the daemon with status 0 before it announces
+    // anything.
+    EXPECT_EQ(runVex(dir.path(), {"-OAport", "0", "-ORBrecursion",
+                                  "-SVCtrace=1", "-t", "5"}),
+              "0|" + kUnnamed);
+    EXPECT_EQ(runVex(dir.path(), {"-ORBfoo"}),
+              "0|Kelvanor: Unknown option - -ORBfoo passed to initialization routines\n");
+    EXPECT_EQ(runVex(dir.path(), {"-v", "-OAport"}),
+              "0|Kelvanor: -OAport is not followed by an address\n");
+    EXPECT_EQ(runVex(dir.path(), {"-OAport", "12x"}), "0|Kelvanor: Invalid boa port value\n");
+    // The daemon's own -x still fails after the broker's options.
+    EXPECT_EQ(runVex(dir.path(), {"-ORBnorecursion", "-x"}).substr(0, 2), "1|");
 }
 
 TEST_F(VexProgram, RepositoryNameComesFromTheEnvironment) {
