@@ -134,30 +134,32 @@ void ZEBBOAClient::UnlinkStream() {
     }
 }
 
-int ZEBBOAClient::inputReady(int fd) {
-    if (ZEBBOA::_exit_loop) return -1;
-    // The daemon never reads a connection twice at once, also while the
-    // message itself is being read.
-    if (ZEBGlobalTable::is_vex) UnlinkStream();
-    ZEBIIOPstream* s = _stream;
-    int result;
-    try {
-        s->receiveMessage(0);
-        result = processMessage();
-    } catch (const CORBA_SystemException&) {
-        // The peer closed, or sent what is no GIOP: the connection ends.
-        delete this;
-        return -1;
+int ZEBBOAClient::inputReady(int) {
+    // One message per round; messages a client pipelined and that were read
+    // ahead with it are served here without going back to select.
+    for (;;) {
+        if (ZEBBOA::_exit_loop) return -1;
+        // The daemon never reads a connection twice at once, also while the
+        // message itself is being read.
+        if (ZEBGlobalTable::is_vex) UnlinkStream();
+        ZEBIIOPstream* s = _stream;
+        int result;
+        try {
+            s->receiveMessage(0);
+            result = processMessage();
+        } catch (const CORBA_SystemException&) {
+            // The peer closed, or sent what is no GIOP: the connection ends.
+            delete this;
+            return -1;
+        }
+        if (result == 0 && _stream == s) s->flushRead();
+        if (result < 0) {
+            delete this;
+            return result;
+        }
+        if (ZEBGlobalTable::is_vex) LinkStream();
+        if (!s->hasMoreData()) return result;
     }
-    if (result == 0 && _stream == s) s->flushRead();
-    if (result < 0) {
-        delete this;
-        return result;
-    }
-    if (ZEBGlobalTable::is_vex) LinkStream();
-    // Pipelined messages already read ahead are served without select.
-    if (s->hasMoreData()) return inputReady(fd);
-    return result;
 }
 
 int ZEBBOAClient::processMessage() {
@@ -270,6 +272,9 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
 
     data._reply.reply_status = IIOP::NO_EXCEPTION;
     data._with_header = header.response_expected;
+    // A request served in a nested dispatch of another may find the outer
+    // one's object here; it is let go rather than lost.
+    CORBA::release(_table->current_object);
     _table->current_object = CORBA_Object::_duplicate(skel->_object);
     const bool busyMark = !ZEBGlobalTable::recursion && mark;
     if (busyMark) skel->_busy = 1;
