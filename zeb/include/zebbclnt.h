@@ -106,6 +106,8 @@ private:
     // The skeleton of the key this connection used last, if key is that key
     // and the object is still active; with a reference. Null otherwise.
     ZEBSkelInfo* cachedSkeleton(const CORBA_OctetSequence& key);
+    // Makes skel (null: nothing) the one that key leads to.
+    void remember(const CORBA_OctetSequence& key, ZEBSkelInfo* skel);
     void writeMessageError();
 
     ZEBIIOPstream* _stream = nullptr;  // owned
@@ -114,10 +116,11 @@ private:
     DSDictionary _bound;  // ZEBSkelInfo -> ZEBUniqueId: __bind calls per skeleton
     ZEBGlobalTable* _table;
     bool _exit_on_close = false;
-    // A client sends one key again and again: the last one and the unique
-    // id it led to spare the decoding and the search by name (0: none).
+    // A client sends one key again and again: the last one and the skeleton
+    // it led to (counted; null: none) spare the decoding and the search by
+    // name. A skeleton that leaves the adapter is forgotten in releaseImpl.
     CORBA_OctetSequence _lastKey;
-    CORBA::ULong _lastUid = 0;
+    ZEBSkelInfo* _lastSkel = nullptr;
     bool _linked = false;
 };
 

@@ -116,6 +116,7 @@ ZEBBOAClient::~ZEBBOAClient() {
         exit(0);
     }
     _bound.removeAll();
+    remember(CORBA_OctetSequence(), nullptr);
     delete _stream;
     delete _peer;
 }
@@ -242,10 +243,8 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
             return 0;
         }
         ref.skel = _boa->skelAt(*id);
-        if (ref.skel && ref.skel->_state == ZEBSkelInfo::SKEL_ACTIVE) {
-            _lastKey = header.object_key;
-            _lastUid = ref.skel->_uid;
-        }
+        if (ref.skel && ref.skel->_state == ZEBSkelInfo::SKEL_ACTIVE)
+            remember(header.object_key, ref.skel);
     }
     ZEBSkelInfo* skel = ref.skel;
     data._skel = skel;
@@ -344,19 +343,22 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
 }
 
 ZEBSkelInfo* ZEBBOAClient::cachedSkeleton(const CORBA_OctetSequence& key) {
-    if (_lastUid == 0 || key.length() != _lastKey.length() ||
+    if (!_lastSkel || key.length() != _lastKey.length() ||
         std::memcmp(key.get_buffer(), _lastKey.get_buffer(), key.length()) != 0)
         return nullptr;
-    // Found again by its unique id; an object that is no longer active, or
-    // gone, sends the request down the full search, which may find another
-    // object under the same name.
-    ZEBSkelInfo* skel = _boa->skelAt(ZEBKeyId(_lastUid));
-    if (skel && skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
-        skel->unref();
-        skel = nullptr;
-    }
-    if (!skel) _lastUid = 0;
-    return skel;
+    // An object that is no longer active sends the request down the full
+    // search, which may find another object under the same name. One that
+    // left the adapter was taken out of here by releaseImpl.
+    if (_lastSkel->_state != ZEBSkelInfo::SKEL_ACTIVE) return nullptr;
+    TBResource::ref(_lastSkel);
+    return _lastSkel;
+}
+
+void ZEBBOAClient::remember(const CORBA_OctetSequence& key, ZEBSkelInfo* skel) {
+    TBResource::ref(skel);
+    TBResource::unref(_lastSkel);
+    _lastSkel = skel;
+    _lastKey = key;
 }
 
 void ZEBBOAClient::prepareReply(void* p) {
@@ -489,4 +491,7 @@ void ZEBBOAClient::unbind(ZEBSkelInfo* skel, unsigned char closing) {
     else handler->unbind(_peer, skel->_object);
 }
 
-void ZEBBOAClient::releaseImpl(const ZEBSkelInfo& skel) { _bound.removeKey(skel); }
+void ZEBBOAClient::releaseImpl(const ZEBSkelInfo& skel) {
+    _bound.removeKey(skel);
+    if (_lastSkel == &skel) remember(CORBA_OctetSequence(), nullptr);
+}
