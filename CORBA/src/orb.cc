@@ -2,10 +2,12 @@
 // by name, and the list of initial services.
 #include "orb.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <string>
 
 #include "boa.h"
 #include "except.h"
@@ -51,7 +53,12 @@ CORBA_Object* CORBA_ORB::string_to_object(const char* text) {
                   << std::endl;
         return nullptr;
     }
-    std::unique_ptr<IOP::IOR> ior(stringToIOR(text));
+    // A reference read from a file usually ends with a newline: white space
+    // after the digits is no part of the reference.
+    std::string digits(text);
+    while (!digits.empty() && std::isspace(static_cast<unsigned char>(digits.back())))
+        digits.pop_back();
+    std::unique_ptr<IOP::IOR> ior(stringToIOR(digits.c_str()));
     // Text after the prefix that is no hexadecimal cannot be decoded.
     if (!ior) throw CORBA_MARSHAL(0, CORBA::COMPLETED_NO);
     if (ior->profiles.length() == 0) return nullptr;

@@ -156,6 +156,9 @@ TEST(ObjectReference, NilAndMalformedText) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Invalid Stringified Object Reference 'ior:0100'\n");
     EXPECT_THROW(o->string_to_object("IOR:01zz"), CORBA_MARSHAL);
+    // A reference as a file holds it, with a line end, reads the same.
+    EXPECT_EQ(o->string_to_object((std::string(nil.in()) + "\r\n").c_str()), nullptr);
+    EXPECT_THROW(o->string_to_object("IOR:01 00"), CORBA_MARSHAL);
 }
 
 TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
