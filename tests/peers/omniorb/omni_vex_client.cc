@@ -1,0 +1,102 @@
+// omni_vex_client: drives the administrative operations of Kelvanor's
+// activation daemon through omniORB, built from the same Activation IDL, to
+// check the daemon against an independent ORB. Each command prints one line:
+// "ok" and what came back, or the repository id of the exception.
+// Usage: omni_vex_client [-ORB options] <IOR:...|@file> <command> [args]
+//   reg <interface> <object> <path> <policy> [<arg>...]
+//   unreg <interface> <object>        unreg-interface <interface>
+//   get <interface> <object>          change <interface> <object> <new path>
+//   unreg-all
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include <Activation.hh>
+
+namespace {
+
+std::string readReference(const std::string& arg) {
+    if (arg.empty() || arg[0] != '@') return arg;
+    std::ifstream in(arg.substr(1));
+    std::string ior;
+    in >> ior;
+    return ior;
+}
+
+Activation::CreationImplDef definition(const char* iface, const char* object, const char* path,
+                                       unsigned long policy, int argc, char** argv) {
+    Activation::CreationImplDef def;
+    def.interface_name = iface;
+    def.object_name = object;
+    def.path = path;
+    def.activation_policy = policy;
+    def.args.length(argc);
+    for (int i = 0; i < argc; ++i) def.args[i] = argv[i];
+    return def;
+}
+
+void print(const Activation::CreationImplDef& d) {
+    std::cout << "ok " << d.interface_name.in() << " " << d.object_name.in() << " "
+              << d.path.in() << " " << d.activation_policy << " args";
+    for (CORBA::ULong i = 0; i < d.args.length(); ++i) std::cout << " " << d.args[i].in();
+    std::cout << std::endl;
+}
+
+int usage() {
+    std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|@file> <command> [args]"
+              << std::endl;
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
+    if (argc < 3) return usage();
+    const std::string cmd = argv[2];
+    int status = 0;
+    try {
+        CORBA::Object_var obj = orb->string_to_object(readReference(argv[1]).c_str());
+        Activation::VEX_var vex = Activation::VEX::_narrow(obj);
+        if (CORBA::is_nil(vex)) {
+            std::cerr << "omni_vex_client: not an Activation::VEX" << std::endl;
+            return 1;
+        }
+        try {
+            if (cmd == "reg" && argc >= 7) {
+                CORBA::Object_var ref = vex->reg_implementation(definition(
+                    argv[3], argv[4], argv[5], std::strtoul(argv[6], nullptr, 10), argc - 7,
+                    argv + 7));
+                std::cout << "ok " << (CORBA::is_nil(ref) ? "nil" : "reference") << std::endl;
+            } else if (cmd == "unreg" && argc == 5) {
+                vex->unreg_implementation(argv[3], argv[4]);
+                std::cout << "ok" << std::endl;
+            } else if (cmd == "unreg-interface" && argc == 4) {
+                vex->unreg_interface(argv[3]);
+                std::cout << "ok" << std::endl;
+            } else if (cmd == "get" && argc == 5) {
+                Activation::CreationImplDef_var def = vex->get_implementation(argv[3], argv[4]);
+                print(def.in());
+            } else if (cmd == "change" && argc == 6) {
+                Activation::CreationImplDef_var old = vex->get_implementation(argv[3], argv[4]);
+                Activation::CreationImplDef neu = old.in();
+                neu.path = argv[5];
+                vex->change_implementation(old.in(), neu);
+                std::cout << "ok" << std::endl;
+            } else if (cmd == "unreg-all" && argc == 3) {
+                vex->unregister_all();
+                std::cout << "ok" << std::endl;
+            } else {
+                return usage();
+            }
+        } catch (const CORBA::UserException& e) {
+            std::cout << "exception " << e._rep_id() << std::endl;
+        }
+    } catch (const CORBA::Exception& e) {
+        std::cerr << "omni_vex_client: " << e._name() << std::endl;
+        status = 1;
+    }
+    orb->destroy();
+    return status;
+}
