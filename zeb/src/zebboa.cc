@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -63,7 +64,16 @@ DSDictionary* innerDict(DSDictionary& outer, const char* name, bool make) {
 
 ZEBBOA::ZEBBOA(dpDispatcher& d)
     : _objects(16), _types(16), _activators(16), _services(16), _dispatcher(d) {
-    _listener.listen(ZEBGlobalTable::boa_port, ZEBGlobalTable::boa_ipaddr);
+    try {
+        _listener.listen(ZEBGlobalTable::boa_port, ZEBGlobalTable::boa_ipaddr);
+    } catch (const CORBA_SystemException& e) {
+        // A server that cannot have its port cannot serve: fatal.
+        std::cout << "Kelvanor: cannot listen on "
+                  << (ZEBGlobalTable::boa_ipaddr ? ZEBGlobalTable::boa_ipaddr : "*") << ":"
+                  << ZEBGlobalTable::boa_port << ": " << std::strerror(static_cast<int>(e.minor()))
+                  << std::endl;
+        exit(1);
+    }
     if (ZEBGlobalTable::boa_ipaddr)
         _addr = new DSAddr(_listener.port(), ZEBGlobalTable::boa_ipaddr);
     else

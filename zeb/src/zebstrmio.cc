@@ -126,13 +126,14 @@ void ZEBIIOPstream::listen(int port, const char* ipaddr) {
         std::perror("socket: ");
         commFailure(e);
     }
+    // SO_REUSEADDR before bind, so that a server restarted on its fixed port
+    // is not refused while connections of its former run sit in TIME_WAIT.
+    setFlag(fd, SOL_SOCKET, SO_REUSEADDR);
     if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
         int e = errno;
         ::close(fd);
         commFailure(e);
     }
-    // SO_REUSEADDR only after bind: late for the bind itself, kept so.
-    setFlag(fd, SOL_SOCKET, SO_REUSEADDR);
     if (::listen(fd, 1000) < 0) {
         int e = errno;
         ::close(fd);
