@@ -87,7 +87,8 @@ CORBA_Object::~CORBA_Object() {
             } catch (const CORBA_SystemException&) {
             }
         }
-        delete stub;
+        _impl->stub = nullptr;
+        stub->release();
     } else if (_impl->skeleton) {
         ZEBSkelInfo* skel = _impl->skeleton;
         _impl->skeleton = nullptr;

@@ -3,18 +3,25 @@
 // call sees when the server goes away.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
+#include <memory>
 #include <string>
 
 #include <unistd.h>
 
+#include "dispatch.h"
 #include "echo.h"
+#include "echo_child.h"
 #include "except.h"
+#include "loopback_orb.h"
 #include "mstrm.h"
+#include "omninames.h"
 #include "orb.h"
 #include "process.h"
-#include "loopback_orb.h"
 #include "zebglob.h"
+#include "zeboclnt.h"
+#include "zebstub.h"
 
 namespace {
 
@@ -125,4 +132,93 @@ TEST(ZEBStubInfo, CallsReachOmniorbServer) {
     EXPECT_STREQ(said, "to another broker");
     EXPECT_EQ(echo->pid(), server.pid());
     EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+}
+
+TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    ktest::loopbackOrb();
+    std::unique_ptr<ktest::EchoChild> server(new ktest::EchoChild);
+    ASSERT_TRUE(server->ready()) << server->output();
+    const unsigned short port = server->port;
+    Demo::Echo_var echo(bindTo(server->ior));
+    ASSERT_EQ(server->pid(), echo->pid());
+    server->kill();
+
+    // A raw request finds the connection gone and says a retry makes sense.
+    EXPECT_THROW(
+        {
+            echo->_create_request("pid", 1, 0);
+            echo->_invoke();
+        },
+        CORBA_TRANSIENT);
+    server.reset(new ktest::EchoChild({"-OAport", std::to_string(port)}));
+    ASSERT_TRUE(server->ready()) << server->output();
+    // The stub binds again by the same address and repeats the call.
+    EXPECT_EQ(server->pid(), echo->pid());
+    EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, echo->_stub()->state());
+}
+
+// Disabled: fails today. When the client notices an idle connection closed
+// and closes its end first, the old server's end waits in TIME_WAIT on the
+// port, and the new server's listener, which sets SO_REUSEADDR only after
+// bind, cannot bind it (COMM_FAILURE, minor EADDRINUSE). The test above
+// passes because the call writes to the dead server's socket first, which
+// answers with a reset and leaves no TIME_WAIT behind.
+TEST(ZEBStubInfo, DISABLED_ServerBackOnItsPortAfterAnIdleClose) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    ktest::loopbackOrb();
+    std::unique_ptr<ktest::EchoChild> server(new ktest::EchoChild);
+    ASSERT_TRUE(server->ready()) << server->output();
+    const unsigned short port = server->port;
+    Demo::Echo_var echo(bindTo(server->ior));
+    ASSERT_EQ(server->pid(), echo->pid());
+    ZEBORBClient* client = echo->_stub()->client();
+    server->kill();
+    ktest::pollUntil(
+        [&] {
+            long sec = 0, usec = 50000;
+            dpDispatcher::instance()->dispatch(sec, usec);
+            return client->closing();
+        },
+        milliseconds(10000));
+    ASSERT_TRUE(client->closing());
+    server.reset(new ktest::EchoChild({"-OAport", std::to_string(port)}));
+    ASSERT_TRUE(server->ready()) << server->output();
+    EXPECT_EQ(server->pid(), echo->pid());
+}
+
+TEST(ZEBStubInfo, ForeignObjectOfAnotherBroker) {
+    KELVANOR_REQUIRE_OMNINAMES();
+    ktest::OmniNames ns;
+    ASSERT_TRUE(ns.start()) << ns.error();
+    const std::string ior = ns.rootIOR();
+    CORBA_Object_var root(ktest::loopbackOrb()->string_to_object(ior.c_str()));
+    ASSERT_FALSE(CORBA::is_nil(root.in()));
+    EXPECT_EQ(ZEBStubInfo::KIND_FOREIGN, root->_stub()->kind());
+    EXPECT_TRUE(root->_is_a("IDL:omg.org/CosNaming/NamingContext:1.0"));
+    EXPECT_FALSE(root->_is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(root->_non_existent());
+
+    // Bound again after a loss it stays foreign: a __bind would be refused
+    // by a server that does not know it.
+    root->_stub()->unbind();
+    EXPECT_FALSE(root->_non_existent());
+    EXPECT_EQ(ZEBStubInfo::KIND_FOREIGN, root->_stub()->kind());
+    EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, root->_stub()->state());
+
+    ns.stop();
+    EXPECT_THROW(root->_non_existent(), CORBA_TRANSIENT);
+    // Another reference to the address finds the closed connection, still
+    // held by the first, and fails on it.
+    CORBA_Object_var fresh(ktest::loopbackOrb()->string_to_object(ior.c_str()));
+    EXPECT_THROW(fresh->_non_existent(), CORBA_COMM_FAILURE);
+    // The lost one leaves it, and has no names to be found by.
+    EXPECT_THROW(root->_non_existent(), CORBA_NO_IMPLEMENT);
+    // Now the refused connection itself is what the other one meets.
+    try {
+        fresh->_non_existent();
+        ADD_FAILURE() << "reached a stopped server";
+    } catch (const CORBA_COMM_FAILURE& e) {
+        EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED), e.minor());
+    }
 }

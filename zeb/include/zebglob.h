@@ -21,6 +21,8 @@ class ZEBBOAClient;
 class ZEBORB;
 class ZEBSkelInfo;
 class ZEBImplEventHandler;
+class ZEBClientEventHandler;
+class ZEBBindHandler;
 namespace IIOP {
 struct ObjectLocator;
 struct RequestHeader;
@@ -133,9 +135,10 @@ public:
     static ZEBORB* _orb;
     static ZEBBOA* _boa;
     static DSUser* _dsuser;
-    static void* _clientEventHandler;  // client side event hook
+    // Client side hooks; null when none is installed. Not owned.
+    static ZEBClientEventHandler* _clientEventHandler;
     static ZEBImplEventHandler* _implEventHandler;
-    static void* _bindHandler;
+    static ZEBBindHandler* _bindHandler;
     static ZEBSVCHandler** _handlers;
     static unsigned long _max_handlers;
     static CORBA_NVList _svc_params;  // in the order given; room for 16

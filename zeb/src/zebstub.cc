@@ -1,5 +1,6 @@
-// The client half of a reference: binding, and the request path that
-// generated stubs take (create_request, send, receive_reply).
+// The client half of a reference: binding (by names, by locator, and again
+// after a loss), and the request path that generated stubs and dynamic
+// requests take (create_request, send, receive_reply).
 #include "zebstub.h"
 
 #include <unistd.h>
@@ -8,20 +9,67 @@
 #include <memory>
 
 #include "dsaddr.h"
+#include "dsprovider.h"
 #include "except.h"
 #include "zebglob.h"
+#include "zeboclnt.h"
 #include "zeboid.h"
+#include "zeborb.h"
 #include "zebstrm.h"
+
+ZEBClientEventHandler::~ZEBClientEventHandler() {}
+ZEBBindHandler::~ZEBBindHandler() {}
 
 namespace {
 
 // The request counter of the process; ids start at 1.
 CORBA::ULong requestCounter = 0;
 
-bool namedKind(CORBA::ULong kind) {
+// Kinds whose servers are told of each client by __bind and __unbind.
+bool announcedKind(CORBA::ULong kind) {
     return kind == ZEBStubInfo::KIND_NAMED || kind == ZEBStubInfo::KIND_TRANSIENT ||
            kind == ZEBStubInfo::KIND_SERVICE;
 }
+
+// What a key in use says about the reference.
+CORBA::ULong kindOfKey(const CORBA_OctetSequence& key) {
+    // A key of another broker stays foreign: its server knows nothing of
+    // __bind, and a reference bound to it again must not start sending it.
+    if (!ZEBObjectId::isZEBKey(key)) return ZEBStubInfo::KIND_FOREIGN;
+    std::unique_ptr<ZEBObjectId> id;
+    try {
+        id.reset(ZEBObjectId::convert(key));
+    } catch (const CORBA_MARSHAL&) {
+    }
+    if (id && id->type() == ZEBObjectId::ID_PERSISTENT) return ZEBStubInfo::KIND_NAMED;
+    if (id && id->type() == ZEBObjectId::ID_SERVICE) return ZEBStubInfo::KIND_SERVICE;
+    return ZEBStubInfo::KIND_TRANSIENT;
+}
+
+unsigned long sendWait(const CORBA_BindOptions* options) {
+    return options ? options->send_wait : 0;
+}
+
+unsigned long receiveWait(const CORBA_BindOptions* options) {
+    return options ? options->receive_wait : 0;
+}
+
+[[noreturn]] void lostConnection(bool allowRebind) {
+    if (allowRebind) throw CORBA_TRANSIENT(0, CORBA::COMPLETED_NO);
+    throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
+}
+
+// Holds a client for the time of a call that may run the dispatcher.
+class ClientHold {
+public:
+    explicit ClientHold(ZEBORBClient* c) : _c(c) { ZEBORBClient::duplicate(c); }
+    ~ClientHold() { ZEBORBClient::release(_c); }
+    ClientHold(const ClientHold&) = delete;
+    ClientHold& operator=(const ClientHold&) = delete;
+
+private:
+    ZEBORBClient* _c;
+};
 
 }  // namespace
 
@@ -30,7 +78,8 @@ ZEBStubInfo::ZEBStubInfo(CORBA_Object* object) : _object(object) {
 }
 
 ZEBStubInfo::~ZEBStubInfo() {
-    closeStream();
+    setClient(nullptr);
+    CORBA::release(_forward_key);
     delete _locator;
     delete _bind_options;
     delete _principal;
@@ -38,26 +87,32 @@ ZEBStubInfo::~ZEBStubInfo() {
 
 ZEBStubInfo& ZEBStubInfo::operator=(const ZEBStubInfo& other) {
     if (this == &other) return *this;
-    _state = other.isBound() ? STUB_UNBOUND : other._state;
+    _state = other._state;
     _kind = other._kind;
     _host = other._host;
     _interface_name = other._interface_name;
     _object_name = other._object_name;
+    setClient(other._client);
+    if (_client) _client->add(this);
     delete _locator;
-    _locator = (other._locator ? other._locator->copy() : nullptr);
-    _header.object_key = other._header.object_key;
-    _header.requesting_principal = other._header.requesting_principal;
+    _locator = other._locator ? other._locator->copy() : nullptr;
+    CORBA_OctetSequence* key = CORBA_OctetSequence::_duplicate(other._forward_key);
+    CORBA::release(_forward_key);
+    _forward_key = key;
+    _header = other._header;
     return *this;
 }
 
 void ZEBStubInfo::clone(const ZEBStubInfo& other) {
+    if (this == &other) return;
     if (other._bind_options) bindOptions(*other._bind_options);
     _kind = other._kind;
     _host = other._host;
     _interface_name = other._interface_name;
     _object_name = other._object_name;
     delete _locator;
-    _locator = (other._locator ? other._locator->copy() : nullptr);
+    _locator = other._locator ? other._locator->copy() : nullptr;
+    _client_handler = other._client_handler;
 }
 
 const CORBA_BindOptions& ZEBStubInfo::bindOptions() const {
@@ -79,10 +134,27 @@ void ZEBStubInfo::principal(const CORBA_OctetSequence& p) {
     _header.requesting_principal = p;
 }
 
+ZEBClientEventHandler* ZEBStubInfo::eventHandler() const {
+    return _client_handler ? _client_handler : ZEBGlobalTable::_clientEventHandler;
+}
+
+void ZEBStubInfo::setClient(ZEBORBClient* client) {
+    if (client == _client) return;
+    ZEBORBClient::duplicate(client);
+    if (_client) {
+        _client->remove(this);
+        ZEBORBClient::release(_client);
+    }
+    _client = client;
+}
+
+// ---- Binding.
+
 void ZEBStubInfo::bind(const char* interface_name, const char* object_name, const char* host,
                        unsigned long, const CORBA_BindOptions* options, unsigned char now) {
     _interface_name = interface_name;
     _object_name = object_name;
+    // A host name is kept as its address, the form providers are known by.
     if (host && *host) _host = DSAddr(0, host).ntoa();
     _kind = (interface_name && std::strcmp(interface_name, "*") == 0) ? KIND_SERVICE : KIND_NAMED;
     if (options) bindOptions(*options);
@@ -115,45 +187,146 @@ void ZEBStubInfo::bind(IIOP::ObjectLocator* locator, unsigned char now) {
     if (now) rebind(1);
 }
 
-void ZEBStubInfo::rebind(unsigned char) {
+void ZEBStubInfo::tellBound(ZEBClientEventHandler* handler, bool first) {
+    std::unique_ptr<ZEB_EXT::ConnectionInfo> peer(
+        _client ? _client->stream()->peerInfo() : new ZEB_EXT::ConnectionInfo);
+    if (first) handler->bound(_object, peer.get());
+    else handler->rebound(_object, peer.get());
+}
+
+void ZEBStubInfo::notifyFailure(ZEBClientEventHandler* handler, unsigned char notify) {
+    if (!handler || !notify) return;
+    if (_state == STUB_UNBOUND || _state == STUB_BOUND) handler->bindFailed(_object);
+    else handler->rebindFailed(_object);
+}
+
+ZEBORBClient* ZEBStubInfo::findClient() {
+    ZEBORB* orb = ZEBGlobalTable::instance()->_orb;
+    if (_kind == KIND_TRANSIENT || _kind == KIND_FOREIGN) {
+        if (!_locator) return nullptr;
+        return orb->locate(*_locator, &_forward_key, _bind_options);
+    }
+    if (!_locator) return orb->locate(_interface_name, _object_name, _host, &_forward_key,
+                                      _bind_options);
+
+    // The address in hand first; the names are the second way to the same
+    // object, for a server that moved. The daemon has no second way: it
+    // would end up asking itself.
+    ZEBORBClient* client = nullptr;
+    try {
+        client = orb->locate(*_locator, &_forward_key, _bind_options);
+    } catch (const CORBA_SystemException&) {
+        if (ZEBGlobalTable::is_vex) throw;
+    }
+    if (client || ZEBGlobalTable::is_vex) return client;
+    if (_kind == KIND_SERVICE && !_forward_key)
+        _forward_key = new CORBA_OctetSequence(_locator->object_key);
+    client = orb->locate(_interface_name, _object_name, _host, &_forward_key, _bind_options);
+    if (client) {
+        const DSAddr& at = client->provider().address();
+        _locator->host = CORBA::strdup(at.ntoa());
+        _locator->port = static_cast<CORBA::UShort>(at.port());
+    }
+    return client;
+}
+
+void ZEBStubInfo::rebind(unsigned char notify) {
     CORBA_Object_var hold(CORBA_Object::_duplicate(_object));
     if (isBound()) return;
     if (_state != STUB_UNBOUND && _state != STUB_LOST && !bindOptions().allow_rebind)
         throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
-    // Only an address in hand can be reached for now: no locator or port 0
-    // means a bind by names, which needs the agent or the daemon.
-    if (!_locator || _locator->port == 0 || !_locator->host.in())
-        throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-    std::unique_ptr<ZEBIIOPstream> s(new ZEBIIOPstream);
-    try {
-        s->connect(_locator->host.in(), _locator->port, bindOptions().connect_wait);
-    } catch (const CORBA_SystemException&) {
+    ZEBClientEventHandler* handler = eventHandler();
+    ZEBBindHandler* binder = ZEBGlobalTable::_bindHandler;
+
+    if (announcedKind(_kind) && binder) {
+        CORBA_Object_var other(_state == STUB_LOST
+                                   ? binder->preRebind(_interface_name, _object_name, _host,
+                                                       bindOptions())
+                                   : binder->preBind(_interface_name, _object_name, _host,
+                                                     bindOptions()));
+        if (!CORBA::is_nil(other.in()) && !other->_is_local() && other->_stub()) {
+            *this = *other->_stub();
+            if (isBound()) {
+                if (handler) tellBound(handler, _state == STUB_BOUND);
+                return;
+            }
+        }
+    }
+
+    CORBA::release(_forward_key);
+    _forward_key = nullptr;
+    ZEBORBClient* client = findClient();
+    setClient(client);
+    if (!_forward_key && _client && _locator) _header.object_key = _locator->object_key;
+    if (_kind == KIND_UNKNOWN && _client)
+        _kind = kindOfKey(_forward_key ? *_forward_key : _header.object_key);
+    if (!_client) {
+        notifyFailure(handler, notify);
         throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
     }
-    if (ZEBGlobalTable::orb_send_bufsize) s->sendBufferSize(ZEBGlobalTable::orb_send_bufsize);
-    if (ZEBGlobalTable::orb_rcv_bufsize) s->receiveBufferSize(ZEBGlobalTable::orb_rcv_bufsize);
-    _stream = std::move(s);
-    _header.object_key = _locator->object_key;
+    if (_forward_key) _header.object_key = *_forward_key;
+    _client->add(this);
+    const CORBA::ULong before = _state;
     _state = _state == STUB_LOST ? STUB_REBOUND : STUB_BOUND;
-    if (namedKind(_kind)) {
-        // The server counts its clients by these announcements.
-        GIOPstream* strm = create_request("__bind", 1, 0);
-        invoke();
-        strm->flushRead();
+    if (!announcedKind(_kind)) return;
+    try {
+        afterBind(handler, notify);
+    } catch (...) {
+        // A bind that fails here leaves the reference as it was before.
+        setClient(nullptr);
+        CORBA::release(_forward_key);
+        _forward_key = nullptr;
+        _state = before;
+        throw;
     }
 }
 
-void ZEBStubInfo::closeStream() {
-    if (_stream) _stream->close();
-    _stream.reset();
+void ZEBStubInfo::afterBind(ZEBClientEventHandler* handler, unsigned char notify) {
+    // The server counts its clients by these announcements. The reply has
+    // no body.
+    GIOPstream* strm = create_request("__bind", 1, 0);
+    strm = invoke();
+    strm->flushRead();
+    if (ZEBBindHandler* binder = ZEBGlobalTable::_bindHandler) {
+        CORBA_Object* accepted =
+            _state == STUB_BOUND
+                ? binder->postBind(_object, _interface_name, _object_name, _host, bindOptions())
+                : binder->postRebind(_object, _interface_name, _object_name, _host,
+                                     bindOptions());
+        if (CORBA::is_nil(accepted)) {
+            notifyFailure(handler, notify);
+            throw CORBA_NO_IMPLEMENT(1001, CORBA::COMPLETED_MAYBE);
+        }
+    }
+    if (handler) tellBound(handler, _state == STUB_BOUND);
 }
 
 void ZEBStubInfo::unbind() {
-    closeStream();
+    setClient(nullptr);
+    CORBA::release(_forward_key);
+    _forward_key = nullptr;
     _state = STUB_LOST;
+    _kind = KIND_UNKNOWN;
 }
 
-void ZEBStubInfo::close_connection() { unbind(); }
+void ZEBStubInfo::release() {
+    if (isBound() && _client) {
+        _state = STUB_LOST;
+        _client->remove(this);
+    }
+    delete this;
+}
+
+void ZEBStubInfo::close_connection() {
+    CORBA_Object_var hold(CORBA_Object::_duplicate(_object));
+    _state = STUB_LOST;
+    setClient(nullptr);
+    if (ZEBClientEventHandler* handler = eventHandler()) handler->serverLost(_object);
+    // Deferred requests of this object would be ended here with
+    // CORBA_COMM_FAILURE; the broker has none yet.
+}
+
+// ---- Requests.
 
 GIOPstream* ZEBStubInfo::create_request(const char* operation, unsigned char response_expected,
                                         unsigned int) {
@@ -164,9 +337,11 @@ GIOPstream* ZEBStubInfo::create_request(const char* operation, unsigned char res
                 throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
             rebind(1);
         }
-        if (_stream && _stream->open()) break;
+        if (_client && _client->stream()->open()) break;
+        // The connection died under the reference: bind again.
         unbind();
     }
+    ZEBIIOPstream* strm = _client->stream();
     IIOP::MessageHeader h;
     std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
     h.iiop_version = IIOP::CURRENT_VERSION;
@@ -177,69 +352,118 @@ GIOPstream* ZEBStubInfo::create_request(const char* operation, unsigned char res
     _header.response_expected = response_expected;
     _header.operation = operation;
     _header.service_context.length(0);
-    ZEBGlobalTable::instance()->sending_request(_object, _header, *_stream);
-    _stream->beginWrite(bindOptions().send_wait);
-    _stream->newOutEncapsulation();
-    TBostream& out = *_stream;
+    ZEBGlobalTable::instance()->sending_request(_object, _header, *strm);
+    strm->beginWrite(sendWait(_bind_options));
+    strm->newOutEncapsulation();
+    TBostream& out = *strm;
     out << h << _header;
-    return _stream.get();
+    return strm;
 }
 
-void ZEBStubInfo::lost(const char* operation) {
-    closeStream();
-    _state = STUB_LOST;
-    if (std::strcmp(operation, "__unbind") != 0 && bindOptions().allow_rebind)
-        throw CORBA_TRANSIENT(0, CORBA::COMPLETED_NO);
-    throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
+void ZEBStubInfo::reportFailure(bool sending, IIOP::RequestHeader& header,
+                                const CORBA_Exception& e) {
+    CORBA_Environment env;
+    env.exception(e._deep_copy());
+    try {
+        ZEBGlobalTable* table = ZEBGlobalTable::instance();
+        if (sending) table->send_failed(_object, header, env);
+        else table->receive_failed(_object, header, env);
+    } catch (const CORBA_Exception&) {
+        // A service handler's trouble does not replace the caller's.
+    }
 }
 
 void ZEBStubInfo::send(unsigned char) {
+    if (!_client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
+    ZEBORBClient* client = _client;
+    ZEBIIOPstream* strm = client->stream();
     try {
-        _stream->sendMessage(bindOptions().send_wait);
-    } catch (const CORBA_COMM_FAILURE&) {
-        lost(_header.operation.in());
-    } catch (const CORBA_Exception&) {
-        closeStream();
-        _state = STUB_LOST;
+        strm->sendMessage(sendWait(_bind_options));
+    } catch (const CORBA_COMM_FAILURE& e) {
+        if (std::strcmp(_header.operation.in(), "__unbind") == 0) {
+            strm->flushRead();
+            throw;
+        }
+        reportFailure(true, _header, e);
+        strm->flushRead();
+        client->close();
+        lostConnection(bindOptions().allow_rebind);
+    } catch (const CORBA_Exception& e) {
+        reportFailure(true, _header, e);
+        strm->flushRead();
+        client->close();
         throw;
     }
 }
 
-GIOPstream* ZEBStubInfo::receive_reply(unsigned char) {
-    const CORBA::ULong expected = _header.request_id;
-    const CORBA_String_var operation(_header.operation.in());
-    ZEBIIOPstream* s = _stream.get();
+GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
+    if (!_client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
+    // A nested call on this stub may change its header and even its client
+    // while this one waits.
+    IIOP::RequestHeader header(_header);
+    ZEBORBClient* client = _client;
+    ClientHold hold(client);
+    ZEBIIOPstream* strm = client->stream();
     IIOP::ReplyHeader reply;
     for (;;) {
         try {
-            s->receiveMessage(bindOptions().receive_wait);
-        } catch (const CORBA_COMM_FAILURE&) {
-            lost(operation.in());
-        } catch (const CORBA_Exception&) {
-            closeStream();
-            _state = STUB_LOST;
+            strm->receiveMessage(receiveWait(_bind_options));
+            if (strm->msgHeader().message_type == IIOP::Reply) *strm >> reply;
+        } catch (const CORBA_COMM_FAILURE& e) {
+            reportFailure(false, header, e);
+            strm->flushRead();
+            client->close();
+            if (from_dispatcher) return nullptr;
+            lostConnection(bindOptions().allow_rebind);
+        } catch (const CORBA_Exception& e) {
+            reportFailure(false, header, e);
+            strm->flushRead();
+            client->close();
+            if (from_dispatcher) return nullptr;
             throw;
         }
-        if (s->msgHeader().message_type != IIOP::Reply) {
-            s->flushRead();
-            throw CORBA_BAD_INV_ORDER(0, CORBA::COMPLETED_NO);
+        if (strm->msgHeader().message_type != IIOP::Reply) {
+            // A LocateReply, or anything else, has no business here.
+            CORBA_BAD_INV_ORDER wrong(0, CORBA::COMPLETED_NO);
+            reportFailure(false, header, wrong);
+            strm->discardCurMsg();
+            strm->flushRead();
+            if (!from_dispatcher) throw wrong;
+            return strm;
         }
-        *s >> reply;
-        if (reply.request_id == expected) break;
-        // A reply to a request nobody waits for any more.
-        s->flushRead();
+        if (!from_dispatcher && reply.request_id == header.request_id) break;
+        // A reply to another request. Deferred requests would claim theirs
+        // here; there are none, so it is dropped, and skipped as a whole so
+        // that only later messages count as input still to read.
+        strm->discardCurMsg();
+        strm->flushRead();
+        if (from_dispatcher) return strm;
     }
-    if (reply.reply_status == IIOP::NO_EXCEPTION) return s;
-    CORBA_Exception* e = nullptr;
-    *s >> e;
-    s->flushRead();
+    if (reply.reply_status == IIOP::NO_EXCEPTION) {
+        try {
+            ZEBGlobalTable::instance()->received_reply(_object, reply, *strm);
+        } catch (const CORBA_Exception&) {
+            strm->flushRead();
+            throw;
+        }
+        return strm;
+    }
+    throwReplied(strm, header);
+}
+
+void ZEBStubInfo::throwReplied(GIOPstream* strm, IIOP::RequestHeader& header) {
+    CORBA_Exception* raw = nullptr;
+    *strm >> raw;
+    std::unique_ptr<CORBA_Exception> e(raw);
     if (!e) throw CORBA_MARSHAL(0, CORBA::COMPLETED_MAYBE);
-    std::unique_ptr<CORBA_Exception> owned(e);
+    reportFailure(false, header, *e);
+    strm->flushRead();
     // A busy server is given two seconds before the caller tries again.
-    if (CORBA_TRANSIENT::_narrow(e)) sleep(2);
+    if (CORBA_TRANSIENT::_narrow(e.get())) sleep(2);
     CORBA::current_environment().exception(e->_deep_copy());
     e->_throw();
-    return s;  // not reached
+    // _throw always throws; the exception object goes with e.
+    throw CORBA_UNKNOWN(0, CORBA::COMPLETED_MAYBE);
 }
 
 GIOPstream* ZEBStubInfo::invoke() {
@@ -249,15 +473,22 @@ GIOPstream* ZEBStubInfo::invoke() {
 }
 
 IIOP::ObjectLocator* ZEBStubInfo::locator() {
-    if (!_locator) {
-        _locator = new IIOP::ObjectLocator;
-        _locator->iiop_version = IIOP::CURRENT_VERSION;
-        _locator->host = "";
-        if (_kind == KIND_NAMED) {
-            CORBA_OctetSequence_var key(
-                ZEBPersistentId(_interface_name, _object_name).convert());
-            _locator->object_key = *key.ptr();
-        }
+    if (_locator) return _locator;
+    std::unique_ptr<IIOP::ObjectLocator> loc(new IIOP::ObjectLocator);
+    loc->iiop_version = IIOP::CURRENT_VERSION;
+    if (_kind == KIND_NAMED) {
+        CORBA_OctetSequence_var key(ZEBPersistentId(_interface_name, _object_name).convert());
+        loc->object_key = *key.ptr();
+    } else if (_forward_key) {
+        loc->object_key = *_forward_key;
     }
+    if (_client) {
+        const DSAddr& at = _client->provider().address();
+        loc->host = CORBA::strdup(at.ntoa());
+        loc->port = static_cast<CORBA::UShort>(at.port());
+    } else {
+        loc->host = CORBA::strdup("");
+    }
+    _locator = loc.release();
     return _locator;
 }

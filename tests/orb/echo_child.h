@@ -1,0 +1,63 @@
+// echo_server in a child process for client tests: started on loopback with
+// the broker options given, ready once it printed its reference, stopped by
+// its pid when the holder goes.
+#ifndef KELVANOR_TEST_ECHO_CHILD_H
+#define KELVANOR_TEST_ECHO_CHILD_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "giop.h"
+#include "iorstr.h"
+#include "process.h"
+#include "zebglob.h"
+
+namespace ktest {
+
+inline bool echoServerBuilt() {
+    const char* path = KELVANOR_ECHO_SERVER_BINARY;
+    return path[0] != '\0' && access(path, X_OK) == 0;
+}
+
+class EchoChild {
+public:
+    // Extra arguments go after "-OAipaddr 127.0.0.1".
+    explicit EchoChild(std::vector<std::string> extra = {}) {
+        Process::Options opts;
+        opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"};
+        opts.argv.insert(opts.argv.end(), extra.begin(), extra.end());
+        if (!_proc.start(opts)) return;
+        pollUntil(
+            [&] {
+                std::string out = _proc.stdoutText();
+                std::string::size_type end = out.find('\n');
+                if (end != std::string::npos && out.compare(0, 4, "IOR:") == 0)
+                    ior = out.substr(0, end);
+                return !ior.empty() || !_proc.running();
+            },
+            std::chrono::milliseconds(15000));
+        std::unique_ptr<IOP::IOR> parsed(ior.empty() ? nullptr : stringToIOR(ior.c_str()));
+        std::unique_ptr<IIOP::ObjectLocator> loc(parsed ? ZEBGlobalTable::getLocator(*parsed)
+                                                        : nullptr);
+        if (loc) port = loc->port;
+    }
+    bool ready() const { return !ior.empty() && port != 0; }
+    pid_t pid() const { return _proc.pid(); }
+    bool running() { return _proc.running(); }
+    void kill() { _proc.stop(9, std::chrono::milliseconds(2000)); }
+    std::string output() const { return _proc.stdoutText() + _proc.stderrText(); }
+
+    std::string ior;
+    unsigned short port = 0;
+
+private:
+    Process _proc;
+};
+
+}  // namespace ktest
+
+#endif

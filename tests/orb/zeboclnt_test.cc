@@ -1,0 +1,389 @@
+// Client connections and the road to them: one connection per server
+// address shared by its references, the locate exchange and its forwards as
+// they show on the wire, binds by names through the directory agent, tries
+// and suspects, time limits, keep-alive, and a server closing an idle
+// connection. Servers are echo_server in a child process and a scripted
+// GIOP server in a thread of the test.
+#include "zeboclnt.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "dispatch.h"
+#include "dsaddr.h"
+#include "dsdummyuser.h"
+#include "dsprovider.h"
+#include "echo.h"
+#include "echo_child.h"
+#include "except.h"
+#include "fake_giop_server.h"
+#include "loopback_orb.h"
+#include "zeboid.h"
+#include "zeborb.h"
+#include "zebstrm.h"
+#include "zebstub.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using Fake = ktest::FakeGiopServer;
+
+// An agent that knows the providers a test gives it and records what it
+// was asked and told. Installed for its lifetime.
+class FakeAgent : public DSDummyUser {
+public:
+    FakeAgent() : DSDummyUser(nullptr, nullptr) {
+        ktest::loopbackOrb();
+        _saved = ZEBGlobalTable::_dsuser;
+        ZEBGlobalTable::_dsuser = this;
+    }
+    ~FakeAgent() override { ZEBGlobalTable::_dsuser = _saved; }
+
+    void serve(const std::string& name, unsigned short port) { _where[name] = port; }
+    DSProvider* getProvider(DSName* name, int& status, long) override {
+        asked.push_back(std::string(name->name()) + "/" + std::to_string(name->serviceType()));
+        auto it = _where.find(name->name());
+        if (it == _where.end() || name->serviceType() != DS_SERVICE_OBJECT) {
+            status = STATUS_NO_PROVIDER;
+            return nullptr;
+        }
+        status = STATUS_OK;
+        return new DSProvider(*name, DSAddr(it->second, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 0);
+    }
+    void markSuspect(const DSProvider& p) override { suspects.push_back(p.address().port()); }
+
+    std::vector<std::string> asked;
+    std::vector<int> suspects;
+
+private:
+    DSUser* _saved;
+    std::map<std::string, unsigned short> _where;
+};
+
+std::string bytes(const CORBA_OctetSequence& s) {
+    return std::string(reinterpret_cast<const char*>(s.get_buffer()), s.length());
+}
+
+CORBA_OctetSequence octets(const std::string& s) {
+    CORBA_OctetSequence o;
+    o.length(static_cast<CORBA::ULong>(s.size()));
+    if (!s.empty()) std::memcpy(o.get_buffer(), s.data(), s.size());
+    return o;
+}
+
+std::string persistentKey(const char* iface, const char* name) {
+    CORBA_OctetSequence_var k(ZEBPersistentId(iface, name).convert());
+    return bytes(*k.ptr());
+}
+
+std::string shortKey(CORBA::ULong id) {
+    CORBA_OctetSequence_var k(ZEBKeyId(id).convert());
+    return bytes(*k.ptr());
+}
+
+// A Demo::Echo reference to key at 127.0.0.1:port, as a reader of an IOR
+// would get it: not yet bound.
+Demo::Echo* echoAt(unsigned short port, const std::string& key) {
+    ktest::loopbackOrb();
+    IIOP::ObjectLocator loc;
+    loc.host = CORBA::strdup("127.0.0.1");
+    loc.port = port;
+    loc.object_key = octets(key);
+    IOP::IOR ior;
+    ior.type_id = CORBA::strdup("IDL:Demo/Echo:1.0");
+    ior.profiles.length(1);
+    ior.profiles[0].tag = IOP::TAG_INTERNET_IOP;
+    CORBA_OctetSequence_var data(loc.convert());
+    ior.profiles[0].profile_data = *data.ptr();
+    CORBA_Object_var obj(ZEBGlobalTable::getObject(ior, nullptr));
+    return Demo::Echo::_narrow(obj);
+}
+
+ZEBORBClient* clientAt(unsigned short port) {
+    return ZEBGlobalTable::_orb->clientAt(DSAddr(port, "127.0.0.1"));
+}
+
+std::vector<std::string> keysOf(const Fake& f) {
+    std::vector<std::string> keys;
+    for (const Fake::Message& m : f.messages()) keys.push_back(m.key);
+    return keys;
+}
+
+// A port where connections are refused: bound, never listening.
+class RefusingPort {
+public:
+    RefusingPort() {
+        _fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof a;
+        if (::bind(_fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+            getsockname(_fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+            port = ntohs(a.sin_port);
+    }
+    ~RefusingPort() { ::close(_fd); }
+    unsigned short port = 0;
+
+private:
+    int _fd;
+};
+
+// Runs the dispatcher until pred holds or ten seconds have passed.
+bool dispatchUntil(const std::function<bool()>& pred) {
+    return ktest::pollUntil(
+        [&] {
+            long sec = 0, usec = 50000;
+            dpDispatcher::instance()->dispatch(sec, usec);
+            return pred();
+        },
+        milliseconds(10000), milliseconds(0));
+}
+
+}  // namespace
+
+TEST(ZEBORBClient, ReferencesToOneAddressShareOneConnection) {
+    Fake fake(Fake::Mode::Serve);
+    ASSERT_TRUE(fake.ok());
+    Demo::Echo_var one(echoAt(fake.port(), "obj-one"));
+    Demo::Echo_var two(echoAt(fake.port(), "obj-two"));
+    EXPECT_FALSE(one->_non_existent());
+    EXPECT_FALSE(two->_non_existent());
+
+    ZEBORBClient* client = one->_stub()->client();
+    ASSERT_NE(nullptr, client);
+    EXPECT_EQ(client, two->_stub()->client());
+    EXPECT_EQ(client, clientAt(fake.port()));
+    EXPECT_EQ(2, client->references());
+    EXPECT_EQ(2u, client->stubCount());
+    EXPECT_EQ(1, fake.accepted());
+    EXPECT_EQ(1, ktest::connectionsTo(fake.port()));
+    // Foreign keys: located once each, no __bind, the requests keep the key.
+    const std::vector<std::string> keys{"obj-one", "obj-one", "obj-two", "obj-two"};
+    EXPECT_EQ(keys, keysOf(fake));
+
+    one = nullptr;
+    EXPECT_EQ(client, clientAt(fake.port()));
+    EXPECT_EQ(1, client->references());
+    EXPECT_EQ(1, ktest::connectionsTo(fake.port()));
+    EXPECT_FALSE(two->_non_existent());
+
+    // The last one out closes the connection and empties the table.
+    two = nullptr;
+    EXPECT_EQ(nullptr, clientAt(fake.port()));
+    EXPECT_EQ(0, ktest::connectionsTo(fake.port()));
+    EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 1; }, milliseconds(5000)));
+}
+
+TEST(ZEBORBClient, LocateForwardGivesTheKeyThatLaterRequestsCarry) {
+    Fake fake(Fake::Mode::Serve);
+    ASSERT_TRUE(fake.ok());
+    const std::string shortId = shortKey(7), longId = persistentKey("Demo::Echo", "fwd");
+    fake.forwardTo(shortId);
+    Demo::Echo_var echo(echoAt(fake.port(), longId));
+    CORBA_String_var said(echo->say("hi"));
+    EXPECT_STREQ("hi", said);
+    EXPECT_EQ(shortId, bytes(echo->_stub()->objectKey()));
+    EXPECT_EQ(ZEBStubInfo::KIND_NAMED, echo->_stub()->kind());
+
+    // A lost reference starts again from the locator's key, on a new
+    // connection, and is forwarded again.
+    echo->_stub()->unbind();
+    said = echo->say("again");
+    EXPECT_STREQ("again", said);
+    EXPECT_EQ(2, fake.accepted());
+
+    // Its release tells the server, without waiting for an answer.
+    echo = nullptr;
+    ASSERT_TRUE(ktest::pollUntil([&] { return fake.messages().size() == 7; }, milliseconds(5000)));
+    const std::vector<Fake::Message> m = fake.messages();
+    const std::vector<uint8_t> types{3, 0, 0, 3, 0, 0, 0};
+    const std::vector<std::string> ops{"", "__bind", "say", "", "__bind", "say", "__unbind"};
+    for (size_t i = 0; i < m.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(types[i], m[i].type);
+        EXPECT_EQ(ops[i], m[i].operation);
+        EXPECT_EQ(m[i].type == 3 ? longId : shortId, m[i].key);
+    }
+    EXPECT_FALSE(m[6].response);
+}
+
+TEST(ZEBORBClient, ForwardToAnotherAddressMovesTheConnectionThere) {
+    Fake there(Fake::Mode::Serve), here(Fake::Mode::Serve);
+    ASSERT_TRUE(there.ok() && here.ok());
+    const std::string shortId = shortKey(9);
+    here.forwardTo(shortId, there.port());
+    Demo::Echo_var echo(echoAt(here.port(), persistentKey("Demo::Echo", "moved")));
+    EXPECT_EQ(4242, echo->pid());
+
+    EXPECT_EQ(there.port(), echo->_stub()->client()->provider().address().port());
+    EXPECT_EQ(nullptr, clientAt(here.port()));
+    EXPECT_TRUE(ktest::pollUntil([&] { return here.closedByPeer() == 1; }, milliseconds(5000)));
+    EXPECT_EQ(1u, here.messages().size());
+    const std::vector<std::string> keys{shortId, shortId, shortId};
+    EXPECT_EQ(keys, keysOf(there));
+    const std::vector<std::string> ops{"__bind", "pid"};
+    EXPECT_EQ(ops, there.operations());
+}
+
+TEST(ZEBORBClient, RepliesAreMatchedByRequestId) {
+    Fake fake(Fake::Mode::Serve);
+    ASSERT_TRUE(fake.ok());
+    Demo::Echo_var echo(echoAt(fake.port(), "obj"));
+    // A reply to another request comes first and is passed over.
+    echo->_create_request("stray", 1, 0);
+    GIOPstream* s = echo->_invoke();
+    CORBA_String_var text;
+    *s >> text.inout();
+    s->flushRead();
+    EXPECT_STREQ("yours", text);
+    // A message that is no Reply is refused.
+    echo->_create_request("wrong_type", 1, 0);
+    EXPECT_THROW(echo->_invoke(), CORBA_BAD_INV_ORDER);
+}
+
+TEST(ZEBORBClient, TimeLimitsEndCallsToServersThatNeverAnswer) {
+    CORBA_BindOptions options;
+    options.receive_wait = 1;
+    {
+        // The object is there, the call is never answered.
+        Fake fake(Fake::Mode::LocateOnly);
+        ASSERT_TRUE(fake.ok());
+        Demo::Echo_var echo(echoAt(fake.port(), "obj"));
+        echo->_bind_options(options);
+        EXPECT_THROW(echo->pid(), CORBA_NO_RESPONSE);
+        // The connection was closed before the caller heard of it.
+        EXPECT_TRUE(echo->_stub()->client()->closing());
+        EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 1; },
+                                     milliseconds(5000)));
+    }
+    {
+        // Not even the locate is answered: the bind ends the same way, and
+        // the connection made for it goes.
+        Fake fake(Fake::Mode::Silent);
+        ASSERT_TRUE(fake.ok());
+        Demo::Echo_var echo(echoAt(fake.port(), "obj"));
+        echo->_bind_options(options);
+        EXPECT_THROW(echo->pid(), CORBA_NO_RESPONSE);
+        EXPECT_FALSE(echo->_is_bound());
+        EXPECT_EQ(nullptr, clientAt(fake.port()));
+        EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 1; },
+                                     milliseconds(5000)));
+    }
+}
+
+TEST(ZEBORBClient, KeepAlivePingsTheServerEachPeriod) {
+    Fake fake(Fake::Mode::Serve);
+    ASSERT_TRUE(fake.ok());
+    ktest::loopbackOrb();
+    ZEBGlobalTable::keep_alive_timer = 1;
+    Demo::Echo_var echo(echoAt(fake.port(), "obj"));
+    EXPECT_EQ(4242, echo->pid());
+    const bool pinged = dispatchUntil([&] { return fake.operations().size() >= 3; });
+    ZEBGlobalTable::keep_alive_timer = 0;
+    ASSERT_TRUE(pinged);
+    const std::vector<std::string> ops = fake.operations();
+    EXPECT_EQ("pid", ops[0]);
+    EXPECT_EQ("_non_existent", ops[1]);
+    EXPECT_EQ("_non_existent", ops[2]);
+}
+
+TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    ktest::loopbackOrb();
+    ktest::EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(server.ior.c_str()));
+    Demo::Echo_var echo(Demo::Echo::_narrow(obj));
+    ASSERT_EQ(server.pid(), echo->pid());
+    ZEBORBClient* client = echo->_stub()->client();
+    const int fd = client->fd();
+    ASSERT_EQ(client, dpDispatcher::instance()->handler(fd, dpDispatcher::ReadMask));
+    server.kill();
+
+    ASSERT_TRUE(dispatchUntil([&] { return client->closing(); }));
+    EXPECT_NE(client, dpDispatcher::instance()->handler(fd, dpDispatcher::ReadMask));
+    // Still bound, on a closed connection: the next call binds again and
+    // finds no server, by address or by names.
+    EXPECT_TRUE(echo->_is_bound());
+    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
+    EXPECT_EQ(nullptr, clientAt(server.port));
+}
+
+TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
+    FakeAgent agent;
+    ZEBORB* orb = ZEBGlobalTable::_orb;
+    std::unique_ptr<DSProvider> none(orb->_getProvider("Demo::Echo", "echo", nullptr));
+    EXPECT_EQ(nullptr, none);
+    none.reset(orb->_getProvider("Demo::Echo", nullptr, "127.0.0.1"));
+    none.reset(orb->_getProvider("Activation::VEX", "", nullptr));
+    const std::vector<std::string> asked{"Demo::Echo_echo/4",           "Demo::Echo_echo/5",
+                                         "127.0.0.1_Demo::Echo/4",      "127.0.0.1_Demo::Echo/5",
+                                         "Activation::VEX/4"};
+    EXPECT_EQ(asked, agent.asked);
+
+    // Nobody knows the name: the bind finds no implementation.
+    agent.asked.clear();
+    EXPECT_THROW(Demo::Echo::_bind("nobody"), CORBA_NO_IMPLEMENT);
+    EXPECT_EQ(2u, agent.asked.size());
+}
+
+TEST(ZEBORB, LocateTriesCountRefusedConnectionsAndMarkProvidersSuspect) {
+    FakeAgent agent;
+    RefusingPort refusing;
+    ASSERT_NE(0, refusing.port);
+    agent.serve("Demo::Echo_gone", refusing.port);
+    CORBA_BindOptions options;
+    for (CORBA::ULong tries : {1u, 3u}) {
+        SCOPED_TRACE(tries);
+        agent.asked.clear();
+        agent.suspects.clear();
+        options.locate_tries = tries;
+        try {
+            Demo::Echo_var echo(Demo::Echo::_bind("gone", nullptr, &options));
+            ADD_FAILURE() << "bound to a refusing port";
+        } catch (const CORBA_COMM_FAILURE& e) {
+            EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED), e.minor());
+        }
+        EXPECT_EQ(tries, agent.asked.size());
+        EXPECT_EQ(std::vector<int>(tries, refusing.port), agent.suspects);
+        EXPECT_EQ(nullptr, clientAt(refusing.port));
+    }
+}
+
+TEST(ZEBORB, BindsByNamesThroughTheAgentConnectingWhenAsked) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    FakeAgent agent;
+    ktest::EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    agent.serve("Demo::Echo_echo", server.port);
+
+    CORBA_BindOptions options;
+    options.defer_connect = 1;
+    Demo::Echo_var deferred(Demo::Echo::_bind("echo", nullptr, &options));
+    EXPECT_FALSE(deferred->_is_bound());
+    EXPECT_EQ(0, ktest::connectionsTo(server.port));
+    EXPECT_TRUE(agent.asked.empty());
+    EXPECT_EQ(server.pid(), deferred->pid());
+    EXPECT_EQ(1, ktest::connectionsTo(server.port));
+    // The server forwarded the named key to its short form.
+    EXPECT_EQ(12u, deferred->_stub()->objectKey().length());
+    EXPECT_EQ(ZEBStubInfo::KIND_NAMED, deferred->_stub()->kind());
+
+    // Without the option the bind itself connects, to the same connection.
+    Demo::Echo_var now(Demo::Echo::_bind("echo"));
+    EXPECT_TRUE(now->_is_bound());
+    EXPECT_EQ(deferred->_stub()->client(), now->_stub()->client());
+    EXPECT_EQ(1, ktest::connectionsTo(server.port));
+    EXPECT_EQ(server.pid(), now->pid());
+}
