@@ -158,13 +158,10 @@ TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
     EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, echo->_stub()->state());
 }
 
-// Disabled: fails today. When the client notices an idle connection closed
-// and closes its end first, the old server's end waits in TIME_WAIT on the
-// port, and the new server's listener, which sets SO_REUSEADDR only after
-// bind, cannot bind it (COMM_FAILURE, minor EADDRINUSE). The test above
-// passes because the call writes to the dead server's socket first, which
-// answers with a reset and leaves no TIME_WAIT behind.
-TEST(ZEBStubInfo, DISABLED_ServerBackOnItsPortAfterAnIdleClose) {
+// When the client notices an idle connection closed and closes its end
+// first, the old server's end waits in TIME_WAIT on the port; the new
+// server's listener must bind it all the same.
+TEST(ZEBStubInfo, ServerBackOnItsPortAfterAnIdleClose) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
     std::unique_ptr<ktest::EchoChild> server(new ktest::EchoChild);
