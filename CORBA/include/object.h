@@ -164,11 +164,12 @@ public:
     CORBA_Object_var(const CORBA_Object_var& other)
         : _ptr(CORBA_Object::_duplicate(other._ptr)) {}
     ~CORBA_Object_var() { CORBA::release(_ptr); }
+    // Adopts p: one reference is released even when p is the pointer held,
+    // since the caller hands over a reference of its own (a copy of the
+    // holder into itself duplicates first, then lets the old one go).
     CORBA_Object_var& operator=(CORBA_Object* p) {
-        if (p != _ptr) {
-            CORBA::release(_ptr);
-            _ptr = p;
-        }
+        CORBA::release(_ptr);
+        _ptr = p;
         return *this;
     }
     CORBA_Object_var& operator=(const CORBA_Object_var& other) {

@@ -1,0 +1,310 @@
+// Generated stubs and skeletons at work: a KTest::Tile servant in this
+// process is called directly, and one in kidl_server, a child process, over
+// a loopback connection with every kind of argument, attributes, inherited
+// operations and user exceptions.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "Activation.h"
+#include "boa.h"
+#include "kidl_tile.h"
+#include "orb.h"
+#include "process.h"
+#include "zebglob.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+CORBA_ORB* loopbackOrb() {
+    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
+    int argc = 1;
+    char name[] = "test";
+    char* argv[] = {name, nullptr};
+    return CORBA::ORB_init(argc, argv);
+}
+
+// kidl_server in a child process, stopped by pid when the test ends.
+class Server {
+public:
+    Server() {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_KIDL_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "tile"};
+        if (!_proc.start(opts)) return;
+        ktest::pollUntil(
+            [&] {
+                std::string out = _proc.stdoutText();
+                std::string::size_type end = out.find('\n');
+                if (end != std::string::npos && out.compare(0, 4, "IOR:") == 0)
+                    ior = out.substr(0, end);
+                return !ior.empty() || !_proc.running();
+            },
+            milliseconds(15000));
+    }
+    ~Server() { _proc.stop(15, milliseconds(2000)); }
+
+    pid_t pid() const { return _proc.pid(); }
+    // A new stub of the server's object, narrowed to T.
+    template <class T>
+    T* object() const {
+        CORBA_Object_var obj(loopbackOrb()->string_to_object(ior.c_str()));
+        return T::_narrow(obj);
+    }
+
+    std::string ior;
+
+private:
+    ktest::Process _proc;
+};
+
+// The pid of the process that serves obj, asked through the Square stub.
+long servedBy(CORBA_Object* obj) {
+    KTest::Square_var square(KTest::Square::_narrow(obj));
+    return square.in() ? square->side() : -1;
+}
+
+}  // namespace
+
+TEST(IdlCall, LocalServantIsEveryOneOfItsInterfaces) {
+    int argc = 0;
+    CORBA::BOA_ptr boa = loopbackOrb()->BOA_init(argc, nullptr);
+    ktest::TileImpl tile("local");
+    boa->obj_is_ready(&tile, nullptr);
+
+    KTest::Tile_var asTile(KTest::Tile::_narrow(&tile));
+    KTest::Inner::Base_var asBase(KTest::Inner::Base::_narrow(&tile));
+    KTest::Labelled_var asLabelled(KTest::Labelled::_narrow(&tile));
+    KTest::Shape_var asShape(KTest::Shape::_narrow(asLabelled.in()));
+    ASSERT_EQ(asTile.in(), &tile);
+    EXPECT_EQ(asBase.in(), static_cast<KTest::Inner::Base*>(&tile));
+    EXPECT_EQ(asShape.in(), static_cast<KTest::Shape*>(&tile));
+    EXPECT_EQ(Activation::VEX::_narrow(&tile), nullptr);
+    EXPECT_EQ(KTest::Tile::_narrow(nullptr), nullptr);
+    EXPECT_EQ(asBase->add(2, 3), 5);
+    EXPECT_EQ(asShape->origin().y, 4);
+
+    // _bind finds the object of this process by its name.
+    KTest::Square_var bound(KTest::Square::_bind("local"));
+    EXPECT_EQ(bound.in(), static_cast<KTest::Square*>(&tile));
+    EXPECT_STREQ(tile._interface_name(), "KTest::Tile");
+}
+
+TEST(IdlCall, EveryArgumentKindCrossesTheWire) {
+    Server server;
+    ASSERT_FALSE(server.ior.empty()) << "kidl_server gave no reference";
+    KTest::Tile_var tile(server.object<KTest::Tile>());
+    ASSERT_NE(tile.in(), nullptr);
+    ASSERT_FALSE(tile->_is_local());
+    EXPECT_EQ(tile->side(), server.pid());
+
+    // Attributes of a base and of the interface itself.
+    CORBA_String_var name(tile->name());
+    EXPECT_STREQ(name, "tile");
+    tile->counter(41);
+    EXPECT_EQ(tile->counter(), 41);
+    EXPECT_EQ(tile->form(), KTest::Shape::circle);
+    tile->form(KTest::Shape::square);
+    EXPECT_EQ(tile->form(), KTest::Shape::square);
+
+    CORBA::Double factor = 1.25;
+    KTest::Point corner;
+    tile->scale(factor, corner);
+    EXPECT_EQ(factor, 2.5);
+    EXPECT_EQ(corner.x, 2);
+    EXPECT_EQ(corner.y, -1);
+    EXPECT_EQ(tile->origin().x, 3);
+
+    KTest::Record r;
+    r.name = "rec";
+    r.l = 10;
+    r.words.length(1);
+    r.words[0] = "word";
+    r.owner = KTest::Shape::_duplicate(tile.in());
+    KTest::Record* copy = nullptr;
+    KTest::Colour c = KTest::blue;
+    KTest::Record_var described(tile->describe(r, copy, c));
+    KTest::Record_var copyHeld(copy);
+    EXPECT_STREQ(described->name, "rec!");
+    EXPECT_EQ(described->l, 11);
+    EXPECT_STREQ(copyHeld->name, "rec");
+    EXPECT_STREQ(copyHeld->words[0], "word");
+    EXPECT_EQ(c, KTest::red);
+    ASSERT_NE(copyHeld->owner.in(), nullptr);
+    EXPECT_EQ(servedBy(copyHeld->owner.in()), server.pid());
+
+    KTest::PointList pts(2), more(1);
+    pts.length(2);
+    pts[1].x = 8;
+    more.length(1);
+    more[0].y = 6;
+    KTest::Bytes* raw = nullptr;
+    KTest::PointList_var all(tile->outline(pts, more, raw));
+    KTest::Bytes_var rawHeld(raw);
+    ASSERT_EQ(all->length(), 3u);
+    EXPECT_EQ((*all)[1].x, 8);
+    EXPECT_EQ((*all)[2].y, 6);
+    ASSERT_EQ(more.length(), 2u);
+    EXPECT_EQ(more[0].y, 6);
+    ASSERT_EQ(rawHeld->length(), 2u);
+    EXPECT_EQ((*rawHeld)[1], 1);
+
+    char* old = CORBA::string_dup("before");
+    char* previous = nullptr;
+    CORBA_String_var joined(tile->rename("after", old, previous));
+    CORBA_String_var oldHeld(old), previousHeld(previous);
+    EXPECT_STREQ(joined, "before->after");
+    EXPECT_STREQ(oldHeld, "after");
+    EXPECT_STREQ(previousHeld, "before");
+
+    KTest::Shape* again = nullptr;
+    CORBA_Object* obj = nullptr;
+    KTest::Shape_var same(tile->same(tile.in(), again, obj));
+    KTest::Shape_var againHeld(again);
+    CORBA_Object_var objHeld(obj);
+    ASSERT_NE(same.in(), nullptr);
+    EXPECT_EQ(servedBy(same.in()), server.pid());
+    EXPECT_TRUE(againHeld->_is_equivalent(same.in()));
+    ASSERT_NE(objHeld.in(), nullptr);
+    EXPECT_TRUE(objHeld->_is_equivalent(tile.in()));
+
+    KTest::Shape::Info_var info(tile->details());
+    EXPECT_EQ(info->variety, KTest::Shape::square);
+    EXPECT_STREQ(info->labels.second, "second");
+
+    KTest::Bytes p;
+    p.length(3);
+    p[0] = 1;
+    KTest::Bytes_var reversed(tile->pattern(p));
+    EXPECT_EQ((*reversed)[2], 1);
+
+    KTest::ShapeList none;
+    KTest::ShapeList_var shapes(tile->shapes(none));
+    ASSERT_EQ(shapes->length(), 1u);
+    EXPECT_EQ(servedBy((*shapes)[0].in()), server.pid());
+
+    // A oneway call, then a two-way one behind it on the same connection.
+    tile->poke("poked");
+    CORBA_String_var caption(tile->caption());
+    EXPECT_STREQ(caption, "poked");
+}
+
+TEST(IdlCall, ClassArgumentsAndNullValues) {
+    Server server;
+    ASSERT_FALSE(server.ior.empty());
+    KTest::Shape_var shape(server.object<KTest::Shape>());
+    ASSERT_NE(shape.in(), nullptr);
+
+    CORBA_CreationImplDef def("Demo::Echo", "e", CORBA_OctetSequence(), "/bin/old");
+    CORBA_CreationImplDef* copy = nullptr;
+    CORBA_CreationImplDef* swap = new CORBA_CreationImplDef(def);
+    swap->path = "/bin/swap";
+    CORBA_CreationImplDef_var result(shape->redefine(&def, copy, swap));
+    CORBA_CreationImplDef_var copyHeld(copy), swapHeld(swap);
+    EXPECT_STREQ(result->path, "/bin/swap");
+    EXPECT_STREQ(copyHeld->path, "/bin/old");
+    EXPECT_STREQ(swapHeld->path, "/new");
+
+    // No null object goes on the wire, and a failed call leaves the out
+    // and inout arguments alone.
+    copy = nullptr;
+    CORBA_CreationImplDef* nothing = nullptr;
+    EXPECT_THROW(shape->redefine(nullptr, copy, swap), CORBA_BAD_PARAM);
+    EXPECT_THROW(shape->redefine(&def, copy, nothing), CORBA_BAD_PARAM);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(nothing, nullptr);
+
+    // A servant that answers with no value where one is due fails the call.
+    KTest::Record r;
+    r.l = 999;
+    KTest::Record* out = nullptr;
+    KTest::Colour c = KTest::red;
+    try {
+        delete shape->describe(r, out, c);
+        ADD_FAILURE() << "a null result crossed the wire";
+    } catch (const CORBA_BAD_PARAM& e) {
+        EXPECT_EQ(e.minor(), 0u);
+        EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+    }
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(c, KTest::red);
+
+    // Null strings travel as "".
+    char* old = nullptr;
+    char* previous = nullptr;
+    CORBA_String_var joined(shape->rename(nullptr, old, previous));
+    CORBA_String_var oldHeld(old), previousHeld(previous);
+    EXPECT_STREQ(joined, "->");
+    EXPECT_STREQ(oldHeld, "");
+}
+
+TEST(IdlCall, UserExceptionsArriveWithTheirMembers) {
+    Server server;
+    ASSERT_FALSE(server.ior.empty());
+    KTest::Tile_var tile(server.object<KTest::Tile>());
+    ASSERT_NE(tile.in(), nullptr);
+
+    try {
+        tile->fail(1);
+        ADD_FAILURE() << "no exception";
+    } catch (const KTest::Failure& f) {
+        EXPECT_STREQ(f.reason, "one");
+        EXPECT_EQ(f.code, 1);
+        EXPECT_EQ(f.hue, KTest::blue);
+        ASSERT_EQ(f.where.length(), 1u);
+        EXPECT_EQ(f.where[0].y, 2);
+    }
+    EXPECT_THROW(tile->fail(2), KTest::Inner::Empty);
+    try {
+        tile->fail(3);
+        ADD_FAILURE() << "no exception";
+    } catch (const KTest::Shape::Broken& b) {
+        EXPECT_STREQ(b.why, "three");
+        ASSERT_NE(b.which.in(), nullptr);
+        EXPECT_EQ(servedBy(b.which.in()), server.pid());
+    }
+    try {
+        tile->fail(4);
+        ADD_FAILURE() << "no exception";
+    } catch (const CORBA_NO_PERMISSION& e) {
+        EXPECT_EQ(e.minor(), 4u);
+    }
+    KTest::Record negative;
+    negative.l = -3;
+    negative.hue = KTest::green;
+    KTest::Record* copy = nullptr;
+    KTest::Colour c = KTest::red;
+    try {
+        delete tile->describe(negative, copy, c);
+        ADD_FAILURE() << "no exception";
+    } catch (const KTest::Failure& f) {
+        EXPECT_EQ(f.code, -3);
+        EXPECT_EQ(f.hue, KTest::green);
+    }
+    EXPECT_EQ(copy, nullptr);
+    tile->fail(0);
+}
+
+TEST(IdlCall, StubsOfBasesReachTheDerivedServant) {
+    Server server;
+    ASSERT_FALSE(server.ior.empty());
+    KTest::Inner::Base_var base(server.object<KTest::Inner::Base>());
+    ASSERT_NE(base.in(), nullptr);
+    EXPECT_EQ(base->add(40, 2), 42);
+    base->counter(-7);
+    KTest::Labelled_var labelled(server.object<KTest::Labelled>());
+    ASSERT_NE(labelled.in(), nullptr);
+    EXPECT_EQ(labelled->counter(), -7);
+    CORBA_String_var caption(labelled->caption());
+    EXPECT_STREQ(caption, "");
+    // Narrowing a stub of a base down again.
+    KTest::Square_var square(KTest::Square::_narrow(labelled.in()));
+    ASSERT_NE(square.in(), nullptr);
+    EXPECT_EQ(square->side(), server.pid());
+    EXPECT_TRUE(square->_is_a("IDL:kelvanor.test/KTest/Labelled:1.0"));
+}

@@ -1,0 +1,477 @@
+// The generated data types: structures, sequences, enumerations and
+// exceptions through the CDR streams and back, their printing forms, the
+// class that stands for a structure, and the names and ids the compiler
+// gives the broker's own interfaces.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <type_traits>
+
+#include "Activation.h"
+#include "CosNaming.h"
+#include "boa.h"
+#include "kidl_tile.h"
+#include "mstrm.h"
+#include "orb.h"
+#include "zebglob.h"
+
+namespace {
+
+// The mapping of argument and result types, as users write against it.
+static_assert(std::is_same<decltype(&KTest::Shape::origin), KTest::Point (KTest::Shape::*)()>::value,
+              "a fixed structure comes back by value");
+static_assert(std::is_same<decltype(&KTest::Shape::details),
+                           KTest::Shape::Info* (KTest::Shape::*)()>::value,
+              "a variable structure comes back as a pointer");
+static_assert(std::is_same<decltype(&KTest::Shape::scale),
+                           void (KTest::Shape::*)(CORBA::Double&, KTest::Point&)>::value,
+              "inout primitive and out fixed structure by reference");
+static_assert(std::is_same<decltype(&KTest::Shape::describe),
+                           KTest::Record* (KTest::Shape::*)(const KTest::Record&, KTest::Record*&,
+                                                            KTest::Colour&)>::value,
+              "in const reference, out variable structure as pointer reference");
+static_assert(std::is_same<decltype(&KTest::Shape::rename),
+                           char* (KTest::Shape::*)(const char*, char*&, char*&)>::value,
+              "strings");
+static_assert(std::is_same<decltype(&KTest::Shape::same),
+                           KTest::Shape* (KTest::Shape::*)(KTest::Shape*, KTest::Shape*&,
+                                                           CORBA_Object*&)>::value,
+              "references");
+static_assert(std::is_same<decltype(KTest::Record::data), CORBA_OctetSequence>::value &&
+                  std::is_same<decltype(KTest::Record::words), CORBA_StringSequence>::value &&
+                  std::is_same<decltype(KTest::Record::owner), KTest::Shape_var>::value &&
+                  std::is_same<decltype(KTest::Record::name), CORBA_String_var>::value,
+              "anonymous octet and string sequences are the runtime's classes");
+static_assert(std::is_same<decltype(Activation::ImplementationStatus::impl),
+                           CORBA_CreationImplDef_var>::value,
+              "the hand-written class stands for CreationImplDef");
+static_assert(Activation::WAITING_FOR_ACTIVATION == 2 && KTest::MaxPoints == 100 &&
+                  KTest::Inner::Base::Version == 2 && Letter == 'k' && Yes == 1 &&
+                  Half == 0.5 && Big == 4000000000u && Favourite == KTest::green,
+              "enumerators and constants");
+static_assert(std::is_same<ShapeAlias_var, KTest::Shape_var>::value &&
+                  std::is_same<Anything_var, CORBA_Object_var>::value &&
+                  std::is_same<DefAlias, CORBA_CreationImplDef>::value &&
+                  std::is_base_of<Empty, Marker>::value,
+              "typedefs and inheritance outside any module");
+
+// Writes a value with its stream operator, reads it back into another and
+// checks that the reader took every byte.
+template <class T>
+void roundTrip(const T& in, T& out) {
+    CORBA_MarshalOutBuffer w;
+    w.owns_buffer(1);
+    static_cast<TBostream&>(w) << in;
+    CORBA_MarshalInBuffer r(w.buffer(), w.length());
+    static_cast<TBistream&>(r) >> out;
+    EXPECT_EQ(r.cursor(), r.size());
+}
+
+// The bytes of an unsigned long, then a read of T from them.
+template <class T>
+void readFromULong(unsigned long raw, T& out) {
+    CORBA_MarshalOutBuffer w;
+    w.owns_buffer(1);
+    w << raw;
+    CORBA_MarshalInBuffer r(w.buffer(), w.length());
+    static_cast<TBistream&>(r) >> out;
+}
+
+CORBA_ORB* loopbackOrb() {
+    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
+    int argc = 1;
+    char name[] = "test";
+    char* argv[] = {name, nullptr};
+    return CORBA::ORB_init(argc, argv);
+}
+
+void expectBadParam(const std::function<void()>& f) {
+    try {
+        f();
+        ADD_FAILURE() << "no CORBA_BAD_PARAM";
+    } catch (const CORBA_BAD_PARAM& e) {
+        EXPECT_EQ(e.minor(), 0u);
+        EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+    }
+}
+
+// What print writes on cout; the capture ends also when print throws.
+std::string consoleText(const std::function<void()>& print) {
+    testing::internal::CaptureStdout();
+    try {
+        print();
+    } catch (...) {
+        testing::internal::GetCapturedStdout();
+        throw;
+    }
+    return testing::internal::GetCapturedStdout();
+}
+
+}  // namespace
+
+TEST(IdlStruct, EveryMemberKindRoundTrips) {
+    int argc = 0;
+    loopbackOrb();
+    ktest::TileImpl tile("records");
+    CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr)->obj_is_ready(&tile, nullptr);
+
+    KTest::Record in;
+    in.name = "name";
+    in.tag = "";
+    in.anything = CORBA_Object::_duplicate(&tile);
+    in.owner = KTest::Shape::_duplicate(&tile);
+    in.data.length(3);
+    in.data[2] = 0xff;
+    in.words.length(2);
+    in.words[0] = "w0";
+    in.words[1] = "w1";
+    in.numbers.length(2);
+    in.numbers[0] = -5;
+    in.numbers[1] = 0x7fffffff;
+    in.table.length(2);
+    in.table[1].length(1);
+    in.table[1][0] = KTest::blue;
+    in.points.length(1);
+    in.points[0].x = -1;
+    in.hue = KTest::green;
+    in.flag = 1;
+    in.letter = 'q';
+    in.small = 200;
+    in.s = -300;
+    in.us = 65535;
+    in.l = -70000;
+    in.ul = 4000000000u;
+    in.f = 1.5f;
+    in.d = -2.25;
+    in.origin.y = 9;
+
+    KTest::Record out;
+    out.name = "old";  // replaced, not written into
+    roundTrip(in, out);
+    EXPECT_STREQ(out.name, "name");
+    EXPECT_STREQ(out.tag, "");
+    // This process holds the object: the references come back as itself.
+    EXPECT_EQ(out.anything.in(), static_cast<CORBA_Object*>(&tile));
+    EXPECT_EQ(out.owner.in(), static_cast<KTest::Shape*>(&tile));
+    EXPECT_EQ(out.data.compare(in.data), 0);
+    ASSERT_EQ(out.words.length(), 2u);
+    EXPECT_STREQ(out.words[1], "w1");
+    ASSERT_EQ(out.numbers.length(), 2u);
+    EXPECT_EQ(out.numbers[0], -5);
+    EXPECT_EQ(out.numbers[1], 0x7fffffff);
+    ASSERT_EQ(out.table.length(), 2u);
+    EXPECT_EQ(out.table[0].length(), 0u);
+    EXPECT_EQ(out.table[1][0], KTest::blue);
+    EXPECT_EQ(out.points[0].x, -1);
+    EXPECT_EQ(out.hue, KTest::green);
+    EXPECT_EQ(out.flag, 1);
+    EXPECT_EQ(out.letter, 'q');
+    EXPECT_EQ(out.small, 200);
+    EXPECT_EQ(out.s, -300);
+    EXPECT_EQ(out.us, 65535);
+    EXPECT_EQ(out.l, -70000);
+    EXPECT_EQ(out.ul, 4000000000u);
+    EXPECT_EQ(out.f, 1.5f);
+    EXPECT_EQ(out.d, -2.25);
+    EXPECT_EQ(out.origin.y, 9);
+
+    // Null strings and nil references go out as "" and the nil reference.
+    KTest::Record empty, back;
+    back.owner = KTest::Shape::_duplicate(&tile);
+    roundTrip(empty, back);
+    EXPECT_STREQ(back.name, "");
+    EXPECT_EQ(back.owner.in(), nullptr);
+    EXPECT_EQ(back.anything.in(), nullptr);
+}
+
+TEST(IdlStruct, CopiesOwnTheirStringsAndCountTheirReferences) {
+    int argc = 0;
+    loopbackOrb();
+    ktest::TileImpl tile("copies");
+    CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr)->obj_is_ready(&tile, nullptr);
+    const CORBA::Long before = tile._ref_count();
+    {
+        KTest::Shape::Broken a(&tile, "why");
+        EXPECT_EQ(tile._ref_count(), before + 1);
+        KTest::Shape::Broken b(a);
+        EXPECT_EQ(tile._ref_count(), before + 2);
+        EXPECT_NE(a.why.in(), b.why.in());
+        EXPECT_STREQ(b.why, "why");
+
+        KTest::Record r;
+        r.owner = KTest::Shape::_duplicate(&tile);
+        KTest::Record s;
+        s = r;
+        s = r;  // the old reference is released
+        EXPECT_EQ(tile._ref_count(), before + 4);
+    }
+    EXPECT_EQ(tile._ref_count(), before);
+}
+
+TEST(IdlStruct, KeywordMembersAndSequencesOfTheStandInClass) {
+    Keywords in;
+    in._cxx_new = 3;
+    in._cxx_delete = "gone";
+    in.defs.length(2);
+    in.defs[0] = new CORBA_CreationImplDef("I", "a", CORBA_OctetSequence(), "/a");
+    in.defs[1] = new CORBA_CreationImplDef("I", "b", CORBA_OctetSequence(), "/b");
+    Keywords out;
+    roundTrip(in, out);
+    EXPECT_EQ(out._cxx_new, 3);
+    ASSERT_EQ(out.defs.length(), 2u);
+    EXPECT_STREQ(out.defs[1]->path, "/b");
+    EXPECT_EQ(consoleText([&] { std::cout << in; }).find("\tnew: 3\n\tdelete: gone\n"),
+              std::string("struct Keywords {\n").size());
+    // An element left null cannot be written.
+    in.defs.length(3);
+    expectBadParam([&] {
+        CORBA_MarshalOutBuffer w;
+        w.owns_buffer(1);
+        static_cast<TBostream&>(w) << in;
+    });
+}
+
+TEST(IdlEnum, ValueBeyondTheLastIsBadParam) {
+    KTest::Colour c = KTest::red;
+    readFromULong(2, c);
+    EXPECT_EQ(c, KTest::blue);
+    expectBadParam([] {
+        KTest::Colour x;
+        readFromULong(3, x);
+    });
+    expectBadParam([] {
+        CosNaming::NamingContext::NotFoundReason x;
+        readFromULong(0xffffffffUL, x);
+    });
+    // Inside a structure and a sequence.
+    expectBadParam([] {
+        CosNaming::Binding b;
+        CORBA_MarshalOutBuffer w;
+        w.owns_buffer(1);
+        w << 0UL << 2UL;  // no name components, then the type
+        CORBA_MarshalInBuffer r(w.buffer(), w.length());
+        static_cast<TBistream&>(r) >> b;
+    });
+    expectBadParam([] {
+        KTest::Record::_table_seq_seq row;
+        CORBA_MarshalOutBuffer w;
+        w.owns_buffer(1);
+        w << 2UL << 1UL << 7UL;
+        CORBA_MarshalInBuffer r(w.buffer(), w.length());
+        static_cast<TBistream&>(r) >> row;
+    });
+}
+
+TEST(IdlSequence, LengthIndexAndStreamForm) {
+    KTest::PointList pts;
+    EXPECT_EQ(pts.length(), 0u);
+    pts.length(0);
+    EXPECT_EQ(pts.get_buffer(), nullptr);
+    expectBadParam([&] { pts[0]; });
+    pts.length(2);
+    pts[1].x = 5;
+    pts.length(40);
+    EXPECT_EQ(pts[1].x, 5);
+    expectBadParam([&] { pts[40]; });
+    pts.length(3);
+    EXPECT_EQ(pts.maximum(), 40u);
+
+    KTest::PointList back(1);
+    roundTrip(pts, back);
+    ASSERT_EQ(back.length(), 3u);
+    EXPECT_EQ(back[1].x, 5);
+
+    // A count then one unsigned long per point coordinate.
+    CORBA_MarshalOutBuffer w;
+    w.owns_buffer(1);
+    static_cast<TBostream&>(w) << back;
+    EXPECT_EQ(w.length(), 4u + 3 * 8);
+
+    KTest::Bytes bytes;
+    bytes.length(3);
+    bytes[0] = 1;
+    bytes[2] = 255;
+    KTest::Bytes bytesBack;
+    roundTrip(bytes, bytesBack);
+    ASSERT_EQ(bytesBack.length(), 3u);
+    EXPECT_EQ(bytesBack[2], 255);
+
+    KTest::ShapeList shapes(2);
+    shapes.length(2);
+    KTest::ShapeList shapesBack;
+    roundTrip(shapes, shapesBack);
+    ASSERT_EQ(shapesBack.length(), 2u);
+    EXPECT_EQ(shapesBack[0].in(), nullptr);
+
+    CosNaming::Name name;
+    name.length(2);
+    name[0].id = "a";
+    name[1].kind = "k";
+    CosNaming::Name_var held(new CosNaming::Name);
+    roundTrip(name, *held);
+    EXPECT_STREQ(held[0].id, "a");
+    EXPECT_STREQ(held[1].kind, "k");
+    EXPECT_STREQ(held[1].id, "");
+    CosNaming::Name_var copy(held);
+    EXPECT_NE(copy.ptr(), held.ptr());
+    EXPECT_STREQ(copy[0].id, "a");
+}
+
+TEST(IdlException, MembersRoundTripByRepositoryId) {
+    KTest::PointList where(1);
+    where.length(1);
+    where[0].y = 3;
+    KTest::Failure f("reason", -9, KTest::blue, where);
+
+    CORBA_MarshalOutBuffer w;
+    w.owns_buffer(1);
+    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(f);
+    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(Activation::Busy());
+    CosNaming::Name rest(1);
+    rest.length(1);
+    rest[0].id = "x";
+    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(
+        CosNaming::NamingContext::NotFound(CosNaming::NamingContext::not_context, rest));
+
+    CORBA_MarshalInBuffer r(w.buffer(), w.length());
+    CORBA_Exception* e = nullptr;
+    static_cast<TBistream&>(r) >> e;
+    std::unique_ptr<CORBA_Exception> first(e);
+    KTest::Failure* back = KTest::Failure::_narrow(e);
+    ASSERT_NE(back, nullptr);
+    EXPECT_STREQ(back->reason, "reason");
+    EXPECT_EQ(back->code, -9);
+    EXPECT_EQ(back->hue, KTest::blue);
+    ASSERT_EQ(back->where.length(), 1u);
+    EXPECT_EQ(back->where[0].y, 3);
+    EXPECT_THROW(back->_throw(), KTest::Failure);
+    std::unique_ptr<CORBA_Exception> copy(back->_deep_copy());
+    EXPECT_STREQ(KTest::Failure::_narrow(copy.get())->reason, "reason");
+
+    static_cast<TBistream&>(r) >> e;
+    std::unique_ptr<CORBA_Exception> second(e);
+    EXPECT_NE(Activation::Busy::_narrow(e), nullptr);
+    EXPECT_EQ(Activation::NotRegistered::_narrow(e), nullptr);
+    EXPECT_NE(CORBA_UserException::_narrow(e), nullptr);
+
+    static_cast<TBistream&>(r) >> e;
+    std::unique_ptr<CORBA_Exception> third(e);
+    auto* nf = CosNaming::NamingContext::NotFound::_narrow(e);
+    ASSERT_NE(nf, nullptr);
+    EXPECT_EQ(nf->why, CosNaming::NamingContext::not_context);
+    EXPECT_STREQ(nf->rest_of_name[0].id, "x");
+    EXPECT_EQ(r.cursor(), r.size());
+}
+
+TEST(IdlPrinting, ConsoleFormsOfStructuresSequencesEnumsAndExceptions) {
+    Activation::ObjectStatusList list(1);
+    list.length(1);
+    list[0].process_id = 42;
+    list[0].activation_state = Activation::WAITING_FOR_ACTIVATION;
+    const std::string status =
+        "struct Activation::ObjectStatus {\n"
+        "\tprocess_id: 42\n"
+        "\tactivation_state: State:WAITING_FOR_ACTIVATION\n\n"
+        "\tobjRef: (nil)\n\n"
+        "}\n";
+    EXPECT_EQ(consoleText([&] { std::cout << list[0]; }), status);
+    EXPECT_EQ(consoleText([&] { std::cout << list; }),
+              "SEQUENCE NAME: Activation::ObjectStatusList\nNUM OF ELEMENTS: 1\n"
+              "ELEMENT NUM: 0 = " + status + "\n");
+    EXPECT_EQ(consoleText([] { std::cout << static_cast<Activation::State>(7); }), "State:7\n");
+
+    KTest::Point p;
+    p.x = 1;
+    p.y = -2;
+    KTest::Failure f("bad", 3, KTest::red, KTest::PointList());
+    EXPECT_EQ(consoleText([&] { std::cout << p << static_cast<const CORBA_Exception&>(f); }),
+              "struct KTest::Point {\n\tx: 1\n\ty: -2\n}\n"
+              "Exception: KTest::Failure\n\treason: bad\n\tcode: 3\n\thue: Colour:red\n\n"
+              "\twhere: SEQUENCE NAME: KTest::PointList\nNUM OF ELEMENTS: 0\n\n");
+}
+
+TEST(IdlPrinting, OtherStreamsGetTheStreamForm) {
+    KTest::Point p;
+    p.x = 7;
+    std::ostringstream printed, direct;
+    printed << p << KTest::green;
+    TBostream strm(direct);
+    strm << p << KTest::green;
+    EXPECT_EQ(printed.str(), direct.str());
+    EXPECT_FALSE(printed.str().empty());
+}
+
+TEST(IdlClass, CreationImplDefStandsForTheStructure) {
+    Activation::ImplementationStatus in;
+    CORBA_OctetSequence id(2);
+    id.length(2);
+    in.impl = new CORBA_CreationImplDef("Demo::Echo", "e", id, "/bin/echo",
+                                        CORBA_CreationImplDef::UNSHARED_SERVER);
+    in.status.length(1);
+    in.status[0].process_id = 5;
+    Activation::ImplementationStatus out;
+    roundTrip(in, out);
+    ASSERT_NE(out.impl.ptr(), nullptr);
+    EXPECT_STREQ(out.impl->path, "/bin/echo");
+    EXPECT_EQ(out.impl->activation_policy, CORBA_CreationImplDef::UNSHARED_SERVER);
+    EXPECT_EQ(out.status[0].process_id, 5u);
+
+    // A copy holds a copy of the definition.
+    Activation::ImplementationStatus copy(in);
+    EXPECT_NE(copy.impl.ptr(), in.impl.ptr());
+    EXPECT_STREQ(copy.impl->object_name, "e");
+
+    Activation::ImplementationStatus empty;
+    expectBadParam([&] {
+        CORBA_MarshalOutBuffer w;
+        w.owns_buffer(1);
+        static_cast<TBostream&>(w) << empty;
+    });
+    expectBadParam([&] { consoleText([&] { std::cout << empty; }); });
+}
+
+TEST(IdlNames, RepositoryIdsRunTimeNamesAndMethodTables) {
+    EXPECT_STREQ(Activation::VEX::_desc().interface_name(), "Activation::VEX");
+    EXPECT_STREQ(Activation::VEX::_desc().repository_id(), "IDL:pellomar/Activation/VEX:1.0");
+    EXPECT_STREQ(Activation::DuplicateEntry::_description.id,
+                 "IDL:pellomar/Activation/DuplicateEntry:1.0");
+    EXPECT_STREQ(Activation::NotResponding::_description.name, "Activation::NotResponding");
+    EXPECT_STREQ(CosNaming::NamingContext::NotFound::_description.name,
+                 "CosNaming::NamingContext::NotFound");
+    EXPECT_STREQ(CosNaming::NamingContext::NotFound::_description.id,
+                 "IDL:omg.org/CosNaming/NamingContext/NotFound:1.0");
+    EXPECT_STREQ(CosNaming::BindingIterator::_desc().repository_id(),
+                 "IDL:omg.org/CosNaming/BindingIterator:1.0");
+    EXPECT_STREQ(KTest::Inner::Base::_desc().interface_name(), "KTest::Inner::Base");
+    EXPECT_STREQ(KTest::Inner::Base::_desc().repository_id(),
+                 "IDL:kelvanor.test/KTest/Inner/Base:1.0");
+
+    const char* naming[] = {"bind",   "rebind",      "bind_context",     "rebind_context",
+                            "resolve", "unbind",     "new_context",      "bind_new_context",
+                            "destroy", "list"};
+    for (int i = 0; i < 10; ++i)
+        EXPECT_STREQ(_sk_CosNaming::_sk_NamingContext::_methods[i].name, naming[i]) << i;
+    EXPECT_EQ(_sk_Activation::_sk_VEX::_methods[0].method,
+              &_sk_Activation::_sk_VEX::_reg_implementation);
+    EXPECT_STREQ(_sk_Activation::_sk_VEX::_methods[11].name, "boa_activate_obj");
+    // The table holds the interface's own operations; attributes go by
+    // their wire names.
+    EXPECT_STREQ(_sk_KTest::_sk_Tile::_methods[1].name, "shapes");
+    EXPECT_STREQ(_sk_KTest::_sk_Shape::_methods[0].name, "_get_form");
+    EXPECT_STREQ(_sk_KTest::_sk_Shape::_methods[1].name, "_set_form");
+    EXPECT_STREQ(_sk_KTest::_sk_Inner::_sk_Base::_methods[0].name, "_get_name");
+    EXPECT_STREQ(_sk_KTest::_sk_Inner::_sk_Base::_methods[1].name, "_get_counter");
+
+    // The bases of the stub records, left to right.
+    const CORBA_TypeInfo& tile = KTest::Tile::_desc();
+    EXPECT_TRUE(tile.has_base(KTest::Square::_desc(), 1));
+    EXPECT_FALSE(tile.has_base(KTest::Labelled::_desc(), 1));
+    EXPECT_TRUE(tile.has_base(KTest::Labelled::_desc(), 0));
+    EXPECT_TRUE(tile.has_base(KTest::Inner::Base::_desc(), 0));
+    EXPECT_TRUE(tile.impl()->is_a("IDL:kelvanor.test/KTest/Shape:1.0"));
+    EXPECT_FALSE(tile.impl()->is_a("IDL:pellomar/Activation/VEX:1.0"));
+}

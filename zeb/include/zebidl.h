@@ -1,0 +1,194 @@
+// What the classes that kelvanor-idl generates share: the holders of
+// references and of heap values (the _var classes of interfaces, structures
+// and sequences), the stream forms of the string and reference holders, and
+// the small helpers of the printing forms. Generated headers include this;
+// hand-written code rarely needs it directly.
+#ifndef KELVANOR_ZEBIDL_H
+#define KELVANOR_ZEBIDL_H
+
+#include "corba.h"
+#include "except.h"
+#include "object.h"
+#include "tbiostrm.h"
+
+// Owns one reference to an object of interface T (the X_var of every
+// generated interface X). A T* is adopted; a copy of the holder duplicates.
+template <class T>
+class ZEBObjectVar {
+public:
+    ZEBObjectVar() : _ptr(nullptr) {}
+    ZEBObjectVar(T* p) : _ptr(p) {}
+    ZEBObjectVar(const ZEBObjectVar& other) : _ptr(T::_duplicate(other._ptr)) {}
+    ~ZEBObjectVar() { CORBA::release(_ptr); }
+
+    // Adopts p: one reference is released even when p is the pointer held,
+    // since the caller hands over a reference of its own.
+    ZEBObjectVar& operator=(T* p) {
+        CORBA::release(_ptr);
+        _ptr = p;
+        return *this;
+    }
+    ZEBObjectVar& operator=(const ZEBObjectVar& other) {
+        if (this != &other) *this = T::_duplicate(other._ptr);
+        return *this;
+    }
+
+    T* operator->() const { return _ptr; }
+    operator T*() const { return _ptr; }
+    T* in() const { return _ptr; }
+    T*& inout() { return _ptr; }
+    // Releases the present reference and hands out the slot for a callee.
+    T*& out() {
+        *this = static_cast<T*>(nullptr);
+        return _ptr;
+    }
+    // Gives up ownership: the caller releases the result.
+    T* _retn() {
+        T* p = _ptr;
+        _ptr = nullptr;
+        return p;
+    }
+
+private:
+    T* _ptr;  // null or one counted reference
+};
+
+// Owns one heap value of a generated structure or sequence T (their X_var).
+// A T* is adopted; a copy of the holder is a deep copy.
+template <class T>
+class ZEBVar {
+public:
+    ZEBVar() : _ptr(nullptr) {}
+    ZEBVar(T* p) : _ptr(p) {}
+    ZEBVar(const ZEBVar& other) : _ptr(other._ptr ? new T(*other._ptr) : nullptr) {}
+    ~ZEBVar() { delete _ptr; }
+
+    ZEBVar& operator=(T* p) {
+        if (p != _ptr) {
+            delete _ptr;
+            _ptr = p;
+        }
+        return *this;
+    }
+    ZEBVar& operator=(const ZEBVar& other) {
+        if (this != &other) *this = other._ptr ? new T(*other._ptr) : nullptr;
+        return *this;
+    }
+
+    T* operator->() const { return _ptr; }
+    T& operator*() const { return *_ptr; }
+    // Elements of a held sequence, range-checked by the sequence.
+    decltype(auto) operator[](CORBA::ULong i) { return (*_ptr)[i]; }
+    decltype(auto) operator[](CORBA::ULong i) const {
+        return static_cast<const T&>(*_ptr)[i];
+    }
+    T* ptr() const { return _ptr; }
+    const T& in() const { return *_ptr; }
+    T& inout() { return *_ptr; }
+    // Frees the present value and hands out the slot for a callee.
+    T*& out() {
+        *this = static_cast<T*>(nullptr);
+        return _ptr;
+    }
+    // Gives up ownership: the caller deletes the result.
+    T* _retn() {
+        T* p = _ptr;
+        _ptr = nullptr;
+        return p;
+    }
+
+private:
+    T* _ptr;  // null or owned
+};
+
+// Owns one object of a hand-written class that stands for an IDL structure
+// (#pragma kelvanor_class), freed with delete. Only generated stubs
+// and skeletons hold their arguments in it; structure members use the
+// class's own _var.
+template <class T>
+class ZEBClassVar {
+public:
+    ZEBClassVar() : _ptr(nullptr) {}
+    explicit ZEBClassVar(T* p) : _ptr(p) {}
+    ZEBClassVar(const ZEBClassVar&) = delete;
+    ZEBClassVar& operator=(const ZEBClassVar&) = delete;
+    ~ZEBClassVar() { delete _ptr; }
+
+    ZEBClassVar& operator=(T* p) {
+        if (p != _ptr) {
+            delete _ptr;
+            _ptr = p;
+        }
+        return *this;
+    }
+    T* in() const { return _ptr; }
+    T*& inout() { return _ptr; }
+    T*& out() {
+        *this = static_cast<T*>(nullptr);
+        return _ptr;
+    }
+    T* _retn() {
+        T* p = _ptr;
+        _ptr = nullptr;
+        return p;
+    }
+
+private:
+    T* _ptr;  // null or owned
+};
+
+// Strings cross the wire as CDR strings, which cannot be null: a null
+// string goes out as "".
+inline const char* ZEBwireString(const char* s) { return s ? s : ""; }
+// What the printing forms show for a string.
+inline const char* ZEBprintString(const char* s) { return s ? s : "(null)"; }
+
+// The string holder's stream form: a null holder writes ""; reading frees
+// the old string first, so the stream always allocates a fresh one.
+inline TBostream& operator<<(TBostream& strm, const CORBA_String_var& v) {
+    return strm << ZEBwireString(v.in());
+}
+inline TBistream& operator>>(TBistream& strm, CORBA_String_var& v) { return strm >> v.out(); }
+
+// References go as IORs; the nil reference as the empty IOR.
+inline TBostream& operator<<(TBostream& strm, const CORBA_Object_var& v) {
+    return strm << v.in();
+}
+inline TBistream& operator>>(TBistream& strm, CORBA_Object_var& v) {
+    CORBA_Object* obj = nullptr;
+    strm >> obj;
+    v = obj;
+    return strm;
+}
+
+template <class T>
+TBostream& operator<<(TBostream& strm, const ZEBObjectVar<T>& v) {
+    return strm << static_cast<CORBA_Object*>(v.in());
+}
+// Reads a reference and narrows it to T: a reference of another interface
+// leaves the holder null.
+template <class T>
+TBistream& operator>>(TBistream& strm, ZEBObjectVar<T>& v) {
+    CORBA_Object* obj = nullptr;
+    strm >> obj;
+    v = T::_narrow(obj);
+    CORBA::release(obj);
+    return strm;
+}
+
+// A null object cannot go on the wire: CORBA_BAD_PARAM before anything is
+// written.
+template <class T>
+TBostream& operator<<(TBostream& strm, const ZEBClassVar<T>& v) {
+    if (!v.in()) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    return strm << static_cast<const T*>(v.in());
+}
+template <class T>
+TBistream& operator>>(TBistream& strm, ZEBClassVar<T>& v) {
+    T* p = nullptr;
+    strm >> p;
+    v = p;
+    return strm;
+}
+
+#endif
