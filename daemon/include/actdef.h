@@ -7,7 +7,7 @@
 #define KELVANOR_ACTDEF_H
 
 #include "iohandle.h"
-#include "vexstat.h"
+#include "Activation.h"
 
 class CORBA_CreationImplDef;
 class TBistream;

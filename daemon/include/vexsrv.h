@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "Activation.h"
 #include "dsdict.h"
 #include "zebstring.h"
 
@@ -26,12 +27,14 @@ class VEXActivationInfo;
 //     activation policy             0..2
 //     arguments, environment        count, then that many strings each
 // Entries stand in table order, which depends on hashing and history.
-class VEXImpl {
+// The servant of the daemon's one object: a local Activation::VEX object of
+// no name, so that it has the default name of its interface.
+class VEXImpl : public _sk_Activation::_sk_VEX {
 public:
     // Finds the repository's name, loads the file if there is one, and only
     // then becomes the servant that childHandler reaches.
     explicit VEXImpl(unsigned char verbose);
-    virtual ~VEXImpl();
+    ~VEXImpl() override;
     VEXImpl(const VEXImpl&) = delete;
     VEXImpl& operator=(const VEXImpl&) = delete;
 
@@ -44,24 +47,37 @@ public:
     // Activation::DuplicateEntry if the pair is registered. Returns a new
     // reference to the object, for the caller to release; null until the
     // broker's object references exist.
-    virtual CORBA_Object* reg_implementation(CORBA_CreationImplDef* impl);
+    CORBA_Object* reg_implementation(CORBA_CreationImplDef* impl) override;
     // Throws Activation::NotRegistered. Forgets the entry's processes
     // without stopping them.
-    virtual void unreg_implementation(const char* interface_name, const char* object_name);
+    void unreg_implementation(const char* interface_name, const char* object_name) override;
     // Removes every object of the interface. Throws Activation::NotRegistered.
-    virtual void unreg_interface(const char* interface_name);
+    void unreg_interface(const char* interface_name) override;
     // A deep copy owned by the caller (null if the entry holds none).
     // Throws Activation::NotRegistered.
-    virtual CORBA_CreationImplDef* get_implementation(const char* interface_name,
-                                                      const char* object_name);
+    CORBA_CreationImplDef* get_implementation(const char* interface_name,
+                                              const char* object_name) override;
     // Finds the entry by old_impl's two names only, drops it, and registers
     // new_impl. Throws Activation::NotRegistered, Activation::IsActive (its
     // shared server runs), and what reg_implementation throws; in that last
     // case the old entry is gone from memory while the file still has it.
-    virtual void change_implementation(CORBA_CreationImplDef* old_impl,
-                                       CORBA_CreationImplDef* new_impl);
+    void change_implementation(CORBA_CreationImplDef* old_impl,
+                               CORBA_CreationImplDef* new_impl) override;
     // Empties the table and the file.
-    virtual void unregister_all();
+    void unregister_all() override;
+
+    // Status queries, lookups and the reports of started servers belong to
+    // the activation engine; until it is in place they answer
+    // CORBA_NO_IMPLEMENT.
+    Activation::ImplementationStatus* get_status(const char* interface_name,
+                                                 const char* object_name) override;
+    Activation::ImplStatusList* get_status_interface(const char* interface_name) override;
+    Activation::ImplStatusList* get_status_all() override;
+    CORBA_Object* lookup_interface(const char* interface_name, CORBA::Long timeout) override;
+    CORBA_Object* lookup_implementation(const char* interface_name, const char* object_name,
+                                        CORBA::Long timeout) override;
+    CORBA_CreationImplDef* boa_activate_obj(CORBA_Object* obj, const char* interface_name,
+                                            CORBA::Long pid) override;
 
     // Directory and file name from KELVANOR_IMPL_PATH, KELVANOR and
     // KELVANOR_IMPL_NAME; prints the file name under -v.
@@ -116,7 +132,8 @@ extern int default_timeout;
 
 // Child-exit signal handler: reaps one child and installs itself again.
 void childHandler(int sig);
-// Termination signal handler: exit(1). Every change is in the file already.
+// Termination signal handler: ends the process with status 1 at once.
+// Every change is in the file already.
 void signalHandler(int sig);
 // Opens the repository for reading and writing, or prints the hint text and
 // ends the process with status 1. The caller owns the stream.

@@ -24,7 +24,7 @@ VEXActivationInfo::~VEXActivationInfo() {
 }
 
 void VEXActivationInfo::freeStatus(Activation::ObjectStatus* status) {
-    // The reference in objRef is released here once references exist.
+    // objRef, a holder, releases the server's reference with the status.
     delete status;
 }
 

@@ -9,7 +9,7 @@
 
 #include "boa.h"
 #include "orb.h"
-#include "vexreg.h"
+#include "vex_functions.h"
 #include "zebglob.h"
 #include "vexsrv.h"
 
@@ -42,7 +42,6 @@ int main(int argc, char** argv) {
     // sees only the daemon's.
     CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv, nullptr);
     CORBA::BOA_ptr boa = orb->BOA_init(argc, argv, nullptr);
-    (void)boa;  // the servant is made ready on it once it has a skeleton
 
     unsigned char verbose = 0;
     int c;
@@ -68,8 +67,7 @@ int main(int argc, char** argv) {
     ZEBGlobalTable::is_vex = 1;
 
     VEXImpl servant(verbose);
-
-    // OBJECT ADAPTER: obj_is_ready(&servant, 0) goes here.
+    boa->obj_is_ready(&servant, nullptr);
 
     if (!RegisterVEX(&servant, nullptr)) {
         cout << "VEX did not register with naming service" << endl;
@@ -77,7 +75,7 @@ int main(int argc, char** argv) {
     }
     cout << "VEX registered with naming service" << endl;
 
-    // OBJECT ADAPTER: impl_is_ready(0) goes here; it holds the process
-    // until the loop ends.
+    // Serves until a signal ends the process.
+    boa->impl_is_ready(nullptr);
     return 0;
 }

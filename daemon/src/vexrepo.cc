@@ -19,7 +19,6 @@
 #include "except.h"
 #include "impldef.h"
 #include "tbfstrm.h"
-#include "vex_exc.h"
 
 using std::cout;
 using std::endl;

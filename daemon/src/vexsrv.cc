@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -13,9 +14,10 @@
 #include <string>
 
 #include "actdef.h"
+#include "except.h"
 #include "impldef.h"
 #include "tbfstrm.h"
-#include "vex_exc.h"
+#include "zebglob.h"
 
 using std::cout;
 using std::endl;
@@ -36,7 +38,13 @@ void childHandler(int) {
     (void)pid;
 }
 
-void signalHandler(int) { exit(1); }
+void signalHandler(int) {
+    // Runs in the signal handler, which may have interrupted anything, even
+    // malloc: the process ends with status 1 without running destructors or
+    // exit handlers, which are not safe here. Nothing is lost: every change
+    // is in the repository file already, and every message was flushed.
+    _exit(1);
+}
 
 int file_exists(const char* name) {
     struct stat st;
@@ -60,7 +68,8 @@ TBfstream* open_file(const char* name) {
 
 // --------------------------------------------------------------- servant
 
-VEXImpl::VEXImpl(unsigned char verbose) : _impl_table(16), _verbose(verbose) {
+VEXImpl::VEXImpl(unsigned char verbose)
+    : _sk_Activation::_sk_VEX(nullptr), _impl_table(16), _verbose(verbose) {
     _get_impl_name();
     if (file_exists(_impl_file)) {
         std::unique_ptr<TBfstream> strm(open_file(_impl_file));
@@ -159,9 +168,9 @@ CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
     if (!file_exists(impl->path)) throw Activation::InvalidPath();
     _addImpl(impl);
     _updateRepository();
-    // The reference to the new object comes from the global table once the
-    // broker's references exist; until then there is none to give.
-    return nullptr;
+    // A reference by names: whoever uses it binds through the daemon, which
+    // starts the server.
+    return ZEBGlobalTable::makeObjRef(impl->interface_name, impl->object_name);
 }
 
 void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
@@ -213,8 +222,7 @@ void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
     if (inner->isEmpty()) _impl_table.removeKey(ZEBString(old_impl->interface_name));
     // Through the virtual table, so that a derived servant's registration
     // runs; the reference it returns is not needed.
-    CORBA_Object* ref = reg_implementation(new_impl);
-    (void)ref;  // released here once references exist (it is null so far)
+    CORBA::release(reg_implementation(new_impl));
 }
 
 void VEXImpl::unregister_all() {
@@ -223,4 +231,30 @@ void VEXImpl::unregister_all() {
         retireRecords(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
     _impl_table.removeAll();
     _updateRepository();
+}
+
+// ---------------------------------------------------- activation engine
+
+Activation::ImplementationStatus* VEXImpl::get_status(const char*, const char*) {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+Activation::ImplStatusList* VEXImpl::get_status_interface(const char*) {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+Activation::ImplStatusList* VEXImpl::get_status_all() {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+CORBA_Object* VEXImpl::lookup_interface(const char*, CORBA::Long) {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+CORBA_Object* VEXImpl::lookup_implementation(const char*, const char*, CORBA::Long) {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
+}
+
+CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object*, const char*, CORBA::Long) {
+    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
 }

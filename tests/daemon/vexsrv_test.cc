@@ -10,7 +10,7 @@
 #include "actdef.h"
 #include "impldef.h"
 #include "repofile.h"
-#include "vex_exc.h"
+#include "Activation.h"
 
 namespace {
 

@@ -32,7 +32,7 @@ Activation::CreationImplDef definition(const char* iface, const char* object, co
     def.path = path;
     def.activation_policy = policy;
     def.args.length(argc);
-    for (int i = 0; i < argc; ++i) def.args[i] = argv[i];
+    for (int i = 0; i < argc; ++i) def.args[i] = static_cast<const char*>(argv[i]);
     return def;
 }
 
@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
             } else if (cmd == "change" && argc == 6) {
                 Activation::CreationImplDef_var old = vex->get_implementation(argv[3], argv[4]);
                 Activation::CreationImplDef neu = old.in();
-                neu.path = argv[5];
+                neu.path = static_cast<const char*>(argv[5]);
                 vex->change_implementation(old.in(), neu);
                 std::cout << "ok" << std::endl;
             } else if (cmd == "unreg-all" && argc == 3) {

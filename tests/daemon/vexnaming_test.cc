@@ -1,0 +1,222 @@
+// The daemon as a user runs it: beside a real naming service (omniNames on
+// loopback), bound under "VEX", administered over IIOP by the generated
+// Activation::VEX stub and by an omniORB client built from the same IDL.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Activation.h"
+#include "except.h"
+#include "giop.h"
+#include "impldef.h"
+#include "mstrm.h"
+#include "omninames.h"
+#include "orb.h"
+#include "process.h"
+#include "repofile.h"
+#include "vex_functions.h"
+#include "zebglob.h"
+#include "zebstub.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// A port nobody listens on right now.
+unsigned short freePort() {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    close(fd);
+    return ntohs(a.sin_port);
+}
+
+class VexNaming : public ::testing::Test {
+protected:
+    void SetUp() override {
+        KELVANOR_REQUIRE_OMNINAMES();
+        ASSERT_TRUE(_ns.start()) << _ns.error();
+        const std::string web = _dir.path() + "/web";
+        ASSERT_EQ(0, system(("mkdir -p " + web + "/wai/NameService " + _dir.path() +
+                             "/impl_dir").c_str()));
+        // As a file holds it: with a line end.
+        ASSERT_TRUE(ktest::writeFile(web + "/wai/NameService/test.IOR", _ns.rootIOR() + "\n"));
+        setenv("NS_SERVER_ROOT", web.c_str(), 1);
+        setenv("NS_SERVER_ID", "test", 1);
+        _port = std::to_string(freePort());
+        _ready = true;
+    }
+
+    std::string repo() const { return _dir.path() + "/impl_dir/impl_rep"; }
+
+    // Starts a daemon on port and waits for its verdict on the naming
+    // service; true once it says it registered.
+    bool startVex(ktest::Process& p, const std::string& port) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test",
+                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
+        opts.cwd = _dir.path();
+        if (!p.start(opts)) return false;
+        return ktest::pollUntil(
+                   [&] {
+                       return p.stdoutText().find("naming service") != std::string::npos ||
+                              !p.running();
+                   },
+                   milliseconds(15000)) &&
+               p.stdoutText().find("VEX registered with naming service\n") != std::string::npos;
+    }
+
+    ktest::TempDir _dir{"vexnaming"};
+    ktest::OmniNames _ns;
+    std::string _port;
+    bool _ready = false;
+};
+
+CORBA_CreationImplDef def(const char* iface, const char* object, const char* path = "/bin/sh") {
+    return CORBA_CreationImplDef(iface, object, CORBA_OctetSequence(), path);
+}
+
+// Asks the object itself, over the wire, whether it is of that type.
+bool remoteIsA(CORBA_Object* obj, const char* id) {
+    GIOPstream* s = obj->_create_request("_is_a", 1, 0);
+    *s << id;
+    s = obj->_invoke();
+    CORBA::Boolean answer = 0;
+    *s >> answer;
+    s->flushRead();
+    return answer != 0;
+}
+
+}  // namespace
+
+TEST_F(VexNaming, RegistersAndServesItsInterface) {
+    ktest::Process vex;
+    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText() << vex.stderrText();
+    EXPECT_FALSE(vex.wait(milliseconds(300))) << "vex ended: " << vex.stdoutText();
+
+    Activation::VEX_var found(resolveVEX(nullptr));
+    ASSERT_NE(found.in(), nullptr);
+    EXPECT_TRUE(remoteIsA(found, "IDL:pellomar/Activation/VEX:1.0"));
+    EXPECT_FALSE(remoteIsA(found, "IDL:omg.org/CosNaming/NamingContext:1.0"));
+    EXPECT_FALSE(found->_non_existent());
+    EXPECT_EQ(std::to_string(found->_stub()->locator()->port), _port);
+}
+
+TEST_F(VexNaming, AdministeredOverIIOP) {
+    ktest::Process vex;
+    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText() << vex.stderrText();
+    Activation::VEX_var v(resolveVEX(nullptr));
+    ASSERT_NE(v.in(), nullptr);
+
+    CORBA_CreationImplDef a = def("Demo::Echo", "a");
+    CORBA_Object_var ref(v->reg_implementation(&a));
+    ASSERT_NE(ref.in(), nullptr);
+    EXPECT_STREQ(ref->_interface_name(), "Demo::Echo");
+    EXPECT_STREQ(ref->_object_name(), "a");
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({repofile::entry("Demo::Echo", "a")}));
+
+    // Each refusal arrives as the exception the daemon raised.
+    EXPECT_THROW(v->reg_implementation(&a), Activation::DuplicateEntry);
+    CORBA_CreationImplDef bad = def("Demo::Echo", "b", "/no/such/program");
+    EXPECT_THROW(v->reg_implementation(&bad), Activation::InvalidPath);
+    EXPECT_THROW(v->unreg_implementation("Demo::Echo", "zz"), Activation::NotRegistered);
+    EXPECT_THROW(v->get_implementation("No::Such", "a"), Activation::NotRegistered);
+    EXPECT_THROW(v->unreg_interface("No::Such"), Activation::NotRegistered);
+
+    CORBA_CreationImplDef_var got(v->get_implementation("Demo::Echo", "a"));
+    EXPECT_STREQ(got->path, "/bin/sh");
+    CORBA_CreationImplDef moved = def("Demo::Echo", "a", "/bin/ls");
+    v->change_implementation(got, &moved);
+    EXPECT_EQ(ktest::readFile(repo()),
+              repofile::file({repofile::entry("Demo::Echo", "a", "/bin/ls")}));
+
+    CORBA_CreationImplDef b = def("Demo::Other", "b");
+    CORBA::release(v->reg_implementation(&b));
+    v->unreg_implementation("Demo::Echo", "a");
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({repofile::entry("Demo::Other", "b")}));
+    CORBA::release(v->reg_implementation(&a));
+    v->unreg_interface("Demo::Other");
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({repofile::entry("Demo::Echo", "a")}));
+    v->unregister_all();
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({}));
+}
+
+TEST_F(VexNaming, SecondDaemonKeepsTheFirstBinding) {
+    ktest::Process first, second;
+    ASSERT_TRUE(startVex(first, _port)) << first.stdoutText();
+    const std::string other = std::to_string(freePort());
+    ASSERT_TRUE(startVex(second, other)) << second.stdoutText();
+    EXPECT_TRUE(second.running());
+    Activation::VEX_var v(resolveVEX(nullptr));
+    ASSERT_NE(v.in(), nullptr);
+    EXPECT_EQ(std::to_string(v->_stub()->locator()->port), _port);
+}
+
+TEST_F(VexNaming, TerminationKeepsTheFileAndARestartServesTheOldBinding) {
+    ktest::Process vex;
+    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText();
+    Activation::VEX_var v(resolveVEX(nullptr));
+    ASSERT_NE(v.in(), nullptr);
+    CORBA_CreationImplDef a = def("Demo::Echo", "kept");
+    CORBA::release(v->reg_implementation(&a));
+    const std::string before = ktest::readFile(repo());
+
+    // Our connection is still open when the daemon goes.
+    vex.stop(15);
+    EXPECT_EQ(vex.exitCode(), 1) << "signal " << vex.termSignal() << ": " << vex.stdoutText() << vex.stderrText();
+    EXPECT_EQ(ktest::readFile(repo()), before);
+
+    ktest::Process again;
+    ASSERT_TRUE(startVex(again, _port)) << again.stdoutText() << again.stderrText();
+    // The binding of the first run names the same port: the old reference
+    // reconnects, and the registration came back from the file.
+    CORBA_CreationImplDef_var got(v->get_implementation("Demo::Echo", "kept"));
+    EXPECT_STREQ(got->path, "/bin/sh");
+}
+
+TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
+    const char* client = KELVANOR_OMNI_VEX_CLIENT_BINARY;
+    if (client[0] == '\0') GTEST_SKIP() << "omniORB peers not built";
+    ktest::Process vex;
+    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText();
+    Activation::VEX_var v(resolveVEX(nullptr));
+    ASSERT_NE(v.in(), nullptr);
+    int argc = 0;
+    CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(v));
+
+    auto run = [&](std::vector<std::string> args) {
+        ktest::Process::Options opts;
+        opts.argv = {client, ior.in()};
+        opts.argv.insert(opts.argv.end(), args.begin(), args.end());
+        ktest::Process p;
+        EXPECT_TRUE(p.start(opts));
+        EXPECT_TRUE(p.wait(milliseconds(20000)));
+        EXPECT_EQ(p.exitCode(), 0) << "signal " << p.termSignal() << ": " << p.stdoutText() << p.stderrText();
+        return p.stdoutText();
+    };
+    EXPECT_EQ(run({"reg", "Demo::Echo", "o", "/bin/sh", "1", "-x", "y"}), "ok reference\n");
+    EXPECT_EQ(ktest::readFile(repo()),
+              repofile::file({repofile::entry("Demo::Echo", "o", "/bin/sh", 1, {"-x", "y"})}));
+    EXPECT_EQ(run({"reg", "Demo::Echo", "o", "/bin/sh", "0"}),
+              "exception IDL:pellomar/Activation/DuplicateEntry:1.0\n");
+    EXPECT_EQ(run({"get", "Demo::Echo", "o"}), "ok Demo::Echo o /bin/sh 1 args -x y\n");
+    EXPECT_EQ(run({"change", "Demo::Echo", "o", "/bin/ls"}), "ok\n");
+    EXPECT_EQ(run({"get", "Demo::Echo", "o"}), "ok Demo::Echo o /bin/ls 1 args -x y\n");
+    EXPECT_EQ(run({"unreg", "Demo::Echo", "nope"}),
+              "exception IDL:pellomar/Activation/NotRegistered:1.0\n");
+    EXPECT_EQ(run({"unreg-all"}), "ok\n");
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({}));
+}
