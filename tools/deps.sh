@@ -9,7 +9,7 @@ set -euo pipefail
 
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
-for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver \
+for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver omniorb \
            omniidl omniorb-idl libomniorb4-dev pkg-config; do
   have_pkg "$pkg" || need+=("$pkg")
 done

@@ -220,3 +220,49 @@ TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
     EXPECT_EQ(run({"unreg-all"}), "ok\n");
     EXPECT_EQ(ktest::readFile(repo()), repofile::file({}));
 }
+
+TEST_F(VexNaming, VexctlFindsTheDaemonAndReportsRefusalsByStatus) {
+    ktest::Process vex;
+    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText();
+    struct Run {
+        int status;
+        std::string out, err;
+    };
+    auto vexctl = [&](std::vector<std::string> args) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_VEXCTL_BINARY};
+        opts.argv.insert(opts.argv.end(), args.begin(), args.end());
+        ktest::Process p;
+        EXPECT_TRUE(p.start(opts));
+        EXPECT_TRUE(p.wait(milliseconds(20000)));
+        return Run{p.exitCode(), p.stdoutText(), p.stderrText()};
+    };
+    Run r = vexctl({"reg", "Demo::Echo", "e", "/bin/sh", "--policy", "unshared", "--arg=-OAport",
+                    "--arg", "7", "--env", "A=1"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ktest::readFile(repo()),
+              repofile::file({repofile::entry("Demo::Echo", "e", "/bin/sh", 1, {"-OAport", "7"},
+                                              {"A=1"})}));
+    r = vexctl({"get", "Demo::Echo", "e"});
+    EXPECT_EQ(r.out,
+              "interface: Demo::Echo\nobject:    e\npath:      /bin/sh\npolicy:    unshared\n"
+              "arg:       -OAport\narg:       7\nenv:       A=1\n");
+    const std::vector<std::pair<std::vector<std::string>, int>> refusals = {
+        {{"reg", "Demo::Echo", "e", "/bin/sh"}, 11},
+        {{"reg", "Demo::Echo", "f", "/no/such"}, 12},
+        {{"unreg", "Demo::Echo", "f"}, 10},
+        {{"get"}, 2},
+        {{"frobnicate"}, 2},
+    };
+    for (const auto& c : refusals) {
+        r = vexctl(c.first);
+        EXPECT_EQ(r.status, c.second) << c.first[0] << ": " << r.err;
+        EXPECT_NE(r.err, "");
+    }
+    EXPECT_EQ(vexctl({"unreg-all"}).status, 0);
+    EXPECT_EQ(ktest::readFile(repo()), repofile::file({}));
+    // Without a naming service to ask, and no --ior, there is no daemon.
+    unsetenv("NS_SERVER_ROOT");
+    setenv("NS_SERVER_ID", "nobody", 1);
+    EXPECT_EQ(vexctl({"unreg-all"}).status, 3);
+}

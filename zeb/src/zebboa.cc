@@ -70,7 +70,9 @@ ZEBBOA::ZEBBOA(dpDispatcher& d)
         // A server that cannot have its port cannot serve: fatal.
         std::cout << "Kelvanor: cannot listen on "
                   << (ZEBGlobalTable::boa_ipaddr ? ZEBGlobalTable::boa_ipaddr : "*") << ":"
-                  << ZEBGlobalTable::boa_port << ": " << std::strerror(static_cast<int>(e.minor()))
+                  << ZEBGlobalTable::boa_port << ": "
+                  << (CORBA_BAD_PARAM::_narrow(&e) ? "unknown address"
+                                                   : std::strerror(static_cast<int>(e.minor())))
                   << std::endl;
         exit(1);
     }

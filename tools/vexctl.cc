@@ -1,0 +1,196 @@
+// vexctl: administers a running activation daemon over IIOP.
+//
+//   vexctl [broker options] [--ior <IOR:...|@file>] <command> [arguments]
+//
+// Without --ior the daemon is found as every client finds it: the naming
+// service named by the IOR file under $NS_SERVER_ROOT/wai/NameService.
+// Results go to standard output; a refusal of the daemon is one line on
+// standard error and an exit status of its own (see usage()).
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Activation.h"
+#include "except.h"
+#include "impldef.h"
+#include "orb.h"
+#include "vex_functions.h"
+
+namespace {
+
+enum Status {
+    OK = 0,
+    USAGE = 2,
+    NO_DAEMON = 3,
+    FAILURE = 4,  // the broker: the daemon went away, a time limit...
+    NOT_REGISTERED = 10,
+    DUPLICATE_ENTRY = 11,
+    INVALID_PATH = 12,
+    IS_ACTIVE = 13,
+    BUSY = 14,
+    NOT_RESPONDING = 15
+};
+
+int usage(std::ostream& os, int status) {
+    os << "usage: vexctl [broker options] [--ior <IOR:...|@file>] <command> [arguments]\n"
+          "commands:\n"
+          "  reg <interface> <object> <path> [--policy shared|unshared|per-method]\n"
+          "      [--arg A]... [--env NAME=VALUE]...   register a server program\n"
+          "      (an argument that starts with -ORB or -OA is a broker option of vexctl\n"
+          "      itself unless given as --arg=A)\n"
+          "  unreg <interface> <object>               forget one registration\n"
+          "  unreg-interface <interface>              forget every object of an interface\n"
+          "  get <interface> <object>                 print a registration\n"
+          "  change <interface> <object> <path> [reg options]  replace a registration\n"
+          "  unreg-all                                forget everything\n"
+          "exit status: 0 done, 2 usage, 3 no daemon found, 4 broker failure,\n"
+          "  10 not registered, 11 duplicate entry, 12 invalid path, 13 is active,\n"
+          "  14 busy, 15 not responding\n";
+    return status;
+}
+
+std::string readReference(const char* arg) {
+    if (arg[0] != '@') return arg;
+    std::ifstream in(arg + 1);
+    std::string ior;
+    in >> ior;
+    return ior;
+}
+
+// reg and change: <interface> <object> <path> and the options after them.
+bool definition(const std::vector<std::string>& a, CORBA_CreationImplDef& def) {
+    if (a.size() < 3) return false;
+    def.interface_name = a[0].c_str();
+    def.object_name = a[1].c_str();
+    def.path = a[2].c_str();
+    std::vector<std::string> args, env;
+    for (size_t i = 3; i < a.size(); ++i) {
+        // --name=value, or --name value.
+        std::string name = a[i], v;
+        const std::string::size_type eq = name.find('=');
+        if (name.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+            v = name.substr(eq + 1);
+            name.resize(eq);
+        } else if (i + 1 < a.size()) {
+            v = a[++i];
+        } else {
+            return false;
+        }
+        if (name == "--arg") {
+            args.push_back(v);
+        } else if (name == "--env") {
+            env.push_back(v);
+        } else if (name == "--policy") {
+            if (v == "shared") def.activation_policy = CORBA_CreationImplDef::SHARED_SERVER;
+            else if (v == "unshared") def.activation_policy = CORBA_CreationImplDef::UNSHARED_SERVER;
+            else if (v == "per-method") def.activation_policy = CORBA_CreationImplDef::SERVER_PER_METHOD;
+            else return false;
+        } else {
+            return false;
+        }
+    }
+    def.args.length(static_cast<CORBA::ULong>(args.size()));
+    for (size_t i = 0; i < args.size(); ++i) def.args[static_cast<CORBA::ULong>(i)] = args[i].c_str();
+    def.env.length(static_cast<CORBA::ULong>(env.size()));
+    for (size_t i = 0; i < env.size(); ++i) def.env[static_cast<CORBA::ULong>(i)] = env[i].c_str();
+    return true;
+}
+
+const char* policyName(CORBA::ULong p) {
+    switch (p) {
+    case CORBA_CreationImplDef::SHARED_SERVER: return "shared";
+    case CORBA_CreationImplDef::UNSHARED_SERVER: return "unshared";
+    case CORBA_CreationImplDef::SERVER_PER_METHOD: return "per-method";
+    default: return "unknown";
+    }
+}
+
+void print(const CORBA_CreationImplDef& d) {
+    std::cout << "interface: " << d.interface_name.in() << "\n"
+              << "object:    " << d.object_name.in() << "\n"
+              << "path:      " << d.path.in() << "\n"
+              << "policy:    " << policyName(d.activation_policy) << "\n";
+    for (CORBA::ULong i = 0; i < d.args.length(); ++i) std::cout << "arg:       " << d.args[i] << "\n";
+    for (CORBA::ULong i = 0; i < d.env.length(); ++i) std::cout << "env:       " << d.env[i] << "\n";
+}
+
+int run(Activation::VEX* vex, const std::string& cmd, const std::vector<std::string>& a) {
+    if (cmd == "reg" || cmd == "change") {
+        CORBA_CreationImplDef def;
+        if (!definition(a, def)) return usage(std::cerr, USAGE);
+        if (cmd == "reg") {
+            CORBA::release(vex->reg_implementation(&def));
+        } else {
+            CORBA_CreationImplDef_var old(vex->get_implementation(a[0].c_str(), a[1].c_str()));
+            if (!old.ptr()) old = new CORBA_CreationImplDef(def);
+            vex->change_implementation(old, &def);
+        }
+    } else if (cmd == "unreg" && a.size() == 2) {
+        vex->unreg_implementation(a[0].c_str(), a[1].c_str());
+    } else if (cmd == "unreg-interface" && a.size() == 1) {
+        vex->unreg_interface(a[0].c_str());
+    } else if (cmd == "get" && a.size() == 2) {
+        CORBA_CreationImplDef_var def(vex->get_implementation(a[0].c_str(), a[1].c_str()));
+        print(*def.ptr());
+    } else if (cmd == "unreg-all" && a.empty()) {
+        vex->unregister_all();
+    } else {
+        return usage(std::cerr, USAGE);
+    }
+    return OK;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
+        std::vector<std::string> words(argv + 1, argv + argc);
+        std::string ior;
+        if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) return usage(std::cout, OK);
+        if (words.size() >= 2 && words[0] == "--ior") {
+            ior = readReference(words[1].c_str());
+            words.erase(words.begin(), words.begin() + 2);
+        }
+        if (words.empty()) return usage(std::cerr, USAGE);
+        const std::string cmd = words[0];
+        words.erase(words.begin());
+
+        Activation::VEX_var vex;
+        if (!ior.empty()) {
+            CORBA_Object_var obj(orb->string_to_object(ior.c_str()));
+            vex = Activation::VEX::_narrow(obj);
+        } else {
+            vex = resolveVEX(nullptr);
+        }
+        if (!vex.in()) {
+            std::cerr << "vexctl: no activation daemon found" << std::endl;
+            return NO_DAEMON;
+        }
+        return run(vex, cmd, words);
+    } catch (const Activation::NotRegistered&) {
+        std::cerr << "vexctl: not registered" << std::endl;
+        return NOT_REGISTERED;
+    } catch (const Activation::DuplicateEntry&) {
+        std::cerr << "vexctl: already registered" << std::endl;
+        return DUPLICATE_ENTRY;
+    } catch (const Activation::InvalidPath&) {
+        std::cerr << "vexctl: no such program on the daemon's host" << std::endl;
+        return INVALID_PATH;
+    } catch (const Activation::IsActive&) {
+        std::cerr << "vexctl: its server is running" << std::endl;
+        return IS_ACTIVE;
+    } catch (const Activation::Busy&) {
+        std::cerr << "vexctl: its server is being started" << std::endl;
+        return BUSY;
+    } catch (const Activation::NotResponding&) {
+        std::cerr << "vexctl: its server did not respond" << std::endl;
+        return NOT_RESPONDING;
+    } catch (const CORBA_SystemException& e) {
+        std::cerr << "vexctl: " << e._desc()->name << " (minor " << e.minor() << ")" << std::endl;
+        return FAILURE;
+    }
+}
