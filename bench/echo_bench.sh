@@ -21,7 +21,7 @@ fi
 type=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")
 [ "$type" = Release ] || echo "echo_bench: note: $build is a '$type' build, not Release"
 
-if ! cmake --build "$build" -j"$(nproc)" --target raw_echo_client omni_echo_client \
+if ! cmake --build "$build" -j"$(nproc)" --target raw_echo_client stub_echo_client omni_echo_client \
     omni_echo_server >/dev/null; then
   echo "echo_bench: build failed (raw_echo_client needs Google Benchmark, the peers" \
        "omniORB: tools/deps.sh installs both)" >&2
@@ -89,14 +89,16 @@ pairs=(b c)
 if [ $has_echo_server = 1 ]; then
   start_server echo_server "$build/echo_server" -OAipaddr 127.0.0.1
   kelvanor_ior=$server_ior
-  pairs=(a n b c)
+  pairs=(a n s b c)
 fi
 # (a) waits for each reply in a nested dispatch, the broker's default, so
 # that calls coming back to the client are served meanwhile; (n) is a plain
 # client that serves nothing and waits in a blocking read, as omniORB's does.
 declare -A client=([a]=$build/raw_echo_client [n]="$build/raw_echo_client -ORBnocallback"
+                   [s]=$build/stub_echo_client
                    [b]=$build/omni_echo_client [c]=$build/raw_echo_client)
-declare -A target=([a]=${kelvanor_ior:-} [n]=${kelvanor_ior:-} [b]=$omni_ior [c]=$omni_ior)
+declare -A target=([a]=${kelvanor_ior:-} [n]=${kelvanor_ior:-} [s]=${kelvanor_ior:-}
+                   [b]=$omni_ior [c]=$omni_ior)
 
 echo "echo benchmark: $reps runs each, $latency_calls two-way and $oneway_calls oneway calls a run, CPU $cpu"
 # The pairs take turns within each repetition, so that a change in the
@@ -119,11 +121,12 @@ printf '%-38s %16s %16s\n' "client -> server" "latency us/call" "oneway calls/s"
 if [ $has_echo_server = 1 ]; then
   row "(a) raw Kelvanor -> echo_server" "${lat[a]}" "${rate[a]}"
   row "(n) same, -ORBnocallback" "${lat[n]}" "${rate[n]}"
+  row "(s) Kelvanor stub -> echo_server" "${lat[s]}" "${rate[s]}"
 fi
 row "(b) omniORB -> omniORB server" "${lat[b]}" "${rate[b]}"
 row "(c) raw Kelvanor -> omniORB server" "${lat[c]}" "${rate[c]}"
 if [ $has_echo_server = 1 ]; then
-  for p in a n; do
+  for p in a n s; do
     lr=$(ratio "${lat[$p]}" "${lat[b]}")
     rr=$(ratio "${rate[$p]}" "${rate[b]}")
     printf '%-38s %16s %16s\n' "Kelvanor/omniORB, ($p)/(b)" "${lr}x" "${rr}x"

@@ -1,0 +1,63 @@
+// A client of the echo example through its generated stub, the way user code
+// calls objects: bind, then Demo::Echo::pid() and note(), for echo_bench.sh.
+// Usage: stub_echo_client [broker options] <IOR:...|@file> latency N|oneway N
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "echo.h"
+#include "except.h"
+#include "orb.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::string readReference(const std::string& arg) {
+    if (arg.empty() || arg[0] != '@') return arg;
+    std::ifstream in(arg.substr(1));
+    std::string ior;
+    in >> ior;
+    return ior;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
+        const long n = argc == 4 ? std::atol(argv[3]) : 0;
+        const std::string mode = argc == 4 ? argv[2] : "";
+        if (n <= 0 || (mode != "latency" && mode != "oneway")) {
+            std::cerr << "usage: stub_echo_client [broker options] <IOR:...|@file> "
+                         "latency N|oneway N"
+                      << std::endl;
+            return 2;
+        }
+        CORBA_Object_var obj(orb->string_to_object(readReference(argv[1]).c_str()));
+        Demo::Echo_var echo(Demo::Echo::_narrow(obj));
+        if (!echo.in()) return 1;
+        echo->pid();  // binds
+        auto start = Clock::now();
+        if (mode == "latency") {
+            for (long i = 0; i < n; ++i) echo->pid();
+            std::cout << "latency " << secondsSince(start) * 1e6 / n << " us/call (" << n
+                      << " calls)" << std::endl;
+        } else {
+            for (long i = 0; i < n; ++i) echo->note("");
+            echo->pid();  // the reply comes after the server has read every note
+            std::cout << "oneway " << static_cast<long>(n / secondsSince(start)) << " calls/s ("
+                      << n << " calls)" << std::endl;
+        }
+    } catch (const CORBA_Exception& e) {
+        std::cerr << "stub_echo_client: " << e << std::endl;
+        return 1;
+    }
+    return 0;
+}
