@@ -31,7 +31,7 @@ void regDef(VEXImpl& repo, const std::string& iface, const std::string& obj, uns
     for (unsigned i = 0; i < nargs; ++i) args[i] = "argument";
     CORBA_CreationImplDef d(iface.c_str(), obj.c_str(), CORBA_OctetSequence(), "/bin/sh",
                             CORBA_CreationImplDef::SHARED_SERVER, args);
-    repo.reg_implementation(&d);
+    CORBA::release(repo.reg_implementation(&d));
 }
 
 std::vector<std::string> filesIn(const std::string& dir) {

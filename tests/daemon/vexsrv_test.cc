@@ -27,7 +27,7 @@ protected:
 
     void reg(const char* iface, const char* obj, const char* path = "/bin/sh") {
         CORBA_CreationImplDef d = makeDef(iface, obj, path);
-        repo->reg_implementation(&d);
+        CORBA::release(repo->reg_implementation(&d));
     }
     std::string path(const char* iface, const char* obj) {
         CORBA_CreationImplDef_var d = repo->get_implementation(iface, obj);
@@ -50,7 +50,7 @@ TEST_F(VEXImplTest, RegistrationsReachMemoryTheFileAndTheNextStart) {
     CORBA_StringSequence args(2, 2, argv);  // adopted, not owned
     CORBA_CreationImplDef d("Demo::I", "obj", id, "/bin/sh",
                             CORBA_CreationImplDef::SERVER_PER_METHOD, args);
-    repo->reg_implementation(&d);
+    CORBA::release(repo->reg_implementation(&d));
     EXPECT_EQ(ktest::readFile(env.repo()),
               repofile::file({repofile::entry("Demo::I", "obj", "/bin/sh", 2, {"-a", ""}, {}, "k7")}));
 
