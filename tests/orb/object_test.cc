@@ -11,80 +11,28 @@
 #include "echo.h"
 #include "except.h"
 #include "giop.h"
+#include "handcdr.h"
 #include "orb.h"
 #include "zebboa.h"
 #include "loopback_orb.h"
 #include "zebglob.h"
-#include "zeboid.h"
 #include "zebskel.h"
 #include "zebstub.h"
 
 namespace {
 
+using handcdr::persistentKey;
 using ktest::EchoServant;
 
-// Big-endian CDR, written by hand so that the reader's swapping is what is
-// under test, not a second use of our own writer.
-class BigEndian {
-public:
-    void octet(unsigned char c) { _b.push_back(static_cast<char>(c)); }
-    void align(size_t n) {
-        while (_b.size() % n) _b.push_back(0);
-    }
-    void ulong(uint32_t v) {
-        align(4);
-        for (int s = 24; s >= 0; s -= 8) octet(static_cast<unsigned char>(v >> s));
-    }
-    void ushort(uint16_t v) {
-        align(2);
-        octet(static_cast<unsigned char>(v >> 8));
-        octet(static_cast<unsigned char>(v));
-    }
-    void string(const char* s) {
-        ulong(static_cast<uint32_t>(std::strlen(s) + 1));
-        _b.append(s, std::strlen(s) + 1);
-    }
-    void octets(const std::string& o) {
-        ulong(static_cast<uint32_t>(o.size()));
-        _b += o;
-    }
-    const std::string& bytes() const { return _b; }
-
-private:
-    std::string _b;
-};
-
-// A big-endian key of this broker for a persistent object.
-std::string persistentKey(const char* iface, const char* object) {
-    BigEndian k;
-    k.octet(0);
-    k.octet('Z');
-    k.octet('E');
-    k.octet('B');
-    k.ulong(ZEBObjectId::ID_PERSISTENT);
-    k.string(iface);
-    k.string(object);
-    return k.bytes();
-}
-
-std::string bigEndianIOR(const char* type_id, const char* host, uint16_t port,
-                         const std::string& key, uint8_t minor = 0) {
-    BigEndian profile;
-    profile.octet(0);
-    profile.octet(1);
-    profile.octet(minor);
-    profile.string(host);
-    profile.ushort(port);
-    profile.octets(key);
-    BigEndian ior;
-    ior.octet(0);
-    ior.string(type_id);
-    ior.ulong(1);
-    ior.ulong(IOP::TAG_INTERNET_IOP);
-    ior.octets(profile.bytes());
+// A stringified reference written by a big-endian peer, so that the
+// reader's swapping is what is under test, not a second use of our writer.
+std::string bigEndianIOR(const char* typeId, uint16_t port, const std::string& key,
+                         uint8_t minor = 0) {
+    const std::string profile = handcdr::iiopProfile(false, "127.0.0.1", port, key, minor);
+    const std::string ior = handcdr::Cdr(false).octet(0).ior(typeId, profile).bytes();
     static const char digits[] = "0123456789abcdef";
     std::string text = "IOR:";
-    for (unsigned char c : ior.bytes()) {
+    for (unsigned char c : ior) {
         text += digits[c >> 4];
         text += digits[c & 15];
     }
@@ -118,16 +66,15 @@ TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
     ZEBGlobalTable::_boa->obj_is_ready(&servant, nullptr);
     const uint16_t port = ZEBGlobalTable::_boa->port();
 
-    std::string text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", port,
-                                    persistentKey("Demo::Echo", "bigend"));
+    std::string text =
+        bigEndianIOR("IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "bigend"));
     CORBA_Object* local = o->string_to_object(text.c_str());
     EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
     CORBA::release(local);
 
     // An object this process does not hold, at this process's address,
     // still gives a stub that names it.
-    text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", port,
-                        persistentKey("Demo::Echo", "elsewhere"));
+    text = bigEndianIOR("IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "elsewhere"));
     CORBA_Object_var stub(o->string_to_object(text.c_str()));
     ASSERT_NE(stub.in(), nullptr);
     EXPECT_FALSE(stub->_is_local());
@@ -163,8 +110,8 @@ TEST(ObjectReference, NilAndMalformedText) {
 
 TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
     CORBA_ORB* o = ktest::loopbackOrb();
-    std::string text = bigEndianIOR("IDL:Nobody/Knows:1.0", "127.0.0.1", 9,
-                                    persistentKey("Nobody::Knows", "x"));
+    std::string text =
+        bigEndianIOR("IDL:Nobody/Knows:1.0", 9, persistentKey(false, "Nobody::Knows", "x"));
     CORBA_Object_var obj(o->string_to_object(text.c_str()));
     ASSERT_NE(obj.in(), nullptr);
     EXPECT_EQ(obj->_type_info(), &CORBA_Object::_desc());
@@ -172,7 +119,7 @@ TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
     EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
 
     testing::internal::CaptureStdout();
-    text = bigEndianIOR("IDL:Demo/Echo:1.0", "127.0.0.1", 9, "foreign key", 1);
+    text = bigEndianIOR("IDL:Demo/Echo:1.0", 9, "foreign key", 1);
     EXPECT_THROW(o->string_to_object(text.c_str()), CORBA_INV_OBJREF);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Kelvanor: Unknown IIOP version:\n\tMajor: 1\n\tMinor: 1\n"

@@ -16,9 +16,6 @@
 #include <string>
 #include <vector>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include "dispatch.h"
 #include "dsaddr.h"
 #include "dsdummyuser.h"
@@ -28,6 +25,7 @@
 #include "except.h"
 #include "fake_giop_server.h"
 #include "loopback_orb.h"
+#include "sockets.h"
 #include "zeboid.h"
 #include "zeborb.h"
 #include "zebstrm.h"
@@ -118,26 +116,6 @@ std::vector<std::string> keysOf(const Fake& f) {
     for (const Fake::Message& m : f.messages()) keys.push_back(m.key);
     return keys;
 }
-
-// A port where connections are refused: bound, never listening.
-class RefusingPort {
-public:
-    RefusingPort() {
-        _fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (::bind(_fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-            getsockname(_fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
-            port = ntohs(a.sin_port);
-    }
-    ~RefusingPort() { ::close(_fd); }
-    unsigned short port = 0;
-
-private:
-    int _fd;
-};
 
 // Runs the dispatcher until pred holds or ten seconds have passed.
 bool dispatchUntil(const std::function<bool()>& pred) {
@@ -298,7 +276,7 @@ TEST(ZEBORBClient, KeepAlivePingsTheServerEachPeriod) {
     EXPECT_EQ("_non_existent", ops[2]);
 }
 
-TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
+TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACallAndItsPortServesAgain) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
     ktest::EchoChild server;
@@ -318,6 +296,12 @@ TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
     EXPECT_TRUE(echo->_is_bound());
     EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
     EXPECT_EQ(nullptr, clientAt(server.port));
+
+    // The old server's end of the connection waits in TIME_WAIT on the
+    // port; a new server must get the port all the same, and is found.
+    ktest::EchoChild again(ktest::echoServerArgv({"-OAport", std::to_string(server.port)}));
+    ASSERT_TRUE(again.ready()) << again.output();
+    EXPECT_EQ(again.pid(), echo->pid());
 }
 
 TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
@@ -340,9 +324,10 @@ TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
 
 TEST(ZEBORB, LocateTriesCountRefusedConnectionsAndMarkProvidersSuspect) {
     FakeAgent agent;
-    RefusingPort refusing;
-    ASSERT_NE(0, refusing.port);
-    agent.serve("Demo::Echo_gone", refusing.port);
+    unsigned short refusing = 0;  // bound, never listening: connections are refused
+    ktest::Fd bound(ktest::loopbackSocket(refusing, 0));
+    ASSERT_GE(bound.fd, 0);
+    agent.serve("Demo::Echo_gone", refusing);
     CORBA_BindOptions options;
     for (CORBA::ULong tries : {1u, 3u}) {
         SCOPED_TRACE(tries);
@@ -356,8 +341,8 @@ TEST(ZEBORB, LocateTriesCountRefusedConnectionsAndMarkProvidersSuspect) {
             EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED), e.minor());
         }
         EXPECT_EQ(tries, agent.asked.size());
-        EXPECT_EQ(std::vector<int>(tries, refusing.port), agent.suspects);
-        EXPECT_EQ(nullptr, clientAt(refusing.port));
+        EXPECT_EQ(std::vector<int>(tries, refusing), agent.suspects);
+        EXPECT_EQ(nullptr, clientAt(refusing));
     }
 }
 

@@ -14,15 +14,13 @@
 #include <memory>
 #include <string>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "dispatch.h"
 #include "except.h"
+#include "handcdr.h"
 #include "mstrm.h"
+#include "sockets.h"
 #include "zebglob.h"
 
 namespace {
@@ -38,16 +36,7 @@ std::string be64(double d) {
 }
 std::string le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
 
-// A whole GIOP 1.0 message; bigEndian gives the order opposite to this host.
-std::string giop(uint8_t type, const std::string& body, bool bigEndian = false) {
-    std::string m = "GIOP";
-    m += '\1';
-    m += '\0';
-    m += char(bigEndian ? 0 : 1);
-    m += char(type);
-    m += bigEndian ? be32(uint32_t(body.size())) : le32(uint32_t(body.size()));
-    return m + body;
-}
+using handcdr::giop;
 
 // Runs f and tells whether it threw E; minor and completion are kept.
 template <class E>
@@ -217,54 +206,27 @@ struct LateWriter : dpIOHandler {
 class ZEBIIOPstreamLoopback : public ::testing::Test {
 protected:
     void SetUp() override {
-        _readSize = ZEBGlobalTable::tcp_read_size;
         _callback = ZEBGlobalTable::has_callback;
-        _listener = ::socket(AF_INET, SOCK_STREAM, 0);
-        ASSERT_GE(_listener, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        ASSERT_EQ(0, ::bind(_listener, reinterpret_cast<sockaddr*>(&a), sizeof a));
-        ASSERT_EQ(0, ::listen(_listener, 4));
-        ASSERT_EQ(0, getsockname(_listener, reinterpret_cast<sockaddr*>(&a), &len));
-        _port = ntohs(a.sin_port);
+        _listener.reset(ktest::loopbackSocket(_port, 4));
+        ASSERT_GE(_listener.fd, 0);
     }
-    void TearDown() override {
-        ZEBGlobalTable::tcp_read_size = _readSize;
-        ZEBGlobalTable::has_callback = _callback;
-        if (peer >= 0) ::close(peer);
-        ::close(_listener);
-    }
+    void TearDown() override { ZEBGlobalTable::has_callback = _callback; }
     // A client stream connected to the raw peer (built with the settings
     // in force now).
     std::unique_ptr<ZEBIIOPstream> connectClient() {
         std::unique_ptr<ZEBIIOPstream> s(new ZEBIIOPstream);
         s->connect("127.0.0.1", _port, 5);
-        peer = ::accept(_listener, nullptr, nullptr);
-        EXPECT_GE(peer, 0);
+        peer.reset(::accept(_listener.fd, nullptr, nullptr));
+        EXPECT_GE(peer.fd, 0);
         return s;
     }
-    void send(const std::string& bytes) {
-        ASSERT_EQ(ssize_t(bytes.size()), ::send(peer, bytes.data(), bytes.size(), 0));
-    }
-    std::string receive(size_t n) {
-        std::string out(n, '\0');
-        size_t have = 0;
-        while (have < n) {
-            ssize_t r = ::recv(peer, &out[have], n - have, 0);
-            if (r <= 0) break;
-            have += size_t(r);
-        }
-        return out.substr(0, have);
-    }
+    void send(const std::string& bytes) { ASSERT_TRUE(ktest::sendAll(peer.fd, bytes)); }
 
-    int peer = -1;
+    ktest::Fd peer;
 
 private:
-    int _listener = -1;
+    ktest::Fd _listener;
     unsigned short _port = 0;
-    unsigned long _readSize = 0;
     CORBA::Boolean _callback = 0;
 };
 
@@ -277,8 +239,7 @@ TEST_F(ZEBIIOPstreamLoopback, TwoMessagesInOneReadNeedOneSystemCall) {
     EXPECT_EQ(20u, s->bufferedBytes());
     // The second message comes from the block: with the peer gone, any read
     // of the socket would fail.
-    ::close(peer);
-    peer = -1;
+    peer.reset();
     s->receiveMessage(5);
     *s >> b >> c;
     EXPECT_EQ(8u, s->msgHeader().message_size);
@@ -293,7 +254,7 @@ TEST_F(ZEBIIOPstreamLoopback, HeaderSplitAtEveryPointIsAssembled) {
         std::string msg = giop(IIOP::Reply, le32(uint32_t(k)));
         send(msg.substr(0, k));
         LateWriter late;
-        late.fd = peer;
+        late.fd = peer.fd;
         late.bytes = msg.substr(k);
         dpDispatcher::instance()->startTimer(0, 0, &late);
         s->receiveMessage(5);
@@ -345,8 +306,7 @@ TEST_F(ZEBIIOPstreamLoopback, LongStringWithoutTerminatorKeepsEveryByte) {
 TEST_F(ZEBIIOPstreamLoopback, PeerClosingBetweenHeaderAndBody) {
     auto s = connectClient();
     send(giop(IIOP::Reply, std::string(100, 'b')).substr(0, 20));
-    ::close(peer);
-    peer = -1;
+    peer.reset();
     s->receiveMessage(5);
     char body[100];
     CORBA::ULong minor = 99;
@@ -372,17 +332,13 @@ TEST(ZEBIIOPstreamServer, OtherByteOrderIsAnsweredInOurs) {
     ZEBIIOPstream listener;
     listener.listen(0, "127.0.0.1");
     ASSERT_NE(0, listener.port());
-    int client = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(listener.port());
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, ::connect(client, reinterpret_cast<sockaddr*>(&a), sizeof a));
+    ktest::Fd client(ktest::connectLoopback(listener.port()));
+    ASSERT_GE(client.fd, 0);
     std::unique_ptr<ZEBIIOPstream> server(listener.accept());
     EXPECT_TRUE(server->serverSide());
 
-    std::string req = giop(IIOP::Request, be16(0xfffe) + std::string(2, 'P') + be32(0x01020304), true);
-    ASSERT_EQ(ssize_t(req.size()), ::send(client, req.data(), req.size(), 0));
+    const std::string body = be16(0xfffe) + std::string(2, 'P') + be32(0x01020304);
+    ASSERT_TRUE(ktest::sendAll(client.fd, giop(IIOP::Request, body, false)));
     server->receiveMessage(0);
     short s;
     CORBA::ULong id;
@@ -395,15 +351,13 @@ TEST(ZEBIIOPstreamServer, OtherByteOrderIsAnsweredInOurs) {
     *server << id;
     server->sendMessage(0);
     std::string reply(16, '\0');
-    ASSERT_EQ(16, ::recv(client, &reply[0], 16, MSG_WAITALL));
+    ASSERT_EQ(16, ::recv(client.fd, &reply[0], 16, MSG_WAITALL));
     EXPECT_EQ(giop(IIOP::Reply, le32(0x01020304)), reply);
-    ::close(client);
 }
 
 TEST_F(ZEBIIOPstreamLoopback, WriteToVanishedPeerRaisesInsteadOfKilling) {
     auto s = connectClient();
-    ::close(peer);
-    peer = -1;
+    peer.reset();
     void (*old)(int) = std::signal(SIGPIPE, SIG_DFL);
     std::string body(65536, 'z');
     CORBA::ULong minor = 0;

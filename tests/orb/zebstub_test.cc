@@ -4,58 +4,21 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <string>
 
-#include <unistd.h>
-
-#include "dispatch.h"
 #include "echo.h"
 #include "echo_child.h"
 #include "except.h"
 #include "loopback_orb.h"
-#include "mstrm.h"
 #include "omninames.h"
 #include "orb.h"
-#include "process.h"
 #include "zebglob.h"
-#include "zeboclnt.h"
 #include "zebstub.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-
-bool runnable(const char* path) { return path[0] != '\0' && access(path, X_OK) == 0; }
-
-// A server in a child process, stopped by pid when the test ends.
-class Server {
-public:
-    explicit Server(std::vector<std::string> argv) {
-        ktest::Process::Options opts;
-        opts.argv = std::move(argv);
-        started = _proc.start(opts);
-        if (!started) return;
-        ktest::pollUntil(
-            [&] {
-                std::string out = _proc.stdoutText();
-                std::string::size_type end = out.find('\n');
-                if (end != std::string::npos && out.compare(0, 4, "IOR:") == 0)
-                    ior = out.substr(0, end);
-                return !ior.empty() || !_proc.running();
-            },
-            milliseconds(15000));
-    }
-    pid_t pid() const { return _proc.pid(); }
-    void kill() { _proc.stop(9, milliseconds(2000)); }
-
-    bool started = false;
-    std::string ior;
-
-private:
-    ktest::Process _proc;
-};
+using ktest::EchoChild;
 
 Demo::Echo* bindTo(const std::string& ior) {
     CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(ior.c_str()));
@@ -64,10 +27,10 @@ Demo::Echo* bindTo(const std::string& ior) {
 
 }  // namespace
 
-TEST(ZEBStubInfo, CallsReachEchoServerAndComeBack) {
-    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
-    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
-    ASSERT_FALSE(server.ior.empty());
+TEST(ZEBStubInfo, CallsReachEchoServerAndWithoutRebindALossIsACommFailure) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
     Demo::Echo_var echo(bindTo(server.ior));
     ASSERT_NE(echo.in(), nullptr);
     EXPECT_FALSE(echo->_is_local());
@@ -86,46 +49,21 @@ TEST(ZEBStubInfo, CallsReachEchoServerAndComeBack) {
     EXPECT_TRUE(echo->_is_a("IDL:Demo/Echo:1.0"));
     EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
     EXPECT_FALSE(echo->_non_existent());
-}
 
-TEST(ZEBStubInfo, ServerGoneIsTransientThenNoServer) {
-    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
-    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
-    ASSERT_FALSE(server.ior.empty());
-    Demo::Echo_var echo(bindTo(server.ior));
-    ASSERT_EQ(echo->pid(), server.pid());
-    server.kill();
-
-    // The raw request path tells the caller that a retry makes sense...
-    EXPECT_THROW(
-        {
-            echo->_create_request("pid", 1, 0);
-            echo->_invoke();
-        },
-        CORBA_TRANSIENT);
-    // ...and the stub's retry finds nobody to bind to.
-    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
-}
-
-TEST(ZEBStubInfo, WithoutRebindALostConnectionIsACommFailure) {
-    if (!runnable(KELVANOR_ECHO_SERVER_BINARY)) GTEST_SKIP() << "echo_server not built";
-    Server server({KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
-    ASSERT_FALSE(server.ior.empty());
-    Demo::Echo_var echo(bindTo(server.ior));
+    // Without rebinding a lost connection is a COMM_FAILURE; the next call
+    // binds again from the lost state and finds nobody.
     CORBA_BindOptions options;
     options.allow_rebind = 0;
     echo->_bind_options(options);
-    ASSERT_EQ(echo->pid(), server.pid());
     server.kill();
     EXPECT_THROW(echo->pid(), CORBA_COMM_FAILURE);
-    // The next call binds again from the lost state and finds nobody.
     EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
 }
 
 TEST(ZEBStubInfo, CallsReachOmniorbServer) {
-    if (!runnable(KELVANOR_OMNI_ECHO_SERVER_BINARY)) GTEST_SKIP() << "omniORB peers not built";
-    Server server({KELVANOR_OMNI_ECHO_SERVER_BINARY});
-    ASSERT_FALSE(server.ior.empty());
+    if (!ktest::runnable(KELVANOR_OMNI_ECHO_SERVER_BINARY)) GTEST_SKIP() << "omniORB not built";
+    EchoChild server({KELVANOR_OMNI_ECHO_SERVER_BINARY});
+    ASSERT_TRUE(server.ready()) << server.output();
     Demo::Echo_var echo(bindTo(server.ior));
     ASSERT_NE(echo.in(), nullptr);
     CORBA_String_var said(echo->say("to another broker"));
@@ -137,7 +75,7 @@ TEST(ZEBStubInfo, CallsReachOmniorbServer) {
 TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
-    std::unique_ptr<ktest::EchoChild> server(new ktest::EchoChild);
+    std::unique_ptr<EchoChild> server(new EchoChild);
     ASSERT_TRUE(server->ready()) << server->output();
     const unsigned short port = server->port;
     Demo::Echo_var echo(bindTo(server->ior));
@@ -151,37 +89,11 @@ TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
             echo->_invoke();
         },
         CORBA_TRANSIENT);
-    server.reset(new ktest::EchoChild({"-OAport", std::to_string(port)}));
+    server.reset(new EchoChild(ktest::echoServerArgv({"-OAport", std::to_string(port)})));
     ASSERT_TRUE(server->ready()) << server->output();
     // The stub binds again by the same address and repeats the call.
     EXPECT_EQ(server->pid(), echo->pid());
     EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, echo->_stub()->state());
-}
-
-// When the client notices an idle connection closed and closes its end
-// first, the old server's end waits in TIME_WAIT on the port; the new
-// server's listener must bind it all the same.
-TEST(ZEBStubInfo, ServerBackOnItsPortAfterAnIdleClose) {
-    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
-    ktest::loopbackOrb();
-    std::unique_ptr<ktest::EchoChild> server(new ktest::EchoChild);
-    ASSERT_TRUE(server->ready()) << server->output();
-    const unsigned short port = server->port;
-    Demo::Echo_var echo(bindTo(server->ior));
-    ASSERT_EQ(server->pid(), echo->pid());
-    ZEBORBClient* client = echo->_stub()->client();
-    server->kill();
-    ktest::pollUntil(
-        [&] {
-            long sec = 0, usec = 50000;
-            dpDispatcher::instance()->dispatch(sec, usec);
-            return client->closing();
-        },
-        milliseconds(10000));
-    ASSERT_TRUE(client->closing());
-    server.reset(new ktest::EchoChild({"-OAport", std::to_string(port)}));
-    ASSERT_TRUE(server->ready()) << server->output();
-    EXPECT_EQ(server->pid(), echo->pid());
 }
 
 TEST(ZEBStubInfo, ForeignObjectOfAnotherBroker) {
