@@ -46,9 +46,12 @@ public:
             },
             std::chrono::milliseconds(15000));
         std::unique_ptr<IOP::IOR> parsed(ior.empty() ? nullptr : stringToIOR(ior.c_str()));
-        std::unique_ptr<IIOP::ObjectLocator> loc(parsed ? ZEBGlobalTable::getLocator(*parsed)
-                                                        : nullptr);
-        if (loc) port = loc->port;
+        if (parsed) {
+            typeId = parsed->type_id.in();
+            profiles = parsed->profiles.length();
+            locator.reset(ZEBGlobalTable::getLocator(*parsed));
+        }
+        if (locator) port = locator->port;
     }
     bool ready() const { return !ior.empty() && port != 0; }
     pid_t pid() const { return _proc.pid(); }
@@ -56,7 +59,9 @@ public:
     void kill() { _proc.stop(9, std::chrono::milliseconds(2000)); }
     std::string output() const { return _proc.stdoutText() + _proc.stderrText(); }
 
-    std::string ior;
+    std::string ior, typeId;
+    unsigned long profiles = 0;
+    std::unique_ptr<IIOP::ObjectLocator> locator;  // of the first IIOP profile
     unsigned short port = 0;
 
 private:

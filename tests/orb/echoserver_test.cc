@@ -13,18 +13,15 @@
 #include <vector>
 
 #include <poll.h>
-#include <unistd.h>
 
-#include "giop.h"
+#include "echo_child.h"
 #include "handcdr.h"
-#include "iorstr.h"
 #include "process.h"
 #include "sockets.h"
 
 namespace {
 
 using namespace handcdr;
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // A reply that should come comes long before this; only a fault waits it out.
@@ -47,20 +44,22 @@ struct Message {
     CdrIn body() const { return CdrIn(bytes, little, 12); }
 };
 
-// A raw client connection to 127.0.0.1, closed with it.
+// A raw client connection to 127.0.0.1, closed with it. A receive that
+// waits longer than kReplyMs fails.
 class Conn {
 public:
     bool open(uint16_t port) {
         _fd.reset(ktest::connectLoopback(port));
-        return _fd.fd >= 0;
+        timeval limit{kReplyMs / 1000, 0};
+        return _fd.fd >= 0 &&
+               ::setsockopt(_fd.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
     }
     bool send(const std::string& bytes) { return ktest::sendAll(_fd.fd, bytes); }
 
-    // One whole GIOP 1.0 message, within `ms`. False on a time-out, a close
-    // or another header; why() tells which.
-    bool receive(Message& m, int ms = kReplyMs) {
-        const Clock::time_point deadline = Clock::now() + milliseconds(ms);
-        if (!fill(12, deadline)) return false;
+    // One whole GIOP 1.0 message. False on a time-out, a close or another
+    // header; why() tells which.
+    bool receive(Message& m) {
+        if (!fill(12)) return false;
         if (_in.compare(0, 6, std::string("GIOP\1\0", 6)) != 0) {
             _why = "not a GIOP 1.0 header";
             return false;
@@ -72,7 +71,7 @@ public:
             _why = "message size " + std::to_string(m.size);
             return false;
         }
-        if (!fill(12 + m.size, deadline)) return false;
+        if (!fill(12 + m.size)) return false;
         m.bytes = _in.substr(0, 12 + m.size);
         _in.erase(0, 12 + m.size);
         return true;
@@ -87,13 +86,13 @@ public:
         return r == 0 && _in.empty();
     }
 
-    // The peer closes within `ms`. Bytes that came before the close are
-    // kept in `rest`.
-    bool closedWithin(int ms, std::string* rest = nullptr) {
-        const bool closed = !fill(_in.size() + (64u << 20), Clock::now() + milliseconds(ms)) &&
-                            _closed;
+    // The peer closes in time. Bytes that came before the close are kept in
+    // `rest`.
+    bool closed(std::string* rest = nullptr) {
+        while (fill(_in.size() + 1)) {
+        }
         if (rest) *rest = _in;
-        return closed;
+        return _closed;
     }
 
     // A reset instead of an orderly close.
@@ -106,23 +105,14 @@ public:
     const std::string& why() const { return _why; }
 
 private:
-    bool fill(size_t n, Clock::time_point deadline) {
+    bool fill(size_t n) {
         char buf[65536];
         while (_in.size() < n) {
-            auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
-            pollfd p{_fd.fd, POLLIN, 0};
-            int r = ::poll(&p, 1, left < 0 ? 0 : static_cast<int>(left));
-            if (r < 0 && errno == EINTR) continue;
-            if (r <= 0) {
-                _why = "nothing within the time";
-                return false;
-            }
             ssize_t got = ::recv(_fd.fd, buf, sizeof buf, 0);
             if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) {
-                _closed = true;
-                _why = got == 0 ? "closed by the server" : std::string("recv: ") +
-                                                               std::strerror(errno);
+            if (got <= 0) {  // a time-out is the only failure that is no close
+                _closed = got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+                _why = got == 0 ? "closed by the server" : std::string("recv: ") + strerror(errno);
                 return false;
             }
             _in.append(buf, static_cast<size_t>(got));
@@ -201,7 +191,7 @@ void expectSaid(Conn& c, uint32_t id, const std::string& text) {
 // The server closes without another word.
 void expectClosed(Conn& c) {
     std::string rest;
-    EXPECT_TRUE(c.closedWithin(kReplyMs, &rest)) << c.why();
+    EXPECT_TRUE(c.closed(&rest)) << c.why();
     EXPECT_EQ(0u, rest.size());
 }
 
@@ -210,36 +200,14 @@ void expectClosed(Conn& c) {
 class EchoServerTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* bin = KELVANOR_ECHO_SERVER_BINARY;
-        if (bin[0] == '\0' || access(bin, X_OK) != 0) GTEST_SKIP() << "echo_server not built";
-        const std::string out = _dir.file("echo.ior");
-        ktest::Process::Options opts;
-        opts.argv = {bin, "-OAipaddr", "127.0.0.1", "-o", out};
-        ASSERT_TRUE(_server.start(opts)) << _server.error();
-        std::string text;
-        // The file appears whole: the server renames it into place.
-        bool ready = ktest::pollUntil(
-            [&] {
-                text = ktest::readFile(out);
-                return text.compare(0, 4, "IOR:") == 0 || !_server.running();
-            },
-            milliseconds(15000));
-        ASSERT_TRUE(ready && text.compare(0, 4, "IOR:") == 0)
-            << "no reference: " << _server.stderrText();
-        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-
-        std::unique_ptr<IOP::IOR> ior(stringToIOR(text.c_str()));
-        ASSERT_TRUE(ior);
-        EXPECT_STREQ(kRepoId, ior->type_id.in());
-        ASSERT_EQ(1u, ior->profiles.length());
-        ASSERT_EQ(IOP::TAG_INTERNET_IOP, ior->profiles[0].tag);
-        std::unique_ptr<IIOP::ObjectLocator> loc(
-            IIOP::ObjectLocator::convert(ior->profiles[0].profile_data));
-        ASSERT_TRUE(loc);
-        ASSERT_STREQ("127.0.0.1", loc->host.in());
-        _port = loc->port;
-        _key.assign(reinterpret_cast<const char*>(loc->object_key.get_buffer()),
-                    loc->object_key.length());
+        if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+        ASSERT_TRUE(_server.ready()) << "no reference: " << _server.output();
+        EXPECT_EQ(kRepoId, _server.typeId);
+        EXPECT_EQ(1u, _server.profiles);
+        ASSERT_STREQ("127.0.0.1", _server.locator->host.in());
+        _port = _server.port;
+        _key.assign(reinterpret_cast<const char*>(_server.locator->object_key.get_buffer()),
+                    _server.locator->object_key.length());
         // A key by names; its padding bytes are the writer's business.
         ASSERT_GE(_key.size(), 12u);
         CdrIn k(_key, _key[0] != 0, 1);
@@ -253,9 +221,8 @@ protected:
 
     void TearDown() override {
         if (_ready) {
-            EXPECT_TRUE(_server.running()) << "the server ended: " << _server.stderrText();
+            EXPECT_TRUE(_server.running()) << "the server ended: " << _server.output();
         }
-        if (_server.started()) _server.stop();
     }
 
     bool connect(Conn& c) { return c.open(_port); }
@@ -269,7 +236,7 @@ protected:
 
     // A client that comes after all the rest is served.
     void expectServesNewClient() {
-        ASSERT_TRUE(_server.running()) << "the server ended: " << _server.stderrText();
+        ASSERT_TRUE(_server.running()) << "the server ended: " << _server.output();
         Conn c;
         ASSERT_TRUE(connect(c));
         ASSERT_TRUE(c.send(request(true, 4242, true, _key, "pid").message()));
@@ -277,7 +244,7 @@ protected:
     }
 
     ktest::TempDir _dir{"echoserver"};
-    ktest::Process _server;
+    ktest::EchoChild _server;
     uint16_t _port = 0;
     std::string _key;  // the persistent key of the published reference
     bool _ready = false;
@@ -528,7 +495,7 @@ TEST_F(EchoServerTest, SurvivesClientsThatVanishOrSendGarbage) {
                 EXPECT_EQ(0u, m.size);
             }
             if (k.then != kLeave) {
-                EXPECT_TRUE(c.closedWithin(kReplyMs)) << c.why();
+                EXPECT_TRUE(c.closed()) << c.why();
             }
         }
         expectServesNewClient();
@@ -583,7 +550,7 @@ TEST_F(EchoServerTest, PortIsTheServersAloneAndFreeAgainAtOnceAfterIt) {
     ASSERT_TRUE(connect(c));
     ASSERT_TRUE(c.send(request(true, 1, true, _key, "pid").message()));
     expectPid(c, 1);
-    _server.stop(9);
+    _server.kill();
     _ready = false;
     ktest::Process again;
     ASSERT_TRUE(again.start(opts)) << again.error();

@@ -133,15 +133,3 @@ TEST(ZEBBOA, ServiceObjectsAreMadeOnceOnDemand) {
     Found unknown(a->skelAt(ZEBServiceId("nosvc", data)));
     EXPECT_EQ(unknown.skel, nullptr);
 }
-
-TEST(ZEBBOA, PrincipalOutsideAndInsideARequest) {
-    ZEBBOA* a = boa();
-    EchoServant obj("p");
-    EXPECT_EQ(a->get_principal(&obj, nullptr), nullptr);
-    CORBA_OctetSequence p(2);
-    p.length(2);
-    obj._principal(p);
-    CORBA_OctetSequence_var got(a->get_principal(&obj, nullptr));
-    ASSERT_NE(got.ptr(), nullptr);
-    EXPECT_EQ(got->length(), 2u);
-}

@@ -66,17 +66,6 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     std::memcpy(&d, s.outData() + 8, 8);
     EXPECT_EQ(2.5, d);
 
-    // The operation's length after a 3-byte key is aligned from the message
-    // start, the 12-byte header included: 31 -> 32.
-    ZEBIIOPstream r;
-    r.newOutEncapsulation();
-    r.writeMessageHeader(IIOP::Request);
-    r << CORBA::ULong(0) << CORBA::ULong(1) << CORBA::Boolean(1) << CORBA::ULong(3);
-    r.put("key", 3);
-    r << "_is_a";
-    ASSERT_EQ(42u, r.outLength());
-    EXPECT_EQ(std::string("key") + ' ' + le32(6) + std::string("_is_a", 6), written(r).substr(28));
-
     // An empty array still aligns: one pad byte at an odd position.
     ZEBIIOPstream a;
     a << char(1);
@@ -87,39 +76,21 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     a.newOutEncapsulation();
     a << CORBA::Long(-1);
     EXPECT_EQ(6u, a.outLength());
-}
 
-TEST(ZEBIIOPstreamCore, ScratchRoundTripOfValuesStringsAndArrays) {
-    ZEBIIOPstream w;
+    // "" and a null string stay different; C++ longs take 4 bytes each.
+    ZEBIIOPstream z;
     const long longs[] = {1, -2147483647L - 1};
-    w << char('x') << short(-3) << 0.25f << "" << static_cast<const char*>(nullptr);
-    w.put(longs, 2);
-    std::string data = written(w);
-    EXPECT_EQ(28u, data.size());  // C++ longs take 4 bytes an element
-
-    ZEBIIOPstream r;
-    r.set_read_buffer(&data[0], data.size(), 0);
-    char c;
-    short sh;
-    float f;
-    char* empty = nullptr;
-    char* null = nullptr;
-    long got[2];
-    r >> c >> sh >> f >> empty >> null;
-    r.get(got, 2);
-    EXPECT_TRUE(c == 'x' && sh == -3 && f == 0.25f);
-    ASSERT_NE(nullptr, empty);  // "" and null stay different
-    EXPECT_STREQ("", empty);
-    EXPECT_EQ(nullptr, null);
-    EXPECT_TRUE(std::equal(longs, longs + 2, got));
-    EXPECT_EQ(0u, r.messageBytesLeft());
-    CORBA::string_free(empty);
+    z << "" << static_cast<const char*>(nullptr);
+    z.put(longs, 2);
+    ASSERT_EQ(20u, z.outLength());
+    EXPECT_EQ(le32(1) + '\0', written(z).substr(0, 5));
+    EXPECT_EQ(le32(0) + le32(1) + le32(0x80000000u), written(z).substr(8));
 }
 
 TEST(ZEBIIOPstreamCore, OtherByteOrderIsSwappedPerValue) {
     std::string data = be16(0xfffe) + std::string(2, 'P') + be32(70000) + be64(-1.5) +
                        be32(3) + be32(1) + be32(0xffffffff) + be32(0x01020304) + be32(5) +
-                       std::string("four", 5);
+                       std::string("four", 5) + std::string(3, 'P') + be32(0);
     ZEBIIOPstream r;
     r.set_read_buffer(&data[0], data.size(), 0);
     r.byteOrder(0);
@@ -129,9 +100,11 @@ TEST(ZEBIIOPstreamCore, OtherByteOrderIsSwappedPerValue) {
     CORBA::ULong n;
     long arr[3];
     char* str = nullptr;
+    char* null = nullptr;  // a count of 0 is the null string
     r >> s >> u >> d >> n;
     r.get(arr, n);
-    r >> str;
+    r >> str >> null;
+    EXPECT_EQ(nullptr, null);
     EXPECT_EQ(-2, s);
     EXPECT_EQ(70000u, u);
     EXPECT_EQ(-1.5, d);
@@ -326,33 +299,6 @@ TEST_F(ZEBIIOPstreamLoopback, SilentPeerTimesOutWhileTheDispatcherRuns) {
     EXPECT_GE(waited, std::chrono::milliseconds(900));
     EXPECT_LT(waited, std::chrono::seconds(5));
     EXPECT_EQ(1, ticker.fired);
-}
-
-TEST(ZEBIIOPstreamServer, OtherByteOrderIsAnsweredInOurs) {
-    ZEBIIOPstream listener;
-    listener.listen(0, "127.0.0.1");
-    ASSERT_NE(0, listener.port());
-    ktest::Fd client(ktest::connectLoopback(listener.port()));
-    ASSERT_GE(client.fd, 0);
-    std::unique_ptr<ZEBIIOPstream> server(listener.accept());
-    EXPECT_TRUE(server->serverSide());
-
-    const std::string body = be16(0xfffe) + std::string(2, 'P') + be32(0x01020304);
-    ASSERT_TRUE(ktest::sendAll(client.fd, giop(IIOP::Request, body, false)));
-    server->receiveMessage(0);
-    short s;
-    CORBA::ULong id;
-    *server >> s >> id;
-    EXPECT_EQ(-2, s);
-    EXPECT_EQ(0x01020304u, id);
-
-    server->beginWrite(0);
-    server->writeMessageHeader(IIOP::Reply);
-    *server << id;
-    server->sendMessage(0);
-    std::string reply(16, '\0');
-    ASSERT_EQ(16, ::recv(client.fd, &reply[0], 16, MSG_WAITALL));
-    EXPECT_EQ(giop(IIOP::Reply, le32(0x01020304)), reply);
 }
 
 TEST_F(ZEBIIOPstreamLoopback, WriteToVanishedPeerRaisesInsteadOfKilling) {

@@ -12,7 +12,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -171,7 +170,6 @@ bool Process::start(const Options& opts) {
 void Process::record(int status) {
     _reaped = true;
     _exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    _termSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
 bool Process::running() {
