@@ -138,12 +138,30 @@ inline std::string persistentKey(bool little, const std::string& iface, const st
     return Cdr(little).octet(little ? 1 : 0).raw("ZEB").ulong(0).string(iface).string(name).bytes();
 }
 
+// A key of this broker by unique id (the short form), little-endian.
+inline std::string keyById(uint32_t uid) {
+    return Cdr().octet(1).raw("ZEB").ulong(3).ulong(uid).bytes();
+}
+
 // An IIOP 1.minor profile body, an encapsulation of its own.
 inline std::string iiopProfile(bool little, const std::string& host, uint16_t port,
                                const std::string& key, uint8_t minor = 0) {
     Cdr p(little);
     p.octet(little ? 1 : 0).octet(1).octet(minor).string(host).ushort(port).octets(key);
     return p.bytes();
+}
+
+// A stringified reference whose one profile is IIOP at 127.0.0.1:port.
+inline std::string iorText(bool little, const std::string& typeId, uint16_t port,
+                           const std::string& key, uint8_t minor = 0) {
+    Cdr ior(little);
+    ior.octet(little ? 1 : 0).ior(typeId, iiopProfile(little, "127.0.0.1", port, key, minor));
+    std::string text = "IOR:";
+    for (unsigned char c : ior.bytes()) {
+        text += "0123456789abcdef"[c >> 4];
+        text += "0123456789abcdef"[c & 15];
+    }
+    return text;
 }
 
 }  // namespace handcdr

@@ -19,27 +19,11 @@
 #include "zebskel.h"
 #include "zebstub.h"
 
-namespace {
-
+// References are written by hand as a big-endian peer writes them, so that
+// the reader's swapping is what is under test, not a second use of our writer.
+using handcdr::iorText;
 using handcdr::persistentKey;
 using ktest::EchoServant;
-
-// A stringified reference written by a big-endian peer, so that the
-// reader's swapping is what is under test, not a second use of our writer.
-std::string bigEndianIOR(const char* typeId, uint16_t port, const std::string& key,
-                         uint8_t minor = 0) {
-    const std::string profile = handcdr::iiopProfile(false, "127.0.0.1", port, key, minor);
-    const std::string ior = handcdr::Cdr(false).octet(0).ior(typeId, profile).bytes();
-    static const char digits[] = "0123456789abcdef";
-    std::string text = "IOR:";
-    for (unsigned char c : ior) {
-        text += digits[c >> 4];
-        text += digits[c & 15];
-    }
-    return text;
-}
-
-}  // namespace
 
 TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
     CORBA_ORB* o = ktest::loopbackOrb();
@@ -67,14 +51,15 @@ TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
     const uint16_t port = ZEBGlobalTable::_boa->port();
 
     std::string text =
-        bigEndianIOR("IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "bigend"));
+        iorText(false, "IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "bigend"));
     CORBA_Object* local = o->string_to_object(text.c_str());
     EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
     CORBA::release(local);
 
     // An object this process does not hold, at this process's address,
     // still gives a stub that names it.
-    text = bigEndianIOR("IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "elsewhere"));
+    text = iorText(false, "IDL:Demo/Echo:1.0", port,
+                   persistentKey(false, "Demo::Echo", "elsewhere"));
     CORBA_Object_var stub(o->string_to_object(text.c_str()));
     ASSERT_NE(stub.in(), nullptr);
     EXPECT_FALSE(stub->_is_local());
@@ -111,7 +96,7 @@ TEST(ObjectReference, NilAndMalformedText) {
 TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
     CORBA_ORB* o = ktest::loopbackOrb();
     std::string text =
-        bigEndianIOR("IDL:Nobody/Knows:1.0", 9, persistentKey(false, "Nobody::Knows", "x"));
+        iorText(false, "IDL:Nobody/Knows:1.0", 9, persistentKey(false, "Nobody::Knows", "x"));
     CORBA_Object_var obj(o->string_to_object(text.c_str()));
     ASSERT_NE(obj.in(), nullptr);
     EXPECT_EQ(obj->_type_info(), &CORBA_Object::_desc());
@@ -119,7 +104,7 @@ TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
     EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
 
     testing::internal::CaptureStdout();
-    text = bigEndianIOR("IDL:Demo/Echo:1.0", 9, "foreign key", 1);
+    text = iorText(false, "IDL:Demo/Echo:1.0", 9, "foreign key", 1);
     EXPECT_THROW(o->string_to_object(text.c_str()), CORBA_INV_OBJREF);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Kelvanor: Unknown IIOP version:\n\tMajor: 1\n\tMinor: 1\n"

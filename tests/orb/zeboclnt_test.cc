@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,9 +23,9 @@
 #include "echo_child.h"
 #include "except.h"
 #include "fake_giop_server.h"
+#include "handcdr.h"
 #include "loopback_orb.h"
 #include "sockets.h"
-#include "zeboid.h"
 #include "zeborb.h"
 #include "zebstrm.h"
 #include "zebstub.h"
@@ -35,6 +34,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using Fake = ktest::FakeGiopServer;
+using handcdr::keyById;
+using handcdr::persistentKey;
 
 // An agent that knows the providers a test gives it and records what it
 // was asked and told. Installed for its lifetime.
@@ -72,38 +73,11 @@ std::string bytes(const CORBA_OctetSequence& s) {
     return std::string(reinterpret_cast<const char*>(s.get_buffer()), s.length());
 }
 
-CORBA_OctetSequence octets(const std::string& s) {
-    CORBA_OctetSequence o;
-    o.length(static_cast<CORBA::ULong>(s.size()));
-    if (!s.empty()) std::memcpy(o.get_buffer(), s.data(), s.size());
-    return o;
-}
-
-std::string persistentKey(const char* iface, const char* name) {
-    CORBA_OctetSequence_var k(ZEBPersistentId(iface, name).convert());
-    return bytes(*k.ptr());
-}
-
-std::string shortKey(CORBA::ULong id) {
-    CORBA_OctetSequence_var k(ZEBKeyId(id).convert());
-    return bytes(*k.ptr());
-}
-
 // A Demo::Echo reference to key at 127.0.0.1:port, as a reader of an IOR
 // would get it: not yet bound.
 Demo::Echo* echoAt(unsigned short port, const std::string& key) {
-    ktest::loopbackOrb();
-    IIOP::ObjectLocator loc;
-    loc.host = CORBA::strdup("127.0.0.1");
-    loc.port = port;
-    loc.object_key = octets(key);
-    IOP::IOR ior;
-    ior.type_id = CORBA::strdup("IDL:Demo/Echo:1.0");
-    ior.profiles.length(1);
-    ior.profiles[0].tag = IOP::TAG_INTERNET_IOP;
-    CORBA_OctetSequence_var data(loc.convert());
-    ior.profiles[0].profile_data = *data.ptr();
-    CORBA_Object_var obj(ZEBGlobalTable::getObject(ior, nullptr));
+    const std::string ior = handcdr::iorText(true, "IDL:Demo/Echo:1.0", port, key);
+    CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(ior.c_str()));
     return Demo::Echo::_narrow(obj);
 }
 
@@ -166,7 +140,7 @@ TEST(ZEBORBClient, ReferencesToOneAddressShareOneConnection) {
 TEST(ZEBORBClient, LocateForwardGivesTheKeyThatLaterRequestsCarry) {
     Fake fake(Fake::Mode::Serve);
     ASSERT_TRUE(fake.ok());
-    const std::string shortId = shortKey(7), longId = persistentKey("Demo::Echo", "fwd");
+    const std::string shortId = keyById(7), longId = persistentKey(true, "Demo::Echo", "fwd");
     fake.forwardTo(shortId);
     Demo::Echo_var echo(echoAt(fake.port(), longId));
     CORBA_String_var said(echo->say("hi"));
@@ -199,9 +173,9 @@ TEST(ZEBORBClient, LocateForwardGivesTheKeyThatLaterRequestsCarry) {
 TEST(ZEBORBClient, ForwardToAnotherAddressMovesTheConnectionThere) {
     Fake there(Fake::Mode::Serve), here(Fake::Mode::Serve);
     ASSERT_TRUE(there.ok() && here.ok());
-    const std::string shortId = shortKey(9);
+    const std::string shortId = keyById(9);
     here.forwardTo(shortId, there.port());
-    Demo::Echo_var echo(echoAt(here.port(), persistentKey("Demo::Echo", "moved")));
+    Demo::Echo_var echo(echoAt(here.port(), persistentKey(true, "Demo::Echo", "moved")));
     EXPECT_EQ(4242, echo->pid());
 
     EXPECT_EQ(there.port(), echo->_stub()->client()->provider().address().port());
