@@ -13,7 +13,6 @@
 #include "mstrm.h"
 #include "sequence.h"
 #include "tbiostrm.h"
-#include "tbstring.h"
 #include "zebstring.h"
 
 namespace {
@@ -119,19 +118,6 @@ TEST(CORBAStringSequence, NullElementSurvivesCdrUnlikeEmpty) {
     cdr >> back;
     EXPECT_EQ(nullptr, static_cast<const CORBA_StringSequence&>(back)[1]);
     EXPECT_EQ(0, compare(s, back));
-}
-
-TEST(ZEBString, HashCompareAndEquality) {
-    ZEBString a("kelvanor");
-    std::string other = "kelvanor";
-    ZEBString b(other.c_str());
-    EXPECT_NE(a.string(), b.string());
-    EXPECT_EQ(a.hash(), b.hash());
-    EXPECT_EQ(TBString("kelvanor").hash(), a.hash());  // the two string classes hash alike
-    EXPECT_EQ(0u, ZEBString(nullptr).hash());
-    EXPECT_TRUE(a == b);
-    EXPECT_LT(ZEBString("a").compare(ZEBString("b")), 0);
-    EXPECT_EQ(-1, a.compare(ZEBUniqueId(3)));  // other classes never compare equal
 }
 
 TEST(ZEBString, StreamFormsAndCountZero) {

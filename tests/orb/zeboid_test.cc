@@ -1,5 +1,5 @@
-// Object keys: each kind round-trips, keys of the other byte order decode to
-// the same id, foreign and short keys are refused.
+// Object keys: keys of the other byte order decode to the same id, foreign
+// and short keys are refused. Every kind's round trip shows in iordump_test.
 #include "zeboid.h"
 
 #include <gtest/gtest.h>
@@ -26,28 +26,6 @@ CORBA_OctetSequence keyOf(const Bytes& b) {
 Bytes encode(const ZEBObjectId& id) {
     CORBA_OctetSequence_var k = id.convert();
     return Bytes(k->get_buffer(), k->get_buffer() + k->length());
-}
-
-std::vector<ZEBObjectId*> everyKind() {
-    return {new ZEBPersistentId("Activation::VEX", "VEX"),
-            new ZEBTransientId("IDL:A/B:1.0", 42, 0x5f000001), new ZEBKeyId(0xdeadbeef),
-            new ZEBServiceId("NameService", keyOf({0, 'r', 'e', 'f'}))};
-}
-
-// Decoding and encoding again gives the same octets: no field is lost, and
-// the exact-byte tests below pin the wire order.
-TEST(ZEBObjectId, EveryKindRoundTrips) {
-    for (ZEBObjectId* raw : everyKind()) {
-        ZEBObjectId_var id = raw;
-        const Bytes key = encode(*id);
-        EXPECT_EQ(std::string(key.begin() + 1, key.begin() + 4), "ZEB");
-        EXPECT_TRUE(ZEBObjectId::isZEBKey(keyOf(key)));
-        ZEBObjectId_var back = ZEBObjectId::convert(keyOf(key));
-        ASSERT_TRUE(back);
-        EXPECT_EQ(back->type(), id->type());
-        EXPECT_EQ(encode(*back), key);
-    }
-    EXPECT_EQ(encode(ZEBKeyId(1)).size(), 12u);
 }
 
 TEST(ZEBObjectId, BigEndianKeyDecodesToTheSameId) {
