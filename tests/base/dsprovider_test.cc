@@ -1,8 +1,6 @@
-// The directory's records as the agent protocol carries them: endpoints
-// (wire form, order, dotted text), names (with and without an argument,
-// identity, the reference held on the argument) and providers, and the agent
-// client without an agent. Only numeric addresses are used, so that nothing
-// depends on how this machine's names resolve.
+// The directory's records as the agent protocol carries them (endpoints,
+// names, providers) and the agent client without an agent. Only numeric
+// addresses are used, so that nothing depends on name resolution here.
 #include "dsprovider.h"
 
 #include <gtest/gtest.h>

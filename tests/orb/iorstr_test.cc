@@ -1,8 +1,6 @@
-// What a reference carries. Stringified text: round trips, and damaged text
-// that must never crash the reader. Object keys: keys of the other byte
-// order decode to the same id, foreign and short keys are refused. The
-// iordump tool, run as a program: each key kind of this broker, foreign keys
-// and profiles, garbage, omniNames' root reference.
+// What a reference carries: stringified text (round trips, damage that must
+// never crash the reader), object keys of either byte order and foreign
+// ones, and the iordump tool run as a program.
 #include "iorstr.h"
 
 #include <gtest/gtest.h>

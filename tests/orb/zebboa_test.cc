@@ -1,9 +1,6 @@
-// Objects in one process: the object adapter's tables (skeletons by every
-// kind of key, the life of an object through ready and deactivation, service
-// objects made on demand by an activator); references (stringified forms in
-// both byte orders, local objects found again from their IOR, stubs for
-// everything else, the questions every object answers); implementation
-// definitions.
+// Objects in one process: the object adapter's tables and an object's life,
+// references in both byte orders (local objects found again, stubs for the
+// rest), and implementation definitions.
 #include "zebboa.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,6 @@
-// The client side: one connection per server address shared by its
-// references, the locate exchange and its forwards as they show on the
-// wire, binds by names through the directory agent, tries and suspects,
-// time limits, keep-alive, a server closing an idle connection, and what a
-// stub call sees when its server goes away or comes back. Servers are
-// echo_server in a child process, a scripted GIOP server in a thread of the
-// test, omniORB's echo server and omniNames.
+// The client side: connections shared per server address, locate and
+// forwards as they show on the wire, binds through the directory agent, time
+// limits, keep-alive, and stub calls whose server goes away or comes back.
 #include "zeboclnt.h"
 
 #include <gtest/gtest.h>
