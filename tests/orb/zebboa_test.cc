@@ -258,14 +258,9 @@ CORBA_CreationImplDef sample() {
                                  CORBA_CreationImplDef::UNSHARED_SERVER, args);
 }
 
-class TestActivator : public CORBA_Activator {
-public:
-    CORBA_Object* activate(CORBA_ImplementationDef*) override { return nullptr; }
-};
-
 TEST(ImplDef, NarrowAndHoldersMakeDeepCopies) {
     CORBA_CreationImplDef creation = sample();
-    TestActivator activator;
+    CountingActivator activator;
     CORBA_ActivationImplDef activation("I", "o", CORBA_OctetSequence(), &activator);
     CORBA_ImplementationDef plain("I", "o");
 
