@@ -1,18 +1,20 @@
 // Class descriptors: registration and lookup, the declared-base walk, the
-// checked cast.
+// checked cast, what TBinit() links in; TBString, which hashes like class
+// names.
 #include "tbtinfo.h"
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
 
+#include <unistd.h>
+
 #include "dsassoc.h"
 #include "dsdict.h"
 #include "dslist.h"
 #include "dsordcltn.h"
+#include "dstestkey.h"
 #include "process.h"
 #include "tbiostrm.h"
 #include "tbstring.h"
@@ -145,4 +147,22 @@ TEST(TBinit, LinksInEveryClassTheBaseLibraryRegisters) {
     EXPECT_EQ(probe.exitCode(), 0);
     EXPECT_EQ(probe.stderrText(), "");
     EXPECT_EQ(probe.stdoutText(), text.str());
+}
+
+TEST(TBString, HashAssignmentAndConcatenation) {
+    EXPECT_EQ(TBString().hash(), 0u);
+    EXPECT_EQ(TBString("DSSet").hash(), TBTypeDict::strHash("DSSet"));
+    EXPECT_FALSE(TBString("x").isEqual(DSTestKey(1)));
+    TBString s("longer text");
+    const char* buffer = s.string();
+    s = "short";
+    EXPECT_EQ(s.string(), buffer);
+    EXPECT_EQ(s.length(), 5u);
+    s = TBString("a string that is longer than before");
+    s = s.string() + 2;  // from inside its own buffer
+    EXPECT_STREQ(s.string(), "string that is longer than before");
+    TBString a("ab");
+    a &= a & "cd" & TBString("ef");
+    EXPECT_STREQ(a.string(), "ababcdef");
+    EXPECT_EQ(a.length(), 8u);
 }

@@ -1,19 +1,24 @@
-// CORBA basics: the string hash, the two sequences, ZEBString and
-// ZEBUniqueId, through the text object streams and through CDR.
+// CORBA basics: the string hash; CDR memory buffers (alignment from the
+// count, both byte orders, strings, short data); the sequences and ZEBString
+// through object streams and CDR; exceptions and environments.
 #include "corba.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "except.h"
 #include "mstrm.h"
 #include "sequence.h"
 #include "tbiostrm.h"
-#include "tbstring.h"
 #include "zebstring.h"
 
 namespace {
@@ -40,6 +45,81 @@ CORBA_StringSequence strings(std::initializer_list<const char*> items) {
     CORBA::ULong i = 0;
     for (const char* item : items) s[i++] = item;
     return s;
+}
+
+// A user exception of an interface, written as generated code writes one.
+class TestFailure : public CORBA_UserException {
+    CORBA_EXCEPTION_MEMBERS(TestFailure)
+
+public:
+    TestFailure(CORBA::ULong code = 0) : code(code) {}
+    void _write(TBostream& strm) const override { strm << static_cast<unsigned long>(code); }
+    void _copy(TBistream& strm) override {
+        unsigned long c = 0;
+        strm >> c;
+        code = static_cast<CORBA::ULong>(c);
+    }
+    CORBA::ULong code;
+};
+CORBA_EXCEPTION_DEFINE(TestFailure, "Test::Failure", "IDL:Test/Failure:1.0", CORBA_UserException);
+
+// Same name as a real class, another address.
+const CORBA_Exception::Description lookalike("CORBA::BAD_PARAM", "IDL:Test/Lookalike:1.0", nullptr,
+                                             &CORBA_SystemException::_description);
+// An id that is already taken, by TestFailure above in this unit: the first
+// registration keeps it.
+const CORBA_Exception::Description latecomer("Late", "IDL:Test/Failure:1.0", nullptr,
+                                             &CORBA_SystemException::_description);
+
+std::string textForm(const CORBA_Environment& env) {
+    std::ostringstream os;
+    TBostream strm(os);
+    strm << env;
+    return os.str();
+}
+
+using Bytes = std::vector<unsigned char>;
+
+// One encoding of: octet 0xAA, short 0x1122, long 0x33445566, octet 0xBB,
+// double with the bits 0x0102030405060708, float with the bits 0x0A0B0C0D.
+// 'P' marks padding, whose value a reader must not care about.
+Bytes encoded(bool bigEndian) {
+    Bytes be = {0xAA, 'P',  0x11, 0x22, 0x33, 0x44, 0x55, 0x66,  //
+                0xBB, 'P',  'P',  'P',  'P',  'P',  'P',  'P',   //
+                0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,  //
+                0x0A, 0x0B, 0x0C, 0x0D};
+    if (bigEndian) return be;
+    Bytes le = be;
+    auto reverse = [&](size_t at, size_t n) { std::reverse(le.begin() + at, le.begin() + at + n); };
+    reverse(2, 2);
+    reverse(4, 4);
+    reverse(16, 8);
+    reverse(24, 4);
+    return le;
+}
+
+template <class T, class Bits>
+T fromBits(Bits bits) {
+    T v;
+    std::memcpy(&v, &bits, sizeof v);
+    return v;
+}
+
+bool hostIsBigEndian() {
+    const uint16_t one = 1;
+    unsigned char first;
+    std::memcpy(&first, &one, 1);
+    return first == 0;
+}
+
+void expectMarshal(const std::function<void()>& f) {
+    try {
+        f();
+        ADD_FAILURE() << "no CORBA_MARSHAL";
+    } catch (const CORBA_MARSHAL& e) {
+        EXPECT_EQ(e.minor(), 0u);
+        EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+    }
 }
 
 }  // namespace
@@ -121,19 +201,6 @@ TEST(CORBAStringSequence, NullElementSurvivesCdrUnlikeEmpty) {
     EXPECT_EQ(0, compare(s, back));
 }
 
-TEST(ZEBString, HashCompareAndEquality) {
-    ZEBString a("kelvanor");
-    std::string other = "kelvanor";
-    ZEBString b(other.c_str());
-    EXPECT_NE(a.string(), b.string());
-    EXPECT_EQ(a.hash(), b.hash());
-    EXPECT_EQ(TBString("kelvanor").hash(), a.hash());  // the two string classes hash alike
-    EXPECT_EQ(0u, ZEBString(nullptr).hash());
-    EXPECT_TRUE(a == b);
-    EXPECT_LT(ZEBString("a").compare(ZEBString("b")), 0);
-    EXPECT_EQ(-1, a.compare(ZEBUniqueId(3)));  // other classes never compare equal
-}
-
 TEST(ZEBString, StreamFormsAndCountZero) {
     EXPECT_EQ(std::string("\x01\0\0\0\0", 5), cdrBytes(static_cast<const TBTransObject&>(ZEBString())));
     EXPECT_EQ(std::string("\x03\0\0\0ab\0", 7),
@@ -147,4 +214,189 @@ TEST(ZEBString, StreamFormsAndCountZero) {
     std::string cut("\x09\0\0\0abc", 7);
     CORBA_MarshalInBuffer shortData(&cut[0], 7);
     EXPECT_THROW(ZEBString{shortData}, CORBA_MARSHAL);
+}
+
+TEST(CORBAException, NarrowFollowsTheDescriptionChain) {
+    CORBA_BAD_PARAM bad(1, CORBA::COMPLETED_YES);
+    CORBA_Exception* e = &bad;
+    EXPECT_EQ(&bad, CORBA_SystemException::_narrow(e));
+    EXPECT_EQ(nullptr, CORBA_UserException::_narrow(e));
+    EXPECT_EQ(&bad, CORBA_BAD_PARAM::_narrow(e));
+    EXPECT_EQ(nullptr, CORBA_MARSHAL::_narrow(e));
+
+    TestFailure user;
+    EXPECT_EQ(&TestFailure::_description, CORBA_Exception::Description::desc("IDL:Test/Failure:1.0"));
+    EXPECT_EQ(&user, CORBA_UserException::_narrow(static_cast<CORBA_Exception*>(&user)));
+    EXPECT_EQ(nullptr, CORBA_SystemException::_narrow(static_cast<CORBA_Exception*>(&user)));
+
+    // can_cast compares addresses, not names.
+    EXPECT_FALSE(bad._desc()->can_cast(lookalike));
+    EXPECT_TRUE(lookalike.can_cast(CORBA_SystemException::_description));
+    EXPECT_TRUE(bad._desc()->can_cast(CORBA_Exception::_description));
+    EXPECT_FALSE(CORBA_Exception::_description.can_cast(CORBA_SystemException::_description));
+}
+
+TEST(CORBAException, EverySystemExceptionIsRegisteredThrowsAndCopies) {
+    int count = 0;
+#define CHECK_ONE(N)                                                                         \
+    {                                                                                        \
+        ++count;                                                                             \
+        const CORBA_Exception::Description* d =                                              \
+            CORBA_Exception::Description::desc("IDL:omg.org/CORBA/" #N ":1.0");              \
+        ASSERT_EQ(&CORBA_##N::_description, d) << #N;                                        \
+        EXPECT_STREQ("CORBA::" #N, d->name);                                                 \
+        std::unique_ptr<CORBA_Exception> made(d->factory());                                 \
+        EXPECT_NE(nullptr, CORBA_##N::_narrow(made.get())) << #N;                           \
+        CORBA_##N original(42, CORBA::COMPLETED_MAYBE);                                      \
+        std::unique_ptr<CORBA_Exception> copy(original._deep_copy());                        \
+        try {                                                                                \
+            copy->_throw();                                                                  \
+            ADD_FAILURE() << #N << " did not throw";                                         \
+        } catch (const CORBA_##N& caught) {                                                  \
+            EXPECT_EQ(42u, caught.minor());                                                  \
+            EXPECT_EQ(CORBA::COMPLETED_MAYBE, caught.completed());                           \
+        }                                                                                    \
+    }
+    CORBA_SYSTEM_EXCEPTION_LIST(CHECK_ONE)
+#undef CHECK_ONE
+    EXPECT_EQ(26, count);
+
+}
+
+TEST(CORBAEnvironment, StreamForms) {
+    CORBA_Environment empty;
+    EXPECT_EQ("0 ", textForm(empty));
+
+    CORBA_Environment sys;
+    sys.exception(new CORBA_BAD_PARAM(7, CORBA::COMPLETED_MAYBE));
+    EXPECT_EQ(std::string("2 32 IDL:omg.org/CORBA/BAD_PARAM:1.0\0" "7 2 ", 41), textForm(sys));
+
+    CORBA_Environment user;
+    user.exception(new TestFailure(99));
+    CORBA_Environment unlinked;
+    unlinked.exception(new _CORBA_UNLINKED_UserException("IDL:Nobody/Home:1.0"));
+
+    std::ostringstream os;
+    {
+        TBostream out(os);
+        out << sys << user << unlinked << empty;
+    }
+    std::istringstream is(os.str());
+    TBistream in(is);
+    CORBA_Environment back;
+    back.exception(new CORBA_UNKNOWN);
+    in >> back;
+    ASSERT_NE(nullptr, CORBA_BAD_PARAM::_narrow(back.exception()));
+    EXPECT_EQ(7u, CORBA_BAD_PARAM::_narrow(back.exception())->minor());
+    in >> back;
+    ASSERT_NE(nullptr, TestFailure::_narrow(back.exception()));
+    EXPECT_EQ(99u, TestFailure::_narrow(back.exception())->code);
+    // Through an environment an unknown id arrives as the unlinked class.
+    in >> back;
+    _CORBA_UNLINKED_UserException* u = _CORBA_UNLINKED_UserException::_narrow(back.exception());
+    ASSERT_NE(nullptr, u);
+    EXPECT_STREQ("IDL:Nobody/Home:1.0", u->id());
+    EXPECT_NE(nullptr, CORBA_UserException::_narrow(back.exception()));
+    in >> back;
+    EXPECT_EQ(nullptr, back.exception());
+}
+
+TEST(CORBA_MarshalInBuffer, ReadsBothByteOrdersWithPadding) {
+    for (bool big : {false, true}) {
+        Bytes data = encoded(big);
+        // One byte in, so that alignment can only come from the count.
+        std::vector<char> block(data.size() + 1);
+        std::memcpy(block.data() + 1, data.data(), data.size());
+        CORBA_MarshalInBuffer in(block.data() + 1, data.size());
+        in.byte_order(big ? 1 : 0);  // the marker's sense: 1 is big-endian
+        unsigned char o1 = 0, o2 = 0;
+        short s = 0;
+        long l = 0;
+        double d = 0;
+        float f = 0;
+        in >> o1 >> s >> l >> o2 >> d >> f;
+        EXPECT_EQ(o1, 0xAA);
+        EXPECT_EQ(s, 0x1122);
+        EXPECT_EQ(l, 0x33445566);
+        EXPECT_EQ(o2, 0xBB);
+        EXPECT_EQ(d, fromBits<double>(0x0102030405060708ULL)) << "big " << big;
+        EXPECT_EQ(f, fromBits<float>(0x0A0B0C0DU));
+        EXPECT_EQ(in.cursor(), data.size());
+    }
+}
+
+TEST(CORBA_MarshalOutBuffer, WritesHostOrderWithPadding) {
+    CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
+    out << (unsigned char)0xAA << short(0x1122) << 0x33445566L << (unsigned char)0xBB
+        << fromBits<double>(0x0102030405060708ULL) << fromBits<float>(0x0A0B0C0DU);
+    Bytes expect = encoded(hostIsBigEndian());
+    ASSERT_EQ(out.length(), expect.size());
+    for (size_t i = 0; i < expect.size(); ++i) {
+        if (expect[i] == 'P') continue;
+        EXPECT_EQ((unsigned char)out.buffer()[i], expect[i]) << "at " << i;
+    }
+
+    // A double after a byte at position 5 gets 2 pad bytes.
+    CORBA_MarshalOutBuffer mis;
+    mis.owns_buffer(1);
+    mis.put("12345", 5);
+    mis << 'x' << 2.0;
+    const double two = 2.0;
+    EXPECT_EQ(mis.length(), 16u);
+    EXPECT_EQ(std::memcmp(mis.buffer() + 8, &two, 8), 0);
+}
+
+TEST(CORBA_MarshalBuffers, NullAndEmptyStringsStayDifferent) {
+    CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
+    out << static_cast<const char*>(nullptr) << "" << "abc" << "skip me" << 'z';
+    // 0 | 1 '\0' | pad 3 | 4 "abc\0" | 8 "skip me\0" | 'z'
+    ASSERT_EQ(out.length(), 4u + 5 + 3 + 8 + 12 + 1);
+
+    CORBA_MarshalInBuffer in(out.buffer(), out.length());
+    char* null = reinterpret_cast<char*>(1);
+    char* empty = nullptr;
+    in >> null >> empty;
+    EXPECT_EQ(null, nullptr);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_STREQ(empty, "");
+    CORBA::string_free(empty);
+
+    char* view = in.getString();
+    EXPECT_EQ(view, out.buffer() + 16);  // no copy
+    EXPECT_STREQ(view, "abc");
+
+    char small[3] = {'q', 'q', 'q'};
+    in.getCString(small, 3);  // max below the count: no NUL, rest skipped
+    EXPECT_EQ(std::string(small, 3), "ski");
+    char c = 0;
+    in >> c;
+    EXPECT_EQ(c, 'z');
+}
+
+TEST(CORBA_MarshalInBuffer, ShortDataThrowsMarshal) {
+    CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
+    out << 'a' << 7L << "text" << 1.25 << short(3);
+    const CORBA::ULong full = out.length();
+
+    // Every cut of a valid encoding fails cleanly, never past the block.
+    for (CORBA::ULong cut = 0; cut < full; ++cut) {
+        std::vector<char> copy(out.buffer(), out.buffer() + cut);
+        CORBA_MarshalInBuffer in(copy.data(), cut);
+        char c, *s = nullptr;
+        long l;
+        double d;
+        short sh;
+        expectMarshal([&] { in >> c >> l >> s >> d >> sh; });
+        CORBA::string_free(s);
+    }
+
+    // A string count beyond the block is refused.
+    CORBA_MarshalOutBuffer lie;
+    lie.owns_buffer(1);
+    lie << 0x7FFFFFF0UL << "abc";
+    CORBA_MarshalInBuffer li(lie.buffer(), lie.length());
+    expectMarshal([&] { li.getString(); });
 }

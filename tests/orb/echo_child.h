@@ -1,5 +1,6 @@
-// echo_server in a child process for client tests: started on loopback with
-// the broker options given, ready once it printed its reference, stopped by
+// A server in a child process for client tests: echo_server on loopback with
+// the broker options given, or another program that prints its reference
+// first (omniORB's server). Ready once it printed that reference, stopped by
 // its pid when the holder goes.
 #ifndef KELVANOR_TEST_ECHO_CHILD_H
 #define KELVANOR_TEST_ECHO_CHILD_H
@@ -18,18 +19,22 @@
 
 namespace ktest {
 
-inline bool echoServerBuilt() {
-    const char* path = KELVANOR_ECHO_SERVER_BINARY;
-    return path[0] != '\0' && access(path, X_OK) == 0;
+// Test programs that were not built have an empty path.
+inline bool runnable(const char* path) { return path[0] != '\0' && access(path, X_OK) == 0; }
+inline bool echoServerBuilt() { return runnable(KELVANOR_ECHO_SERVER_BINARY); }
+
+// Extra arguments go after "-OAipaddr 127.0.0.1".
+inline std::vector<std::string> echoServerArgv(const std::vector<std::string>& extra = {}) {
+    std::vector<std::string> argv{KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    return argv;
 }
 
 class EchoChild {
 public:
-    // Extra arguments go after "-OAipaddr 127.0.0.1".
-    explicit EchoChild(std::vector<std::string> extra = {}) {
+    explicit EchoChild(std::vector<std::string> argv = echoServerArgv()) {
         Process::Options opts;
-        opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"};
-        opts.argv.insert(opts.argv.end(), extra.begin(), extra.end());
+        opts.argv = std::move(argv);
         if (!_proc.start(opts)) return;
         pollUntil(
             [&] {
@@ -41,9 +46,12 @@ public:
             },
             std::chrono::milliseconds(15000));
         std::unique_ptr<IOP::IOR> parsed(ior.empty() ? nullptr : stringToIOR(ior.c_str()));
-        std::unique_ptr<IIOP::ObjectLocator> loc(parsed ? ZEBGlobalTable::getLocator(*parsed)
-                                                        : nullptr);
-        if (loc) port = loc->port;
+        if (parsed) {
+            typeId = parsed->type_id.in();
+            profiles = parsed->profiles.length();
+            locator.reset(ZEBGlobalTable::getLocator(*parsed));
+        }
+        if (locator) port = locator->port;
     }
     bool ready() const { return !ior.empty() && port != 0; }
     pid_t pid() const { return _proc.pid(); }
@@ -51,7 +59,9 @@ public:
     void kill() { _proc.stop(9, std::chrono::milliseconds(2000)); }
     std::string output() const { return _proc.stdoutText() + _proc.stderrText(); }
 
-    std::string ior;
+    std::string ior, typeId;
+    unsigned long profiles = 0;
+    std::unique_ptr<IIOP::ObjectLocator> locator;  // of the first IIOP profile
     unsigned short port = 0;
 
 private:

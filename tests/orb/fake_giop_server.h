@@ -12,7 +12,6 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -21,11 +20,12 @@
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "handcdr.h"
+#include "sockets.h"
 
 namespace ktest {
 
@@ -50,17 +50,8 @@ public:
     };
 
     explicit FakeGiopServer(Mode mode) : _mode(mode) {
-        _listen = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (_listen < 0 || ::bind(_listen, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 ||
-            ::listen(_listen, 16) != 0 ||
-            getsockname(_listen, reinterpret_cast<sockaddr*>(&a), &len) != 0)
-            return;
-        _port = ntohs(a.sin_port);
-        _thread = std::thread([this] { run(); });
+        _listen = loopbackSocket(_port);
+        if (_listen >= 0) _thread = std::thread([this] { run(); });
     }
     ~FakeGiopServer() {
         _stop = true;
@@ -94,79 +85,6 @@ public:
     }
 
 private:
-    // CDR writer, little-endian, aligned from the first byte of the message.
-    struct Out {
-        std::string b;
-        void align(size_t n) {
-            while (b.size() % n) b.push_back('\0');
-        }
-        Out& octet(uint8_t v) {
-            b.push_back(static_cast<char>(v));
-            return *this;
-        }
-        Out& ulong(uint32_t v) {
-            align(4);
-            for (int i = 0; i < 4; ++i) b.push_back(static_cast<char>(v >> (8 * i)));
-            return *this;
-        }
-        Out& ushort(uint16_t v) {
-            align(2);
-            b.push_back(static_cast<char>(v));
-            b.push_back(static_cast<char>(v >> 8));
-            return *this;
-        }
-        Out& octets(const std::string& s) {
-            ulong(static_cast<uint32_t>(s.size()));
-            b += s;
-            return *this;
-        }
-        Out& string(const std::string& s) {
-            ulong(static_cast<uint32_t>(s.size() + 1));
-            b += s;
-            b.push_back('\0');
-            return *this;
-        }
-        Out& header(uint8_t type) {
-            b = "GIOP";
-            octet(1).octet(0).octet(1).octet(type);
-            return ulong(0);
-        }
-        std::string message() {
-            uint32_t size = static_cast<uint32_t>(b.size() - 12);
-            std::memcpy(&b[8], &size, 4);  // the test hosts are little-endian
-            return b;
-        }
-    };
-    // CDR reader over one message, either byte order; a short read gives 0.
-    struct In {
-        const std::string& b;
-        size_t pos;
-        bool little;
-        void align(size_t n) { pos = (pos + n - 1) / n * n; }
-        uint32_t ulong() {
-            align(4);
-            if (pos + 4 > b.size()) return pos = b.size(), 0;
-            uint32_t v = 0;
-            for (int i = 0; i < 4; ++i)
-                v |= uint32_t(uint8_t(b[pos + i])) << (little ? 8 * i : 8 * (3 - i));
-            pos += 4;
-            return v;
-        }
-        uint8_t octet() { return pos < b.size() ? uint8_t(b[pos++]) : 0; }
-        std::string octets() {
-            uint32_t n = ulong();
-            if (n > b.size() - pos) n = static_cast<uint32_t>(b.size() - pos);
-            std::string s = b.substr(pos, n);
-            pos += n;
-            return s;
-        }
-        std::string string() {
-            std::string s = octets();
-            if (!s.empty() && s.back() == '\0') s.pop_back();
-            return s;
-        }
-    };
-
     void run() {
         std::map<int, std::string> input;
         while (!_stop) {
@@ -202,25 +120,22 @@ private:
     void serve(int fd, std::string& in) {
         while (in.size() >= 12) {
             const bool little = in[6] & 1;
-            In h{in, 8, little};
-            const size_t size = 12 + h.ulong();
+            const size_t size = 12 + handcdr::CdrIn(in.substr(0, 12), little, 8).ulong();
             if (in.size() < size) return;
-            const std::string m = in.substr(0, size);
+            handle(fd, handcdr::CdrIn(in.substr(0, size), little, 12), uint8_t(in[7]));
             in.erase(0, size);
-            handle(fd, m, little);
         }
     }
 
-    void handle(int fd, const std::string& m, bool little) {
-        In r{m, 12, little};
+    void handle(int fd, handcdr::CdrIn r, uint8_t type) {
         Message rec;
-        rec.type = uint8_t(m[7]);
+        rec.type = type;
         uint32_t id = 0;
-        if (rec.type == 3) {
+        if (rec.type == handcdr::kLocateRequest) {
             id = r.ulong();
             rec.key = r.octets();
-        } else if (rec.type == 0) {
-            for (uint32_t n = r.ulong(); n > 0 && r.pos < m.size(); --n) {
+        } else if (rec.type == handcdr::kRequest) {
+            for (uint32_t n = r.ulong(); n > 0 && r.ok(); --n) {
                 r.ulong();
                 r.octets();
             }
@@ -235,50 +150,37 @@ private:
             _messages.push_back(rec);
         }
         if (_mode == Mode::Silent) return;
-        if (rec.type == 3) return locateReply(fd, id, rec.key);
-        if (rec.type != 0 || _mode != Mode::Serve || !rec.response) return;
+        if (rec.type == handcdr::kLocateRequest) return locateReply(fd, id, rec.key);
+        if (rec.type != handcdr::kRequest || _mode != Mode::Serve || !rec.response) return;
         if (rec.operation == "wrong_type") return locateReply(fd, id, std::string());
-        if (rec.operation == "stray") send(fd, reply(id + 1000).string("not yours").message());
-        Out o = reply(id);
+        if (rec.operation == "stray") sendAll(fd, reply(id + 1000).string("not yours").message());
+        handcdr::Cdr o = reply(id);
         if (rec.operation == "say") o.string(r.string());
         else if (rec.operation == "pid") o.ulong(4242);
         else if (rec.operation == "_non_existent") o.octet(0);
         else if (rec.operation == "_is_a") o.octet(1);
         else if (rec.operation == "stray") o.string("yours");
-        send(fd, o.message());
+        sendAll(fd, o.message());
     }
 
-    Out reply(uint32_t id) {
-        Out o;
-        o.header(1).ulong(0).ulong(id).ulong(0);  // no contexts, NO_EXCEPTION
-        return o;
+    // No contexts, NO_EXCEPTION.
+    static handcdr::Cdr reply(uint32_t id) {
+        return handcdr::Cdr().header(handcdr::kReply).ulong(0).ulong(id).ulong(0);
     }
 
     void locateReply(int fd, uint32_t id, const std::string& key) {
-        Out o;
-        o.header(4).ulong(id);
-        if (key.size() > 12 && !_forwardKey.empty() && _mode == Mode::Serve) {
-            Out profile;  // an encapsulation: aligned from its own start
-            profile.octet(1).octet(1).octet(0).string("127.0.0.1").ushort(_forwardPort);
-            profile.octets(_forwardKey);
-            o.ulong(2).string("IDL:Demo/Echo:1.0").ulong(1).ulong(0).octets(profile.b);
-        } else {
+        handcdr::Cdr o;
+        o.header(handcdr::kLocateReply).ulong(id);
+        if (key.size() > 12 && !_forwardKey.empty() && _mode == Mode::Serve)
+            o.ulong(2).ior("IDL:Demo/Echo:1.0",
+                           handcdr::iiopProfile(true, "127.0.0.1", _forwardPort, _forwardKey));
+        else
             o.ulong(1);
-        }
-        send(fd, o.message());
-    }
-
-    static void send(int fd, const std::string& bytes) {
-        size_t done = 0;
-        while (done < bytes.size()) {
-            ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-            if (n <= 0) return;
-            done += static_cast<size_t>(n);
-        }
+        sendAll(fd, o.message());
     }
 
     const Mode _mode;
-    int _listen = -1;
+    int _listen = -1;  // closed by the destructor
     unsigned short _port = 0;
     std::string _forwardKey;
     unsigned short _forwardPort = 0;

@@ -1,14 +1,21 @@
-// Stringified references: round trips, and damaged text that must never
-// crash the reader.
+// What a reference carries: stringified text (round trips, damage that must
+// never crash the reader), object keys of either byte order and foreign
+// ones, and the iordump tool run as a program.
 #include "iorstr.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "except.h"
 #include "giop.h"
+#include "omninames.h"
+#include "process.h"
+#include "zeboid.h"
 
 namespace {
 
@@ -62,6 +69,165 @@ TEST(IORString, DamagedTextNeverCrashes) {
             tryParse(t);
         }
     }
+}
+
+using Bytes = std::vector<unsigned char>;
+
+CORBA_OctetSequence keyOf(const Bytes& b) {
+    CORBA_OctetSequence k;
+    k.length(static_cast<CORBA::ULong>(b.size()));
+    if (!b.empty()) std::memcpy(k.get_buffer(), b.data(), b.size());
+    return k;
+}
+
+// The key of an id, which the test then owns.
+Bytes encode(const ZEBObjectId& id) {
+    CORBA_OctetSequence_var k = id.convert();
+    return Bytes(k->get_buffer(), k->get_buffer() + k->length());
+}
+
+TEST(ZEBObjectId, BigEndianKeyDecodesToTheSameId) {
+    const Bytes be = {0, 'Z', 'E', 'B', 0, 0, 0, 1,  // tag 1
+                      0, 0, 0, 2, 'I', 0, ' ', ' ',  // interface "I"
+                      0, 0, 0, 42, 0x5f, 0, 0, 1};   // unique id, time
+    ZEBObjectId_var id = ZEBObjectId::convert(keyOf(be));
+    ASSERT_TRUE(id);
+    // Encoding again writes our own order: other octets, same id.
+    EXPECT_NE(encode(*id), be);
+    EXPECT_EQ(encode(*id), encode(ZEBTransientId("I", 42, 0x5f000001)));
+}
+
+TEST(ZEBObjectId, ShortForeignAndUnassignedKeysAreNotOurs) {
+    Bytes twelve = {1, 'Z', 'E', 'B', 3, 0, 0, 0, 9, 0, 0, 0};
+    const Bytes eleven(twelve.begin(), twelve.end() - 1);
+    EXPECT_FALSE(ZEBObjectId::isZEBKey(keyOf(eleven)));
+    EXPECT_EQ(ZEBObjectId::convert(keyOf(eleven)), nullptr);
+    EXPECT_FALSE(ZEBObjectId::isZEBKey(CORBA_OctetSequence()));
+
+    Bytes foreign = twelve;
+    foreign[3] = 'X';
+    foreign.resize(40, 0xff);  // long and full of large counts: never read
+    EXPECT_FALSE(ZEBObjectId::isZEBKey(keyOf(foreign)));
+    EXPECT_EQ(ZEBObjectId::convert(keyOf(foreign)), nullptr);
+
+    for (unsigned char tag : {2, 5, 255}) {
+        twelve[4] = tag;
+        EXPECT_TRUE(ZEBObjectId::isZEBKey(keyOf(twelve))) << int(tag);
+        EXPECT_EQ(ZEBObjectId::convert(keyOf(twelve)), nullptr) << int(tag);
+    }
+}
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+Outcome iordump(const std::string& arg) {
+    ktest::Process::Options opts;
+    opts.argv = {KELVANOR_IORDUMP_BINARY, arg};
+    ktest::Process p;
+    EXPECT_TRUE(p.start(opts)) << p.error();
+    EXPECT_TRUE(p.wait(std::chrono::seconds(10)));
+    return {p.exitCode(), p.stdoutText(), p.stderrText()};
+}
+
+// A reference of type IDL:T:1.0 whose one profile is 127.0.0.1:port with key;
+// with no key, one profile of tag 1 instead.
+std::string reference(const CORBA_OctetSequence* key, CORBA::UShort port = 4000) {
+    IIOP::ObjectLocator loc;
+    loc.host = "127.0.0.1";
+    loc.port = port;
+    if (key) loc.object_key = *key;
+    CORBA_OctetSequence_var data = loc.convert();
+    IOP::IOR ior;
+    ior.type_id = "IDL:T:1.0";
+    ior.profiles.length(1);
+    ior.profiles[0].tag = key ? IOP::TAG_INTERNET_IOP : IOP::TAG_MULTIPLE_COMPONENTS;
+    if (key) ior.profiles[0].profile_data = *data;
+    return own(iorToString(ior));
+}
+
+// The last line iordump prints for the key of id.
+std::string kindLine(ZEBObjectId* raw) {
+    ZEBObjectId_var id = raw;
+    CORBA_OctetSequence_var key = id->convert();
+    const Outcome r = iordump(reference(key));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("type_id: IDL:T:1.0\nprofile 0: tag 0\niiop: 1.0 127.0.0.1 4000\nkey: ", 0),
+              0u) << r.out;
+    const std::string::size_type kind = r.out.find("key kind: ");
+    return kind == std::string::npos ? r.out : r.out.substr(kind);
+}
+
+TEST(IORDump, ShowsEachKindOfBrokerKey) {
+    EXPECT_EQ(kindLine(new ZEBPersistentId("Activation::VEX", "VEX")),
+              "key kind: persistent Activation::VEX VEX\n");
+    EXPECT_EQ(kindLine(new ZEBTransientId("Account", 17, 1700000000)),
+              "key kind: transient Account 17 1700000000\n");
+    EXPECT_EQ(kindLine(new ZEBKeyId(99)), "key kind: key 99\n");
+    CORBA_OctetSequence data;
+    data.length(2);
+    data[0] = 0xab;
+    data[1] = 0x01;
+    EXPECT_EQ(kindLine(new ZEBServiceId("NameService", data)),
+              "key kind: service NameService ab01\n");
+}
+
+TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
+    CORBA_OctetSequence key;
+    const std::string good = reference(&key);
+    for (const std::string& bad : {std::string("hello"), "ior:" + good.substr(4), std::string("IOR:"),
+                                   good.substr(0, good.size() - 6), good.substr(0, 30) + "xy"}) {
+        const Outcome r = iordump(bad);
+        EXPECT_EQ(r.status, 1) << bad;
+        EXPECT_TRUE(r.out.empty()) << bad;
+        ASSERT_FALSE(r.err.empty()) << bad;
+        EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+    }
+}
+
+// Profiles 0 and 2 are good IIOP profiles; profile 1 claims the tag but its
+// data stops inside the host name. The good ones are printed in full, the
+// bad one by its tag line and by its number on standard error.
+TEST(IORDump, ADamagedProfileSparesTheOthers) {
+    ZEBObjectId_var id = new ZEBKeyId(5);
+    CORBA_OctetSequence_var key = id->convert();
+    IIOP::ObjectLocator loc;
+    loc.host = "127.0.0.1";
+    loc.port = 4000;
+    loc.object_key = *key;
+    CORBA_OctetSequence_var data = loc.convert();
+    CORBA_OctetSequence cut(*data);
+    cut.length(12);  // order, version, pad, host length, 4 of the host's 10 bytes
+    IOP::IOR ior;
+    ior.type_id = "IDL:T:1.0";
+    ior.profiles.length(3);
+    for (CORBA::ULong i = 0; i < 3; ++i) {
+        ior.profiles[i].tag = IOP::TAG_INTERNET_IOP;
+        ior.profiles[i].profile_data = i == 1 ? cut : *data;
+    }
+    const Outcome r = iordump(own(iorToString(ior)));
+    EXPECT_EQ(r.status, 1);
+    const std::string good = "iiop: 1.0 127.0.0.1 4000\nkey: ";
+    EXPECT_EQ(r.out.find("type_id: IDL:T:1.0\nprofile 0: tag 0\n" + good), 0u) << r.out;
+    EXPECT_NE(r.out.find("key kind: key 5\nprofile 1: tag 0\nprofile 2: tag 0\n" + good),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(r.out.rfind("key kind: key 5\n"), r.out.size() - 16) << r.out;
+    EXPECT_EQ(r.err, "iordump: profile 1: malformed IIOP profile (CORBA::MARSHAL)\n");
+}
+
+TEST(IORDump, ReadsTheRootReferenceOfOmniNames) {
+    KELVANOR_REQUIRE_OMNINAMES();
+    ktest::OmniNames names;
+    ASSERT_TRUE(names.start()) << names.error();
+    const Outcome r = iordump(names.rootIOR());
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("type_id: IDL:omg.org/CosNaming/NamingContext"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("iiop: 1.0 127.0.0.1 " + std::to_string(names.port()) + "\nkey: "),
+              std::string::npos)
+        << r.out;
 }
 
 }  // namespace

@@ -1,23 +1,36 @@
-// The object adapter's tables in one process: finding skeletons by every
-// kind of key, the life of an object through ready and deactivation, and
-// service objects made on demand by an activator.
+// Objects in one process: the object adapter's tables and an object's life,
+// references in both byte orders (local objects found again, stubs for the
+// rest), and implementation definitions.
+#include "zebboa.h"
+
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <iostream>
 #include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "boa.h"
 #include "echo.h"
 #include "except.h"
+#include "giop.h"
+#include "handcdr.h"
 #include "impldef.h"
-#include "orb.h"
-#include "zebboa.h"
 #include "loopback_orb.h"
+#include "orb.h"
 #include "zebglob.h"
 #include "zeboid.h"
 #include "zebskel.h"
+#include "zebstub.h"
 
 namespace {
 
+// References are written by hand as a big-endian peer writes them, so that
+// the reader's swapping is what is under test, not a second use of our writer.
+using handcdr::iorText;
+using handcdr::persistentKey;
 using ktest::EchoServant;
 
 ZEBBOA* boa() {
@@ -134,14 +147,153 @@ TEST(ZEBBOA, ServiceObjectsAreMadeOnceOnDemand) {
     EXPECT_EQ(unknown.skel, nullptr);
 }
 
-TEST(ZEBBOA, PrincipalOutsideAndInsideARequest) {
-    ZEBBOA* a = boa();
-    EchoServant obj("p");
-    EXPECT_EQ(a->get_principal(&obj, nullptr), nullptr);
-    CORBA_OctetSequence p(2);
-    p.length(2);
-    obj._principal(p);
-    CORBA_OctetSequence_var got(a->get_principal(&obj, nullptr));
-    ASSERT_NE(got.ptr(), nullptr);
-    EXPECT_EQ(got->length(), 2u);
+TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
+    CORBA_ORB* o = ktest::loopbackOrb();
+    EchoServant servant("round");
+    int argc = 0;
+    o->BOA_init(argc, nullptr)->obj_is_ready(&servant, nullptr);
+    CORBA_String_var text(o->object_to_string(&servant));
+    ASSERT_EQ(std::strncmp(text, "IOR:", 4), 0);
+
+    CORBA_Object* back = o->string_to_object(text);
+    EXPECT_EQ(back, static_cast<CORBA_Object*>(&servant));
+    EXPECT_EQ(servant._ref_count(), 2);
+    CORBA::release(back);
+
+    Demo::Echo_var echo(Demo::Echo::_narrow(&servant));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_String_var said(echo->say("direct"));
+    EXPECT_STREQ(said, "direct");
 }
+
+TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
+    CORBA_ORB* o = ktest::loopbackOrb();
+    EchoServant servant("bigend");
+    ZEBGlobalTable::_boa->obj_is_ready(&servant, nullptr);
+    const uint16_t port = ZEBGlobalTable::_boa->port();
+
+    std::string text =
+        iorText(false, "IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "bigend"));
+    CORBA_Object* local = o->string_to_object(text.c_str());
+    EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
+    CORBA::release(local);
+
+    // An object this process does not hold, at this process's address,
+    // still gives a stub that names it.
+    text = iorText(false, "IDL:Demo/Echo:1.0", port,
+                   persistentKey(false, "Demo::Echo", "elsewhere"));
+    CORBA_Object_var stub(o->string_to_object(text.c_str()));
+    ASSERT_NE(stub.in(), nullptr);
+    EXPECT_FALSE(stub->_is_local());
+    EXPECT_STREQ(stub->_interface_name(), "Demo::Echo");
+    EXPECT_STREQ(stub->_object_name(), "elsewhere");
+    EXPECT_STREQ(stub->_repository_id(), "IDL:Demo/Echo:1.0");
+    EXPECT_NE(Demo::Echo::_narrow(stub), nullptr);
+    CORBA::release(stub.in());
+
+    // Its own stringified form is in our byte order and decodes alike.
+    CORBA_String_var again(o->object_to_string(stub));
+    CORBA_Object_var stub2(o->string_to_object(again));
+    ASSERT_NE(stub2.in(), nullptr);
+    EXPECT_TRUE(stub->_is_equivalent(stub2));
+}
+
+TEST(ObjectReference, NilAndMalformedText) {
+    CORBA_ORB* o = ktest::loopbackOrb();
+    CORBA_String_var nil(o->object_to_string(nullptr));
+    // The byte-order octet, three blanks of padding, two zero counts.
+    EXPECT_STREQ(nil, "IOR:012020200000000000000000");
+    EXPECT_EQ(o->string_to_object(nil), nullptr);
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(o->string_to_object("ior:0100"), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Invalid Stringified Object Reference 'ior:0100'\n");
+    EXPECT_THROW(o->string_to_object("IOR:01zz"), CORBA_MARSHAL);
+    // A reference as a file holds it, with a line end, reads the same.
+    EXPECT_EQ(o->string_to_object((std::string(nil.in()) + "\r\n").c_str()), nullptr);
+    EXPECT_THROW(o->string_to_object("IOR:01 00"), CORBA_MARSHAL);
+}
+
+TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
+    CORBA_ORB* o = ktest::loopbackOrb();
+    std::string text =
+        iorText(false, "IDL:Nobody/Knows:1.0", 9, persistentKey(false, "Nobody::Knows", "x"));
+    CORBA_Object_var obj(o->string_to_object(text.c_str()));
+    ASSERT_NE(obj.in(), nullptr);
+    EXPECT_EQ(obj->_type_info(), &CORBA_Object::_desc());
+    // Answered from the type, without a call.
+    EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
+
+    testing::internal::CaptureStdout();
+    text = iorText(false, "IDL:Demo/Echo:1.0", 9, "foreign key", 1);
+    EXPECT_THROW(o->string_to_object(text.c_str()), CORBA_INV_OBJREF);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Kelvanor: Unknown IIOP version:\n\tMajor: 1\n\tMinor: 1\n"
+              "Expecting version:\n\tMajor: 1\n\tMinor: 0\n");
+}
+
+TEST(ObjectReference, HashEquivalenceAndBindOnLocal) {
+    ktest::loopbackOrb();
+    EchoServant servant("h");
+    const CORBA::ULong raw = servant._hash(0);
+    EXPECT_EQ(servant._hash(1), 0u);
+    EXPECT_EQ(servant._hash(1000), raw % 1000);
+    EXPECT_NE(raw, EchoServant("other")._hash(0));
+    EXPECT_THROW(servant.CORBA_Object::_bind("Demo::Echo", "h", nullptr, nullptr),
+                 CORBA_BAD_OPERATION);
+    EXPECT_FALSE(servant._non_existent());
+    EXPECT_TRUE(servant._is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(servant._is_a("IDL:Demo/Other:1.0"));
+}
+
+namespace {
+
+CORBA_CreationImplDef sample() {
+    CORBA_StringSequence args;
+    args.length(2);
+    args[0] = "-a";
+    args[1] = "two words";
+    return CORBA_CreationImplDef("Demo::Iface", "obj", CORBA_OctetSequence(), "/bin/sh",
+                                 CORBA_CreationImplDef::UNSHARED_SERVER, args);
+}
+
+TEST(ImplDef, NarrowAndHoldersMakeDeepCopies) {
+    CORBA_CreationImplDef creation = sample();
+    CountingActivator activator;
+    CORBA_ActivationImplDef activation("I", "o", CORBA_OctetSequence(), &activator);
+    CORBA_ImplementationDef plain("I", "o");
+
+    CORBA_CreationImplDef_var narrowed = CORBA_CreationImplDef::_narrow(&creation);
+    EXPECT_NE(narrowed->path.in(), creation.path.in());
+    narrowed = nullptr;  // deleting the copy leaves the argument whole
+    EXPECT_STREQ(creation.path, "/bin/sh");
+    EXPECT_EQ(CORBA_ActivationImplDef::_narrow(&creation), nullptr);
+    EXPECT_EQ(CORBA_CreationImplDef::_narrow(&plain), nullptr);
+    EXPECT_EQ(CORBA_ActivationImplDef_var(CORBA_ActivationImplDef::_narrow(&activation))->activator,
+              &activator);  // shared, not copied
+
+    CORBA_CreationImplDef_var a = creation._copy();
+    CORBA_CreationImplDef_var b = a;
+    b->args[0] = "changed";
+    EXPECT_STREQ(a->args[0], "-a");
+}
+
+TEST(ImplDef, PrintingFormOfOddValues) {
+    CORBA_CreationImplDef odd;  // null strings, and a policy with no name
+    odd.activation_policy = static_cast<CORBA_CreationImplDef::Policy>(3);
+    CORBA_ImplementationDef plain("I", "o");
+    std::ostringstream text;
+    std::streambuf* old = std::cout.rdbuf(text.rdbuf());  // cout stays cout
+    std::cout << static_cast<const CORBA_CreationImplDef*>(&odd) << "|"
+              << static_cast<const CORBA_ImplementationDef*>(&plain);
+    std::cout.rdbuf(old);
+    std::string s = text.str();
+    EXPECT_EQ(s.substr(0, 46), "Interface Name: (null)\nObject Name: (null)\nRef");
+    EXPECT_NE(s.find("\nPath: (null)\nPolicy: Policy:\nArguments:\n"), std::string::npos);
+    EXPECT_EQ(s.substr(s.find('|') + 1),  // the base class: three lines only
+              "Interface Name: I\nObject Name: o\n"
+              "Reference Data: SEQUENCE NAME: CORBA::OctetSequence\nNUM OF ELEMENTS: 0\n\n");
+}
+
+}  // namespace

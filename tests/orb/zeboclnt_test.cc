@@ -1,23 +1,17 @@
-// Client connections and the road to them: one connection per server
-// address shared by its references, the locate exchange and its forwards as
-// they show on the wire, binds by names through the directory agent, tries
-// and suspects, time limits, keep-alive, and a server closing an idle
-// connection. Servers are echo_server in a child process and a scripted
-// GIOP server in a thread of the test.
+// The client side: connections shared per server address, locate and
+// forwards as they show on the wire, binds through the directory agent, time
+// limits, keep-alive, and stub calls whose server goes away or comes back.
 #include "zeboclnt.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include "dispatch.h"
 #include "dsaddr.h"
@@ -27,8 +21,12 @@
 #include "echo_child.h"
 #include "except.h"
 #include "fake_giop_server.h"
+#include "handcdr.h"
 #include "loopback_orb.h"
-#include "zeboid.h"
+#include "omninames.h"
+#include "orb.h"
+#include "sockets.h"
+#include "zebglob.h"
 #include "zeborb.h"
 #include "zebstrm.h"
 #include "zebstub.h"
@@ -37,6 +35,9 @@ namespace {
 
 using std::chrono::milliseconds;
 using Fake = ktest::FakeGiopServer;
+using handcdr::keyById;
+using handcdr::persistentKey;
+using ktest::EchoChild;
 
 // An agent that knows the providers a test gives it and records what it
 // was asked and told. Installed for its lifetime.
@@ -74,39 +75,15 @@ std::string bytes(const CORBA_OctetSequence& s) {
     return std::string(reinterpret_cast<const char*>(s.get_buffer()), s.length());
 }
 
-CORBA_OctetSequence octets(const std::string& s) {
-    CORBA_OctetSequence o;
-    o.length(static_cast<CORBA::ULong>(s.size()));
-    if (!s.empty()) std::memcpy(o.get_buffer(), s.data(), s.size());
-    return o;
-}
-
-std::string persistentKey(const char* iface, const char* name) {
-    CORBA_OctetSequence_var k(ZEBPersistentId(iface, name).convert());
-    return bytes(*k.ptr());
-}
-
-std::string shortKey(CORBA::ULong id) {
-    CORBA_OctetSequence_var k(ZEBKeyId(id).convert());
-    return bytes(*k.ptr());
+Demo::Echo* bindTo(const std::string& ior) {
+    CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(ior.c_str()));
+    return Demo::Echo::_narrow(obj);
 }
 
 // A Demo::Echo reference to key at 127.0.0.1:port, as a reader of an IOR
 // would get it: not yet bound.
 Demo::Echo* echoAt(unsigned short port, const std::string& key) {
-    ktest::loopbackOrb();
-    IIOP::ObjectLocator loc;
-    loc.host = CORBA::strdup("127.0.0.1");
-    loc.port = port;
-    loc.object_key = octets(key);
-    IOP::IOR ior;
-    ior.type_id = CORBA::strdup("IDL:Demo/Echo:1.0");
-    ior.profiles.length(1);
-    ior.profiles[0].tag = IOP::TAG_INTERNET_IOP;
-    CORBA_OctetSequence_var data(loc.convert());
-    ior.profiles[0].profile_data = *data.ptr();
-    CORBA_Object_var obj(ZEBGlobalTable::getObject(ior, nullptr));
-    return Demo::Echo::_narrow(obj);
+    return bindTo(handcdr::iorText(true, "IDL:Demo/Echo:1.0", port, key));
 }
 
 ZEBORBClient* clientAt(unsigned short port) {
@@ -118,26 +95,6 @@ std::vector<std::string> keysOf(const Fake& f) {
     for (const Fake::Message& m : f.messages()) keys.push_back(m.key);
     return keys;
 }
-
-// A port where connections are refused: bound, never listening.
-class RefusingPort {
-public:
-    RefusingPort() {
-        _fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        if (::bind(_fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-            getsockname(_fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
-            port = ntohs(a.sin_port);
-    }
-    ~RefusingPort() { ::close(_fd); }
-    unsigned short port = 0;
-
-private:
-    int _fd;
-};
 
 // Runs the dispatcher until pred holds or ten seconds have passed.
 bool dispatchUntil(const std::function<bool()>& pred) {
@@ -188,7 +145,7 @@ TEST(ZEBORBClient, ReferencesToOneAddressShareOneConnection) {
 TEST(ZEBORBClient, LocateForwardGivesTheKeyThatLaterRequestsCarry) {
     Fake fake(Fake::Mode::Serve);
     ASSERT_TRUE(fake.ok());
-    const std::string shortId = shortKey(7), longId = persistentKey("Demo::Echo", "fwd");
+    const std::string shortId = keyById(7), longId = persistentKey(true, "Demo::Echo", "fwd");
     fake.forwardTo(shortId);
     Demo::Echo_var echo(echoAt(fake.port(), longId));
     CORBA_String_var said(echo->say("hi"));
@@ -221,9 +178,9 @@ TEST(ZEBORBClient, LocateForwardGivesTheKeyThatLaterRequestsCarry) {
 TEST(ZEBORBClient, ForwardToAnotherAddressMovesTheConnectionThere) {
     Fake there(Fake::Mode::Serve), here(Fake::Mode::Serve);
     ASSERT_TRUE(there.ok() && here.ok());
-    const std::string shortId = shortKey(9);
+    const std::string shortId = keyById(9);
     here.forwardTo(shortId, there.port());
-    Demo::Echo_var echo(echoAt(here.port(), persistentKey("Demo::Echo", "moved")));
+    Demo::Echo_var echo(echoAt(here.port(), persistentKey(true, "Demo::Echo", "moved")));
     EXPECT_EQ(4242, echo->pid());
 
     EXPECT_EQ(there.port(), echo->_stub()->client()->provider().address().port());
@@ -252,31 +209,24 @@ TEST(ZEBORBClient, RepliesAreMatchedByRequestId) {
     EXPECT_THROW(echo->_invoke(), CORBA_BAD_INV_ORDER);
 }
 
+// The object is there and the call is never answered: the connection is
+// closed before the caller hears of it. Not even the locate is answered:
+// the bind ends the same way, and the connection made for it goes.
 TEST(ZEBORBClient, TimeLimitsEndCallsToServersThatNeverAnswer) {
     CORBA_BindOptions options;
     options.receive_wait = 1;
-    {
-        // The object is there, the call is never answered.
-        Fake fake(Fake::Mode::LocateOnly);
+    for (Fake::Mode mode : {Fake::Mode::LocateOnly, Fake::Mode::Silent}) {
+        Fake fake(mode);
         ASSERT_TRUE(fake.ok());
         Demo::Echo_var echo(echoAt(fake.port(), "obj"));
         echo->_bind_options(options);
         EXPECT_THROW(echo->pid(), CORBA_NO_RESPONSE);
-        // The connection was closed before the caller heard of it.
-        EXPECT_TRUE(echo->_stub()->client()->closing());
-        EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 1; },
-                                     milliseconds(5000)));
-    }
-    {
-        // Not even the locate is answered: the bind ends the same way, and
-        // the connection made for it goes.
-        Fake fake(Fake::Mode::Silent);
-        ASSERT_TRUE(fake.ok());
-        Demo::Echo_var echo(echoAt(fake.port(), "obj"));
-        echo->_bind_options(options);
-        EXPECT_THROW(echo->pid(), CORBA_NO_RESPONSE);
-        EXPECT_FALSE(echo->_is_bound());
-        EXPECT_EQ(nullptr, clientAt(fake.port()));
+        if (mode == Fake::Mode::LocateOnly) {
+            EXPECT_TRUE(echo->_stub()->client()->closing());
+        } else {
+            EXPECT_FALSE(echo->_is_bound());
+            EXPECT_EQ(nullptr, clientAt(fake.port()));
+        }
         EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 1; },
                                      milliseconds(5000)));
     }
@@ -298,13 +248,12 @@ TEST(ZEBORBClient, KeepAlivePingsTheServerEachPeriod) {
     EXPECT_EQ("_non_existent", ops[2]);
 }
 
-TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
+TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACallAndItsPortServesAgain) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
-    ktest::EchoChild server;
+    EchoChild server;
     ASSERT_TRUE(server.ready()) << server.output();
-    CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(server.ior.c_str()));
-    Demo::Echo_var echo(Demo::Echo::_narrow(obj));
+    Demo::Echo_var echo(bindTo(server.ior));
     ASSERT_EQ(server.pid(), echo->pid());
     ZEBORBClient* client = echo->_stub()->client();
     const int fd = client->fd();
@@ -318,6 +267,12 @@ TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
     EXPECT_TRUE(echo->_is_bound());
     EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
     EXPECT_EQ(nullptr, clientAt(server.port));
+
+    // The old server's end of the connection waits in TIME_WAIT on the
+    // port; a new server must get the port all the same, and is found.
+    EchoChild again(ktest::echoServerArgv({"-OAport", std::to_string(server.port)}));
+    ASSERT_TRUE(again.ready()) << again.output();
+    EXPECT_EQ(again.pid(), echo->pid());
 }
 
 TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
@@ -340,9 +295,10 @@ TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
 
 TEST(ZEBORB, LocateTriesCountRefusedConnectionsAndMarkProvidersSuspect) {
     FakeAgent agent;
-    RefusingPort refusing;
-    ASSERT_NE(0, refusing.port);
-    agent.serve("Demo::Echo_gone", refusing.port);
+    unsigned short refusing = 0;  // bound, never listening: connections are refused
+    ktest::Fd bound(ktest::loopbackSocket(refusing, 0));
+    ASSERT_GE(bound.fd, 0);
+    agent.serve("Demo::Echo_gone", refusing);
     CORBA_BindOptions options;
     for (CORBA::ULong tries : {1u, 3u}) {
         SCOPED_TRACE(tries);
@@ -356,15 +312,15 @@ TEST(ZEBORB, LocateTriesCountRefusedConnectionsAndMarkProvidersSuspect) {
             EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED), e.minor());
         }
         EXPECT_EQ(tries, agent.asked.size());
-        EXPECT_EQ(std::vector<int>(tries, refusing.port), agent.suspects);
-        EXPECT_EQ(nullptr, clientAt(refusing.port));
+        EXPECT_EQ(std::vector<int>(tries, refusing), agent.suspects);
+        EXPECT_EQ(nullptr, clientAt(refusing));
     }
 }
 
 TEST(ZEBORB, BindsByNamesThroughTheAgentConnectingWhenAsked) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     FakeAgent agent;
-    ktest::EchoChild server;
+    EchoChild server;
     ASSERT_TRUE(server.ready()) << server.output();
     agent.serve("Demo::Echo_echo", server.port);
 
@@ -386,4 +342,109 @@ TEST(ZEBORB, BindsByNamesThroughTheAgentConnectingWhenAsked) {
     EXPECT_EQ(deferred->_stub()->client(), now->_stub()->client());
     EXPECT_EQ(1, ktest::connectionsTo(server.port));
     EXPECT_EQ(server.pid(), now->pid());
+}
+
+TEST(ZEBStubInfo, CallsReachEchoServerAndWithoutRebindALossIsACommFailure) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    Demo::Echo_var echo(bindTo(server.ior));
+    ASSERT_NE(echo.in(), nullptr);
+    EXPECT_FALSE(echo->_is_local());
+
+    CORBA_String_var said(echo->say("abc"));
+    EXPECT_STREQ(said, "abc");
+    std::string big(100000, 'x');
+    said = echo->say(big.c_str());
+    EXPECT_EQ(big, said.in());
+    said = echo->say("");
+    EXPECT_STREQ(said, "");
+    echo->note("nobody answers this");
+    EXPECT_EQ(echo->pid(), server.pid());
+
+    // Known from the type without a call, or asked of the server.
+    EXPECT_TRUE(echo->_is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+    EXPECT_FALSE(echo->_non_existent());
+
+    // Without rebinding a lost connection is a COMM_FAILURE; the next call
+    // binds again from the lost state and finds nobody.
+    CORBA_BindOptions options;
+    options.allow_rebind = 0;
+    echo->_bind_options(options);
+    server.kill();
+    EXPECT_THROW(echo->pid(), CORBA_COMM_FAILURE);
+    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
+}
+
+TEST(ZEBStubInfo, CallsReachOmniorbServer) {
+    if (!ktest::runnable(KELVANOR_OMNI_ECHO_SERVER_BINARY)) GTEST_SKIP() << "omniORB not built";
+    EchoChild server({KELVANOR_OMNI_ECHO_SERVER_BINARY});
+    ASSERT_TRUE(server.ready()) << server.output();
+    Demo::Echo_var echo(bindTo(server.ior));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_String_var said(echo->say("to another broker"));
+    EXPECT_STREQ(said, "to another broker");
+    EXPECT_EQ(echo->pid(), server.pid());
+    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+}
+
+TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    ktest::loopbackOrb();
+    std::unique_ptr<EchoChild> server(new EchoChild);
+    ASSERT_TRUE(server->ready()) << server->output();
+    const unsigned short port = server->port;
+    Demo::Echo_var echo(bindTo(server->ior));
+    ASSERT_EQ(server->pid(), echo->pid());
+    server->kill();
+
+    // A raw request finds the connection gone and says a retry makes sense.
+    EXPECT_THROW(
+        {
+            echo->_create_request("pid", 1, 0);
+            echo->_invoke();
+        },
+        CORBA_TRANSIENT);
+    server.reset(new EchoChild(ktest::echoServerArgv({"-OAport", std::to_string(port)})));
+    ASSERT_TRUE(server->ready()) << server->output();
+    // The stub binds again by the same address and repeats the call.
+    EXPECT_EQ(server->pid(), echo->pid());
+    EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, echo->_stub()->state());
+}
+
+TEST(ZEBStubInfo, ForeignObjectOfAnotherBroker) {
+    KELVANOR_REQUIRE_OMNINAMES();
+    ktest::OmniNames ns;
+    ASSERT_TRUE(ns.start()) << ns.error();
+    const std::string ior = ns.rootIOR();
+    CORBA_Object_var root(ktest::loopbackOrb()->string_to_object(ior.c_str()));
+    ASSERT_FALSE(CORBA::is_nil(root.in()));
+    EXPECT_EQ(ZEBStubInfo::KIND_FOREIGN, root->_stub()->kind());
+    EXPECT_TRUE(root->_is_a("IDL:omg.org/CosNaming/NamingContext:1.0"));
+    EXPECT_FALSE(root->_is_a("IDL:Demo/Echo:1.0"));
+    EXPECT_FALSE(root->_non_existent());
+
+    // Bound again after a loss it stays foreign: a __bind would be refused
+    // by a server that does not know it.
+    root->_stub()->unbind();
+    EXPECT_FALSE(root->_non_existent());
+    EXPECT_EQ(ZEBStubInfo::KIND_FOREIGN, root->_stub()->kind());
+    EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, root->_stub()->state());
+
+    ns.stop();
+    EXPECT_THROW(root->_non_existent(), CORBA_TRANSIENT);
+    // Another reference to the address finds the closed connection, still
+    // held by the first, and fails on it.
+    CORBA_Object_var fresh(ktest::loopbackOrb()->string_to_object(ior.c_str()));
+    EXPECT_THROW(fresh->_non_existent(), CORBA_COMM_FAILURE);
+    // The lost one leaves it, and has no names to be found by.
+    EXPECT_THROW(root->_non_existent(), CORBA_NO_IMPLEMENT);
+    // Now the refused connection itself is what the other one meets.
+    try {
+        fresh->_non_existent();
+        ADD_FAILURE() << "reached a stopped server";
+    } catch (const CORBA_COMM_FAILURE& e) {
+        EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED), e.minor());
+    }
 }

@@ -73,34 +73,31 @@ private:
     std::vector<char*> _ptrs;
 };
 
+// The options that take a value. The messages are "Kelvanor: <option> is
+// not followed by a value" (an address for the adapter's two) and
+// "Kelvanor: Invalid <what>"; the text options take any value.
 const struct ValueOption {
     const char* name;
     unsigned long* field;  // null for the text options and the port
-    const char* missing;
-    const char* invalid;  // null for the text options
+    const char* invalid;   // null for the text options
+    std::string missing() const {
+        const bool address = name == std::string("-OAipaddr") || name == std::string("-OAport");
+        return std::string("Kelvanor: ") + name + " is not followed by " +
+               (address ? "an address" : "a value");
+    }
 } kValueOptions[] = {
-    {"-OAipaddr", nullptr, "Kelvanor: -OAipaddr is not followed by an address", nullptr},
-    {"-OAport", nullptr, "Kelvanor: -OAport is not followed by an address",
-     "Kelvanor: Invalid boa port value"},
-    {"-ORBshmsize", &G::shm_bufsize, "Kelvanor: -ORBshmsize is not followed by a value",
-     "Kelvanor: Invalid shared memory size"},
-    {"-ORBsendbufsize", &G::orb_send_bufsize,
-     "Kelvanor: -ORBsendbufsize is not followed by a value", "Kelvanor: Invalid ORB send buffer size"},
-    {"-ORBrcvbufsize", &G::orb_rcv_bufsize, "Kelvanor: -ORBrcvbufsize is not followed by a value",
-     "Kelvanor: Invalid ORB rcv buffer size"},
-    {"-ORBkeepalive", &G::keep_alive_timer, "Kelvanor: -ORBkeepalive is not followed by a value",
-     "Kelvanor: Invalid ORB keep alive timer value"},
-    {"-OAsendbufsize", &G::boa_send_bufsize, "Kelvanor: -OAsendbufsize is not followed by a value",
-     "Kelvanor: Invalid BOA send buffer size"},
-    {"-OArcvbufsize", &G::boa_rcv_bufsize, "Kelvanor: -OArcvbufsize is not followed by a value",
-     "Kelvanor: Invalid BOA rcv buffer size"},
-    {"-ORBagentaddr", nullptr, "Kelvanor: -ORBagentaddr is not followed by a value", nullptr},
-    {"-ORBagentport", &G::agent_port, "Kelvanor: -ORBagentport is not followed by a value",
-     "Kelvanor: Invalid agent port num"},
-    {"-OAmbufsize", &G::tcp_read_size, "Kelvanor: -OAmbufsize is not followed by a value",
-     "Kelvanor: Invalid marshal block size"},
-    {"-ORBmbufsize", &G::tcp_block_size, "Kelvanor: -ORBmbufsize is not followed by a value",
-     "Kelvanor: Invalid marshal block size"},
+    {"-OAipaddr", nullptr, nullptr},
+    {"-OAport", nullptr, "boa port value"},
+    {"-ORBshmsize", &G::shm_bufsize, "shared memory size"},
+    {"-ORBsendbufsize", &G::orb_send_bufsize, "ORB send buffer size"},
+    {"-ORBrcvbufsize", &G::orb_rcv_bufsize, "ORB rcv buffer size"},
+    {"-ORBkeepalive", &G::keep_alive_timer, "ORB keep alive timer value"},
+    {"-OAsendbufsize", &G::boa_send_bufsize, "BOA send buffer size"},
+    {"-OArcvbufsize", &G::boa_rcv_bufsize, "BOA rcv buffer size"},
+    {"-ORBagentaddr", nullptr, nullptr},
+    {"-ORBagentport", &G::agent_port, "agent port num"},
+    {"-OAmbufsize", &G::tcp_read_size, "marshal block size"},
+    {"-ORBmbufsize", &G::tcp_block_size, "marshal block size"},
 };
 
 std::string svc(const char* name) {
@@ -231,10 +228,11 @@ static void parseToStderr(std::initializer_list<const char*> args) {
 TEST(ZEBOptionsDeathTest, MissingAndInvalidValuesExitWithStatusZero) {
     for (const ValueOption& o : kValueOptions) {
         SCOPED_TRACE(o.name);
-        EXPECT_PARSE_EXITS(o.missing, "prog", "a", o.name);
+        EXPECT_PARSE_EXITS(o.missing(), "prog", "a", o.name);
         if (!o.invalid) continue;
         for (const char* bad : {"12x", "-1", " 1", "0x10"})
-            EXPECT_PARSE_EXITS(o.invalid, "prog", o.name, bad, "rest");
+            EXPECT_PARSE_EXITS(std::string("Kelvanor: Invalid ") + o.invalid, "prog", o.name, bad,
+                               "rest");
     }
 }
 

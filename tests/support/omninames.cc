@@ -4,22 +4,13 @@
 #include <cstring>
 #include <thread>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
+
+#include "sockets.h"
 
 namespace ktest {
 
 namespace {
-
-sockaddr_in loopback(unsigned short port) {
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return a;
-}
 
 // The reference follows "Root context is " in omniNames' log.
 std::string findRootIOR(const std::string& log) {
@@ -35,25 +26,9 @@ std::string findRootIOR(const std::string& log) {
 
 // A port on 127.0.0.1 that nobody listens on right now; 0 if none found.
 unsigned short freeLoopbackPort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (fd < 0) return 0;
-    sockaddr_in a = loopback(0);
-    socklen_t len = sizeof a;
     unsigned short port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
-        port = ntohs(a.sin_port);
-    ::close(fd);
-    return port;
-}
-
-bool loopbackPortOpen(unsigned short port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (fd < 0) return false;
-    sockaddr_in a = loopback(port);
-    bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-    ::close(fd);
-    return ok;
+    Fd probe(loopbackSocket(port, 0));
+    return probe.fd >= 0 ? port : 0;
 }
 
 }  // namespace
@@ -107,7 +82,7 @@ bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_poi
     }
     for (;;) {
         if (_ior.empty()) _ior = findRootIOR(output());
-        if (!_ior.empty() && loopbackPortOpen(port)) {
+        if (!_ior.empty() && Fd(connectLoopback(port)).fd >= 0) {
             _port = port;
             _error.clear();
             return true;

@@ -26,9 +26,7 @@ public:
     bool start(std::chrono::milliseconds limit = std::chrono::milliseconds(15000));
     void stop();  // by its pid; also done by the destructor
     const std::string& rootIOR() const { return _ior; }
-    const char* host() const { return "127.0.0.1"; }
     unsigned short port() const { return _port; }
-    pid_t pid() const { return _proc ? _proc->pid() : -1; }
     const std::string& error() const { return _error; }
     std::string output() const;  // what it printed so far
 

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -97,7 +97,6 @@ bool Process::start(const Options& opts) {
         if (_stderrPath.empty()) _stderrPath = _ownDir + "/stderr";
     }
 
-    // After fork the child may only make async-signal-safe calls.
     std::vector<char*> argv;
     for (const auto& a : opts.argv) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -114,55 +113,33 @@ bool Process::start(const Options& opts) {
     for (auto& e : envStore) envp.push_back(const_cast<char*>(e.c_str()));
     envp.push_back(nullptr);
 
-    int in = ::open(opts.stdinPath.empty() ? "/dev/null" : opts.stdinPath.c_str(),
-                    O_RDONLY | O_CLOEXEC);
-    int out = ::open(_stdoutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    int err = ::open(_stderrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    int report[2] = {-1, -1};
-    if (in < 0 || out < 0 || err < 0 || pipe2(report, O_CLOEXEC) != 0) {
-        _error = std::string("open: ") + std::strerror(errno);
-        for (int fd : {in, out, err, report[0], report[1]})
-            if (fd >= 0) ::close(fd);
-        return false;
-    }
-
-    pid_t pid = fork();
-    if (pid == 0) {
-        // An exec failure goes to the parent as errno through the pipe.
-        sigset_t none;
-        sigemptyset(&none);
-        sigprocmask(SIG_SETMASK, &none, nullptr);
-        signal(SIGPIPE, SIG_DFL);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
-        if (opts.cwd.empty() || chdir(opts.cwd.c_str()) == 0)
-            execve(argv[0], argv.data(), envp.data());
-        int code = errno;
-        ssize_t ignored = ::write(report[1], &code, sizeof code);
-        (void)ignored;  // nothing more the child can do
-        _exit(127);
-    }
-    int forkErrno = errno;
-    ::close(in);
-    ::close(out);
-    ::close(err);
-    ::close(report[1]);
-    if (pid < 0) {
-        ::close(report[0]);
-        _error = std::string("fork: ") + std::strerror(forkErrno);
-        return false;
-    }
-    _pid = pid;
-
-    int code = 0;
-    ssize_t n;
-    while ((n = ::read(report[0], &code, sizeof code)) < 0 && errno == EINTR) {
-    }
-    ::close(report[0]);
-    if (n == static_cast<ssize_t>(sizeof code)) {  // exec failed: reap the child
-        wait(std::chrono::milliseconds(5000));
-        _error = "exec " + opts.argv[0] + ": " + std::strerror(code);
+    // The child starts with no signal blocked and SIGPIPE at its default, as
+    // from a shell; the output files are opened before the change of folder.
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(
+        &files, 0, opts.stdinPath.empty() ? "/dev/null" : opts.stdinPath.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 1, _stdoutPath.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&files, 2, _stderrPath.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (!opts.cwd.empty()) posix_spawn_file_actions_addchdir_np(&files, opts.cwd.c_str());
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t none, pipe;
+    sigemptyset(&none);
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setsigdefault(&attr, &pipe);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    // An open, a chdir or the exec that fails is this call's result.
+    const int rc = posix_spawn(&_pid, argv[0], &files, &attr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&files);
+    posix_spawnattr_destroy(&attr);
+    if (rc != 0) {
+        _pid = -1;
+        _error = "start " + opts.argv[0] + ": " + std::strerror(rc);
         return false;
     }
     return true;
@@ -171,7 +148,6 @@ bool Process::start(const Options& opts) {
 void Process::record(int status) {
     _reaped = true;
     _exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    _termSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
 bool Process::running() {

@@ -47,7 +47,6 @@ public:
     };
 
     Process() = default;
-    explicit Process(const Options& opts) { start(opts); }
     ~Process();  // SIGKILL by pid if still running, then reap
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
@@ -56,22 +55,17 @@ public:
     bool start(const Options& opts);
 
     pid_t pid() const { return _pid; }
-    bool started() const { return _pid > 0; }
     bool running();  // reaps the child if it has ended
     bool wait(std::chrono::milliseconds limit);  // true if it ended
     // sig to the pid (never a group), then SIGKILL after `grace`; true if
     // it ended within the grace time.
     bool stop(int sig = 15, std::chrono::milliseconds grace = std::chrono::milliseconds(2000));
 
-    // -1 if killed by a signal, which termSignal() then gives.
-    int exitCode() const { return _exitCode; }
-    int termSignal() const { return _termSignal; }
+    int exitCode() const { return _exitCode; }  // -1 if killed by a signal
     bool exited() const { return _reaped; }
 
     std::string stdoutText() const { return readFile(_stdoutPath); }
     std::string stderrText() const { return readFile(_stderrPath); }
-    const std::string& stdoutPath() const { return _stdoutPath; }
-    const std::string& stderrPath() const { return _stderrPath; }
     const std::string& error() const { return _error; }
 
 private:
@@ -81,7 +75,6 @@ private:
     pid_t _pid = -1;
     bool _reaped = false;
     int _exitCode = -1;
-    int _termSignal = 0;
     std::string _stdoutPath, _stderrPath, _error;
     std::vector<std::string> _ownFiles;  // capture files we made
     std::string _ownDir;

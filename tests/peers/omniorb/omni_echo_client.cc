@@ -4,10 +4,9 @@
 //              _non_existent, one line each; exit 0 only if all are right
 //   latency N  N two-way pid() calls; prints microseconds per call
 //   oneway N   N note("") then one pid() to flush; prints calls per second
-// Usage: omni_echo_client [-ORB options] <IOR:...|@file> check|latency N|oneway N
+// Usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -21,15 +20,6 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// The reference itself, or the first word of the file named after '@'.
-std::string readReference(const std::string& arg) {
-    if (arg.empty() || arg[0] != '@') return arg;
-    std::ifstream in(arg.substr(1));
-    std::string ior;
-    in >> ior;
-    return ior;
 }
 
 bool report(const std::string& what, bool ok, const std::string& detail = "") {
@@ -101,8 +91,7 @@ void oneway(Demo::Echo_ptr echo, long n) {
 }
 
 int usage() {
-    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...|@file> "
-                 "check|latency N|oneway N"
+    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N"
               << std::endl;
     return 2;
 }
@@ -120,7 +109,7 @@ int main(int argc, char** argv) {
         long n = argc > 3 ? std::atol(argv[3]) : 0;
         if (mode != "check" && n <= 0) return usage();
 
-        CORBA::Object_var obj = orb->string_to_object(readReference(argv[1]).c_str());
+        CORBA::Object_var obj = orb->string_to_object(argv[1]);
         // Unchecked: whether the object is an Echo is one of the checks.
         Demo::Echo_var echo = Demo::Echo::_unchecked_narrow(obj);
         int status = 0;

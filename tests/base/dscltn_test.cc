@@ -1,0 +1,290 @@
+// The collections: the linked list's ends, the ordered collection's
+// positions and releases, the hash set's table (downward probing, deletion
+// across the wrap-around) and the dictionary built on it, and tables larger
+// than 2^16 read back from a stream.
+#include "dscltn.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "dsdict.h"
+#include "dslist.h"
+#include "dsordcltn.h"
+#include "dsset.h"
+#include "dstestkey.h"
+
+namespace {
+
+unsigned idAt(const DSDictionary& d, unsigned key) {
+    DSTestKey* v = TB_CAST(DSTestKey, d.atKey(DSTestKey(key)));
+    return v ? v->id : ~0u;
+}
+
+TEST(DSDictionary, SixteenGivesThirtyTwoSlotsAndTheThirtySecondEntryDoubles) {
+    DSDictionary dict(16);
+    EXPECT_EQ(dict.capacity(), 32u);
+    for (unsigned i = 0; i < 31; ++i) dict.addAssoc(*new DSTestKey(i), *new DSTestKey(1000 + i));
+    EXPECT_EQ(dict.capacity(), 32u);
+    dict.addAssoc(*new DSTestKey(31), *new DSTestKey(1031));
+    EXPECT_EQ(dict.capacity(), 64u);
+    for (unsigned i = 0; i < 32; ++i) EXPECT_EQ(idAt(dict, i), 1000 + i);
+}
+
+TEST(DSDictionary, SecondAddAssocOfAKeyKeepsTheFirstValue) {
+    int before = DSTestKey::alive();
+    {
+        DSDictionary dict;
+        ASSERT_NE(dict.addAssoc(*new DSTestKey(1), *new DSTestKey(10)), nullptr);
+        // The refused pair was referenced by nobody else: both go at once.
+        EXPECT_EQ(dict.addAssoc(*new DSTestKey(1), *new DSTestKey(11)), nullptr);
+        EXPECT_EQ(DSTestKey::alive(), before + 2);
+        EXPECT_EQ(idAt(dict, 1), 10u);
+        EXPECT_EQ(dict.size(), 1u);
+    }
+    EXPECT_EQ(DSTestKey::alive(), before);
+}
+
+TEST(DSDictionary, RemovalsByKeyAndAssociationOnly) {
+    DSDictionary dict;
+    DSTestKey* shared = new DSTestKey(50);
+    for (unsigned i = 0; i < 4; ++i) dict.addAssoc(*new DSTestKey(i), *shared);
+    EXPECT_EQ(dict.occurrencesOf(DSTestKey(50)), 4u);  // counts values
+    EXPECT_EQ(dict.occurrencesOf(DSTestKey(0)), 0u);   // not keys
+    DSTestKey bare(1);
+    EXPECT_EQ(dict.add(bare), nullptr);
+    EXPECT_EQ(dict.remove(bare), 0);  // a key is not an association
+    EXPECT_EQ(dict.removeKey(DSTestKey(2)), 1);
+    EXPECT_EQ(dict.removeKey(DSTestKey(2)), 0);
+    DSAssoc probe(*new DSTestKey(3), *new DSTestKey(0));
+    EXPECT_EQ(dict.remove(probe), 1);  // equal by key, whatever the value
+    EXPECT_EQ(dict.removeAssoc(*dict.assocAt(DSTestKey(0))), 1);
+    EXPECT_EQ(shared->refCount(), 1u);
+    EXPECT_EQ(dict.size(), 1u);
+}
+
+
+TEST(DSLinkedList, InsertionsKeepBothEnds) {
+    DSLinkedList l;
+    l.addFirst(*new DSTestKey(2));  // on an empty list: the last as well
+    EXPECT_EQ(l.first(), l.last());
+    l.addFirst(*new DSTestKey(0));
+    EXPECT_NE(l.addAfter(DSTestKey(0), *new DSTestKey(1)), nullptr);
+    EXPECT_NE(l.addAfter(DSTestKey(2), *new DSTestKey(3)), nullptr);  // new last
+    l.add(*new DSTestKey(4));
+    DSTestKey stray(7);
+    EXPECT_EQ(l.addAfter(DSTestKey(42), stray), nullptr);
+    EXPECT_EQ(dsIds(l), (DSIds{0, 1, 2, 3, 4}));
+    EXPECT_EQ(TB_CAST(DSTestKey, l.at(3))->id, 3u);
+    EXPECT_EQ(l.at(5), nullptr);
+    EXPECT_EQ(TB_CAST(DSTestKey, l.find(DSTestKey(4)))->id, 4u);
+}
+
+TEST(DSLinkedList, RemovalsReleaseValuesAndFixTheEnds) {
+    int before = DSTestKey::alive();
+    DSLinkedList l;
+    DSTestKey* same = new DSTestKey(1);
+    for (unsigned i : {0u, 1u, 2u, 3u}) l.add(*new DSTestKey(i));
+    l.add(*same);
+    EXPECT_EQ(l.removeSame(*same), 1);  // the last link, not the first equal one
+    EXPECT_EQ(TB_CAST(DSTestKey, l.last())->id, 3u);
+    EXPECT_EQ(l.removeLast(), 1);
+    l.add(*new DSTestKey(5));  // appends behind the new last
+    EXPECT_EQ(l.remove(DSTestKey(1)), 1);
+    EXPECT_EQ(l.remove(DSTestKey(1)), 0);
+    EXPECT_EQ(l.removeFirst(), 1);
+    EXPECT_EQ(dsIds(l), (DSIds{2, 5}));
+    l.removeAll();
+    EXPECT_EQ(l.first(), nullptr);
+    EXPECT_EQ(l.removeLast(), 0);
+    EXPECT_EQ(DSTestKey::alive(), before);
+    l.add(*new DSTestKey(8));
+    EXPECT_EQ(l.first(), l.last());
+}
+
+
+TEST(DSOrderedCltn, GrowsByDoublingAndKeepsOrder) {
+    DSOrderedCltn c(3), empty(0);
+    EXPECT_EQ(c.capacity(), 3u);  // taken as it is
+    for (unsigned i = 0; i < 4; ++i) c.add(*new DSTestKey(i));
+    EXPECT_EQ(c.capacity(), 6u);
+    EXPECT_EQ(dsIds(c), (DSIds{0, 1, 2, 3}));
+    empty.add(*new DSTestKey(1));
+    empty.addFirst(*new DSTestKey(0));
+    EXPECT_EQ(dsIds(empty), (DSIds{0, 1}));
+}
+
+TEST(DSOrderedCltn, InsertionsByPositionAndNeighbour) {
+    DSOrderedCltn c(2);
+    c.add(*new DSTestKey(2));
+    c.addFirst(*new DSTestKey(0));
+    EXPECT_NE(c.addAfter(DSTestKey(0), *new DSTestKey(1)), nullptr);
+    EXPECT_NE(c.addBefore(DSTestKey(0), *new DSTestKey(9)), nullptr);
+    EXPECT_NE(c.addAtIndex(4, *new DSTestKey(3)), nullptr);
+    DSTestKey stray(5);
+    EXPECT_EQ(c.addAfter(DSTestKey(42), stray), nullptr);
+    EXPECT_EQ(c.addAtIndex(6, stray), nullptr);
+    EXPECT_EQ(c.addAtIndex(-1, stray), nullptr);
+    EXPECT_EQ(stray.refCount(), 0u);
+    EXPECT_EQ(dsIds(c), (DSIds{9, 0, 1, 2, 3}));
+    EXPECT_EQ(c.at(5), nullptr);
+    EXPECT_EQ(c.indexOf(DSTestKey(2)), 3);
+}
+
+// A removed element is released last: its destructor sees the gap closed.
+TEST(DSOrderedCltn, RemovalsByEqualityAddressAndIndex) {
+    DSOrderedCltn c;
+    DSTestKey* a = new DSTestKey(1);
+    DSTestKey b(1);       // equal to a, another object
+    TBResource::ref(&b);  // on the stack: the collection must not delete it
+    c.add(*a);
+    c.add(b);
+    c.add(*new DSTestKey(2));
+    EXPECT_EQ(c.removeSame(b), 1);  // b, although a comes first
+    EXPECT_EQ(c.removeSame(b), 0);
+    EXPECT_EQ(c.removeAt(2), 0);
+    DSIds seen;
+    a->onDestroy = [&] { seen = dsIds(c); };
+    EXPECT_EQ(c.remove(DSTestKey(1)), 1);
+    EXPECT_EQ(seen, (DSIds{2}));
+    EXPECT_EQ(c.removeLast(), 1);
+    EXPECT_EQ(c.removeFirst(), 0);
+}
+
+// The capacity on a stream is kept once the elements back it, also beyond
+// 2^16; unbacked, it is cut, and the elements still all come in order.
+TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
+    DSOrderedCltn written(100000);
+    for (unsigned i = 0; i < 70000; ++i) written.add(*new DSTestKey(i));
+    const std::string text = dsText(&written);
+    DSOrderedCltn* read = dynamic_cast<DSOrderedCltn*>(dsRead(text));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), 100000u);
+    EXPECT_TRUE(dsText(read) == text);
+    TBResource::unref(read);
+
+    DSOrderedCltn few(3);
+    for (unsigned i = 0; i < 3; ++i) few.add(*new DSTestKey(i));
+    std::string lie = dsText(&few);
+    const std::string::size_type counts = lie.find("\n3 3 ");
+    ASSERT_NE(counts, std::string::npos) << lie;
+    lie.replace(counts, 5, "\n4294967295 3 ");
+    read = dynamic_cast<DSOrderedCltn*>(dsRead(lie));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), 1u << 16);
+    EXPECT_EQ(dsIds(*read), (DSIds{0, 1, 2}));
+    TBResource::unref(read);
+}
+
+
+TEST(TBResource, FirstUnrefOfAnUnreferencedObjectDeletes) {
+    int before = DSTestKey::alive();
+    TBResource::unref(new DSTestKey(1));
+    EXPECT_EQ(DSTestKey::alive(), before);
+    DSTestKey* k = new DSTestKey(2);
+    TBResource::ref(k);
+    TBResource::ref(k);
+    k->unref();
+    EXPECT_EQ(DSTestKey::alive(), before + 1);
+    k->unref();
+    EXPECT_EQ(DSTestKey::alive(), before);
+}
+
+// Eight slots (bits 3). Keys 0, 1, 2 all have home 1: they sit in 1, 0 and,
+// wrapping below 0, in 7; key 3 (home 7) is pushed down to 6, key 4 (home 6)
+// to 5, key 5 (home 1) to 4. Removing any one key must leave the others
+// findable.
+TEST(DSSet, RemoveAcrossWrapAroundKeepsChainsWhole) {
+    const unsigned homes[] = {1, 1, 1, 7, 6, 1};
+    const unsigned n = sizeof homes / sizeof homes[0];
+    for (unsigned victim = 0; victim < n; ++victim) {
+        DSSet set(4);
+        std::vector<DSTestKey*> keys;
+        for (unsigned i = 0; i < n; ++i) {
+            keys.push_back(new DSTestKey(i, dsHashHomedAt(homes[i], 3)));
+            set.add(*keys.back());
+        }
+        if (victim == 0) {  // placed downward with wrap-around; iterated in slot order
+            const unsigned slots[] = {1, 0, 7, 6, 5, 4};
+            for (unsigned i = 0; i < n; ++i) EXPECT_EQ(set.slot(slots[i]), keys[i]);
+            EXPECT_EQ(dsIds(set), (DSIds{1, 0, 5, 4, 3, 2}));
+        }
+        DSTestKey probe(victim, keys[victim]->h);
+        EXPECT_EQ(set.remove(probe), 1);
+        EXPECT_EQ(set.remove(probe), 0);
+        EXPECT_EQ(set.size(), n - 1);
+        for (unsigned i = 0; i < n; ++i) {
+            if (i == victim) continue;
+            EXPECT_EQ(set.findObjectWithKey(DSTestKey(i, keys[i]->h)), keys[i])
+                << "victim " << victim << " key " << i;
+        }
+    }
+}
+
+TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
+    int before = DSTestKey::alive();
+    {
+        DSSet set(20);
+        DSTestKey* first = new DSTestKey(3);
+        EXPECT_EQ(set.add(*first), first);
+        DSTestKey second(3);
+        EXPECT_EQ(set.add(second), first);  // the first stays, second unreferenced
+        EXPECT_EQ(second.refCount(), 0u);
+        EXPECT_EQ(set.remove(second), 1);  // releases (here: deletes) the held one
+        EXPECT_EQ(DSTestKey::alive(), before + 1);
+        for (unsigned i = 0; i < 20; ++i) set.add(*new DSTestKey(i));
+        set.removeAll();
+        EXPECT_EQ(DSTestKey::alive(), before + 1);
+        EXPECT_TRUE(set.isEmpty());
+        EXPECT_EQ(set.capacity(), 64u);
+        set.add(*new DSTestKey(4));
+    }
+    EXPECT_EQ(DSTestKey::alive(), before);  // the destructor released the rest
+}
+
+// A table larger than 2^16 slots: the reader sizes it for the count, as for
+// any other size, and enters the elements in the order written. Homes 3i in
+// the 2^18 slots that 70,020 entries get are all distinct, so the layout is
+// the writer's; the twenty keys with homes 6k + 1 would share a slot with
+// the key of home 6k in a table half that size, and come out in another
+// order there.
+TEST(DSSet, LargeTablesReadBackWithTheWritersLayout) {
+    int before = DSTestKey::alive();
+    DSSet written(70020);
+    ASSERT_EQ(written.capacity(), 1u << 18);
+    for (unsigned i = 0; i < 70000; ++i) written.add(*new DSTestKey(i, dsHashHomedAt(3 * i, 18)));
+    for (unsigned k = 0; k < 20; ++k)
+        written.add(*new DSTestKey(100000 + k, dsHashHomedAt(6 * 1700 * k + 1, 18)));
+    const std::string text = dsText(&written);
+
+    DSSet* read = dynamic_cast<DSSet*>(dsRead(text));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->capacity(), written.capacity());
+    EXPECT_TRUE(dsIds(*read) == dsIds(written));
+    EXPECT_TRUE(dsText(read) == text);
+    TBResource::unref(read);
+    written.removeAll();
+    EXPECT_EQ(DSTestKey::alive(), before);
+}
+
+// A count that the elements do not back sizes nothing: the table is made
+// for the elements that came.
+TEST(DSSet, AStatedCountAllocatesOnlyForElementsThatArrive) {
+    DSSet two(2);
+    two.add(*new DSTestKey(1));
+    two.add(*new DSTestKey(2));
+    std::string text = dsText(&two);
+    const std::string::size_type counts = text.find("\n4 2 ");
+    ASSERT_NE(counts, std::string::npos) << text;
+    text.replace(counts, 5, "\n4 4294967295 ");
+    testing::internal::CaptureStderr();  // the reader reports the missing rest
+    DSSet* read = dynamic_cast<DSSet*>(dsRead(text));
+    testing::internal::GetCapturedStderr();
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(read->size(), 2u);
+    EXPECT_EQ(read->capacity(), 4u);  // setCapacity(2)
+    TBResource::unref(read);
+}
+
+}  // namespace
