@@ -1,10 +1,6 @@
 // The daemon as a user runs it: beside a real naming service (omniNames on
 // loopback), bound under "VEX", administered over IIOP by the generated
 // Activation::VEX stub and by an omniORB client built from the same IDL.
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -22,6 +18,7 @@
 #include "orb.h"
 #include "process.h"
 #include "repofile.h"
+#include "sockets.h"
 #include "vex_functions.h"
 #include "zebglob.h"
 #include "zebstub.h"
@@ -31,16 +28,24 @@ namespace {
 using std::chrono::milliseconds;
 
 // A port nobody listens on right now.
-unsigned short freePort() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
+std::string freePort() {
+    unsigned short port = 0;
+    ktest::Fd bound(ktest::loopbackSocket(port, 0));
+    return std::to_string(port);
+}
+
+// A program run to its end within 20 seconds.
+struct ToolRun {
+    int status;
+    std::string out, err;
+};
+ToolRun runTool(std::vector<std::string> argv) {
+    ktest::Process::Options opts;
+    opts.argv = std::move(argv);
+    ktest::Process p;
+    EXPECT_TRUE(p.start(opts));
+    EXPECT_TRUE(p.wait(milliseconds(20000)));
+    return ToolRun{p.exitCode(), p.stdoutText(), p.stderrText()};
 }
 
 class VexNaming : public ::testing::Test {
@@ -55,7 +60,7 @@ protected:
         ASSERT_TRUE(ktest::writeFile(web + "/wai/NameService/test.IOR", _ns.rootIOR() + "\n"));
         setenv("NS_SERVER_ROOT", web.c_str(), 1);
         setenv("NS_SERVER_ID", "test", 1);
-        _port = std::to_string(freePort());
+        _port = freePort();
         _ready = true;
     }
 
@@ -102,8 +107,8 @@ bool remoteIsA(CORBA_Object* obj, const char* id) {
 
 }  // namespace
 
-TEST_F(VexNaming, RegistersAndServesItsInterface) {
-    ktest::Process vex;
+TEST_F(VexNaming, RegistersServesItsInterfaceAndKeepsItsBindingFromASecond) {
+    ktest::Process vex, second;
     ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText() << vex.stderrText();
     EXPECT_FALSE(vex.wait(milliseconds(300))) << "vex ended: " << vex.stdoutText();
 
@@ -113,9 +118,16 @@ TEST_F(VexNaming, RegistersAndServesItsInterface) {
     EXPECT_FALSE(remoteIsA(found, "IDL:omg.org/CosNaming/NamingContext:1.0"));
     EXPECT_FALSE(found->_non_existent());
     EXPECT_EQ(std::to_string(found->_stub()->locator()->port), _port);
+
+    // A second daemon registers too, and leaves the first one's binding.
+    ASSERT_TRUE(startVex(second, freePort())) << second.stdoutText();
+    EXPECT_TRUE(second.running());
+    Activation::VEX_var again(resolveVEX(nullptr));
+    ASSERT_NE(again.in(), nullptr);
+    EXPECT_EQ(std::to_string(again->_stub()->locator()->port), _port);
 }
 
-TEST_F(VexNaming, AdministeredOverIIOP) {
+TEST_F(VexNaming, AdministeredOverIIOPAndRestartedFromItsFile) {
     ktest::Process vex;
     ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText() << vex.stderrText();
     Activation::VEX_var v(resolveVEX(nullptr));
@@ -136,10 +148,10 @@ TEST_F(VexNaming, AdministeredOverIIOP) {
     EXPECT_THROW(v->get_implementation("No::Such", "a"), Activation::NotRegistered);
     EXPECT_THROW(v->unreg_interface("No::Such"), Activation::NotRegistered);
 
-    CORBA_CreationImplDef_var got(v->get_implementation("Demo::Echo", "a"));
-    EXPECT_STREQ(got->path, "/bin/sh");
+    CORBA_CreationImplDef_var found(v->get_implementation("Demo::Echo", "a"));
+    EXPECT_STREQ(found->path, "/bin/sh");
     CORBA_CreationImplDef moved = def("Demo::Echo", "a", "/bin/ls");
-    v->change_implementation(got, &moved);
+    v->change_implementation(found, &moved);
     EXPECT_EQ(ktest::readFile(repo()),
               repofile::file({repofile::entry("Demo::Echo", "a", "/bin/ls")}));
 
@@ -152,37 +164,19 @@ TEST_F(VexNaming, AdministeredOverIIOP) {
     EXPECT_EQ(ktest::readFile(repo()), repofile::file({repofile::entry("Demo::Echo", "a")}));
     v->unregister_all();
     EXPECT_EQ(ktest::readFile(repo()), repofile::file({}));
-}
 
-TEST_F(VexNaming, SecondDaemonKeepsTheFirstBinding) {
-    ktest::Process first, second;
-    ASSERT_TRUE(startVex(first, _port)) << first.stdoutText();
-    const std::string other = std::to_string(freePort());
-    ASSERT_TRUE(startVex(second, other)) << second.stdoutText();
-    EXPECT_TRUE(second.running());
-    Activation::VEX_var v(resolveVEX(nullptr));
-    ASSERT_NE(v.in(), nullptr);
-    EXPECT_EQ(std::to_string(v->_stub()->locator()->port), _port);
-}
-
-TEST_F(VexNaming, TerminationKeepsTheFileAndARestartServesTheOldBinding) {
-    ktest::Process vex;
-    ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText();
-    Activation::VEX_var v(resolveVEX(nullptr));
-    ASSERT_NE(v.in(), nullptr);
-    CORBA_CreationImplDef a = def("Demo::Echo", "kept");
-    CORBA::release(v->reg_implementation(&a));
+    // Terminated while our connection is open, it ends with status 1 and
+    // leaves the file as it was. Started again on the same port, it serves
+    // the binding of the first run: the old reference reconnects, and the
+    // registration came back from the file.
+    CORBA_CreationImplDef kept = def("Demo::Echo", "kept");
+    CORBA::release(v->reg_implementation(&kept));
     const std::string before = ktest::readFile(repo());
-
-    // Our connection is still open when the daemon goes.
     vex.stop(15);
     EXPECT_EQ(vex.exitCode(), 1) << vex.stdoutText() << vex.stderrText();
     EXPECT_EQ(ktest::readFile(repo()), before);
-
     ktest::Process again;
     ASSERT_TRUE(startVex(again, _port)) << again.stdoutText() << again.stderrText();
-    // The binding of the first run names the same port: the old reference
-    // reconnects, and the registration came back from the file.
     CORBA_CreationImplDef_var got(v->get_implementation("Demo::Echo", "kept"));
     EXPECT_STREQ(got->path, "/bin/sh");
 }
@@ -198,14 +192,10 @@ TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
     CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(v));
 
     auto run = [&](std::vector<std::string> args) {
-        ktest::Process::Options opts;
-        opts.argv = {client, ior.in()};
-        opts.argv.insert(opts.argv.end(), args.begin(), args.end());
-        ktest::Process p;
-        EXPECT_TRUE(p.start(opts));
-        EXPECT_TRUE(p.wait(milliseconds(20000)));
-        EXPECT_EQ(p.exitCode(), 0) << p.stdoutText() << p.stderrText();
-        return p.stdoutText();
+        args.insert(args.begin(), {client, ior.in()});
+        ToolRun r = runTool(args);
+        EXPECT_EQ(r.status, 0) << r.out << r.err;
+        return r.out;
     };
     EXPECT_EQ(run({"reg", "Demo::Echo", "o", "/bin/sh", "1", "-x", "y"}), "ok reference\n");
     EXPECT_EQ(ktest::readFile(repo()),
@@ -224,20 +214,11 @@ TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
 TEST_F(VexNaming, VexctlFindsTheDaemonAndReportsRefusalsByStatus) {
     ktest::Process vex;
     ASSERT_TRUE(startVex(vex, _port)) << vex.stdoutText();
-    struct Run {
-        int status;
-        std::string out, err;
+    auto vexctl = [](std::vector<std::string> args) {
+        args.insert(args.begin(), KELVANOR_VEXCTL_BINARY);
+        return runTool(args);
     };
-    auto vexctl = [&](std::vector<std::string> args) {
-        ktest::Process::Options opts;
-        opts.argv = {KELVANOR_VEXCTL_BINARY};
-        opts.argv.insert(opts.argv.end(), args.begin(), args.end());
-        ktest::Process p;
-        EXPECT_TRUE(p.start(opts));
-        EXPECT_TRUE(p.wait(milliseconds(20000)));
-        return Run{p.exitCode(), p.stdoutText(), p.stderrText()};
-    };
-    Run r = vexctl({"reg", "Demo::Echo", "e", "/bin/sh", "--policy", "unshared", "--arg=-OAport",
+    ToolRun r = vexctl({"reg", "Demo::Echo", "e", "/bin/sh", "--policy", "unshared", "--arg=-OAport",
                     "--arg", "7", "--env", "A=1"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(ktest::readFile(repo()),

@@ -34,14 +34,24 @@ CORBA_CreationImplDef makeDef(const char* iface, const char* obj, const char* pa
     return CORBA_CreationImplDef(iface, obj, CORBA_OctetSequence(), path);
 }
 
+// A shared server at path, with nargs arguments.
+void regDef(VEXImpl& repo, const std::string& iface, const std::string& obj,
+            const char* path = "/bin/sh", unsigned nargs = 0) {
+    CORBA_StringSequence args;
+    args.length(nargs);
+    for (unsigned i = 0; i < nargs; ++i) args[i] = "argument";
+    CORBA_CreationImplDef d(iface.c_str(), obj.c_str(), CORBA_OctetSequence(), path,
+                            CORBA_CreationImplDef::SHARED_SERVER, args);
+    CORBA::release(repo.reg_implementation(&d));
+}
+
 class VEXImplTest : public ::testing::Test {
 protected:
     repofile::Env env;
     std::unique_ptr<VEXImpl> repo{new VEXImpl(0)};
 
     void reg(const char* iface, const char* obj, const char* path = "/bin/sh") {
-        CORBA_CreationImplDef d = makeDef(iface, obj, path);
-        CORBA::release(repo->reg_implementation(&d));
+        regDef(*repo, iface, obj, path);
     }
     std::string path(const char* iface, const char* obj) {
         CORBA_CreationImplDef_var d = repo->get_implementation(iface, obj);
@@ -156,17 +166,7 @@ TEST_F(VEXImplTest, ChangeImplementation) {
     EXPECT_EQ(ktest::readFile(env.repo()), before);
 }
 
-
 using repofile::entry;
-
-void regDef(VEXImpl& repo, const std::string& iface, const std::string& obj, unsigned nargs = 0) {
-    CORBA_StringSequence args;
-    args.length(nargs);
-    for (unsigned i = 0; i < nargs; ++i) args[i] = "argument";
-    CORBA_CreationImplDef d(iface.c_str(), obj.c_str(), CORBA_OctetSequence(), "/bin/sh",
-                            CORBA_CreationImplDef::SHARED_SERVER, args);
-    CORBA::release(repo.reg_implementation(&d));
-}
 
 std::vector<std::string> filesIn(const std::string& dir) {
     std::vector<std::string> names;
@@ -252,7 +252,7 @@ TEST_F(RepositoryFile, FailedRewritesEndTheProcessAndKeepTheOldFile) {
             struct rlimit lim;
             lim.rlim_cur = lim.rlim_max = 200;
             setrlimit(RLIMIT_FSIZE, &lim);
-            regDef(repo, "B", "y", 30);
+            regDef(repo, "B", "y", "/bin/sh", 30);
         },
         ::testing::ExitedWithCode(1),
         "VEX: Could not back up repository\nHint: Check if you have write permission in " +
@@ -296,7 +296,7 @@ TEST_F(RepositoryFile, KilledRewritesNeverLeaveATornFile) {
                 if (i % 40 == 39)
                     repo.unregister_all();
                 else
-                    regDef(repo, "I" + std::to_string(i % 3), "o" + std::to_string(i), i % 9);
+                    regDef(repo, "I" + std::to_string(i % 3), "o" + std::to_string(i), "/bin/sh", i % 9);
             }
             _exit(0);
         }

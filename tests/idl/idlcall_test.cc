@@ -4,7 +4,6 @@
 // operations and user exceptions.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,53 +14,11 @@
 #include "boa.h"
 #include "kidl_tile.h"
 #include "orb.h"
-#include "process.h"
+#include "orb_loopback.h"
+#include "../orb/echo_child.h"
 #include "zebglob.h"
 
 namespace {
-
-using std::chrono::milliseconds;
-
-CORBA_ORB* loopbackOrb() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    int argc = 1;
-    char name[] = "test";
-    char* argv[] = {name, nullptr};
-    return CORBA::ORB_init(argc, argv);
-}
-
-// kidl_server in a child process, stopped by pid when the test ends.
-class Server {
-public:
-    Server() {
-        ktest::Process::Options opts;
-        opts.argv = {KELVANOR_KIDL_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "tile"};
-        if (!_proc.start(opts)) return;
-        ktest::pollUntil(
-            [&] {
-                std::string out = _proc.stdoutText();
-                std::string::size_type end = out.find('\n');
-                if (end != std::string::npos && out.compare(0, 4, "IOR:") == 0)
-                    ior = out.substr(0, end);
-                return !ior.empty() || !_proc.running();
-            },
-            milliseconds(15000));
-    }
-    ~Server() { _proc.stop(15, milliseconds(2000)); }
-
-    pid_t pid() const { return _proc.pid(); }
-    // A new stub of the server's object, narrowed to T.
-    template <class T>
-    T* object() const {
-        CORBA_Object_var obj(loopbackOrb()->string_to_object(ior.c_str()));
-        return T::_narrow(obj);
-    }
-
-    std::string ior;
-
-private:
-    ktest::Process _proc;
-};
 
 // The pid of the process that serves obj, asked through the Square stub.
 long servedBy(CORBA_Object* obj) {
@@ -69,11 +26,31 @@ long servedBy(CORBA_Object* obj) {
     return square.in() ? square->side() : -1;
 }
 
+// kidl_server in a child process, stopped by pid when the test ends, and a
+// stub of its object.
+class IdlRemote : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server.ready()) << "kidl_server gave no reference: " << server.output();
+        tile = object<KTest::Tile>();
+        ASSERT_NE(tile.in(), nullptr);
+    }
+    // A new stub of the server's object, narrowed to T.
+    template <class T>
+    T* object() const {
+        CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(server.ior.c_str()));
+        return T::_narrow(obj);
+    }
+
+    ktest::EchoChild server{{KELVANOR_KIDL_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "tile"}};
+    KTest::Tile_var tile;
+};
+
 }  // namespace
 
 TEST(IdlCall, LocalServantIsEveryOneOfItsInterfaces) {
     int argc = 0;
-    CORBA::BOA_ptr boa = loopbackOrb()->BOA_init(argc, nullptr);
+    CORBA::BOA_ptr boa = ktest::loopbackOrb()->BOA_init(argc, nullptr);
     ktest::TileImpl tile("local");
     boa->obj_is_ready(&tile, nullptr);
 
@@ -95,11 +72,7 @@ TEST(IdlCall, LocalServantIsEveryOneOfItsInterfaces) {
     EXPECT_STREQ(tile._interface_name(), "KTest::Tile");
 }
 
-TEST(IdlCall, EveryArgumentKindCrossesTheWire) {
-    Server server;
-    ASSERT_FALSE(server.ior.empty()) << "kidl_server gave no reference";
-    KTest::Tile_var tile(server.object<KTest::Tile>());
-    ASSERT_NE(tile.in(), nullptr);
+TEST_F(IdlRemote, EveryArgumentKindCrossesTheWire) {
     ASSERT_FALSE(tile->_is_local());
     EXPECT_EQ(tile->side(), server.pid());
 
@@ -194,10 +167,8 @@ TEST(IdlCall, EveryArgumentKindCrossesTheWire) {
     EXPECT_STREQ(caption, "poked");
 }
 
-TEST(IdlCall, ClassArgumentsAndNullValues) {
-    Server server;
-    ASSERT_FALSE(server.ior.empty());
-    KTest::Shape_var shape(server.object<KTest::Shape>());
+TEST_F(IdlRemote, ClassArgumentsAndNullValues) {
+    KTest::Shape_var shape(object<KTest::Shape>());
     ASSERT_NE(shape.in(), nullptr);
 
     CORBA_CreationImplDef def("Demo::Echo", "e", CORBA_OctetSequence(), "/bin/old");
@@ -243,11 +214,7 @@ TEST(IdlCall, ClassArgumentsAndNullValues) {
     EXPECT_STREQ(oldHeld, "");
 }
 
-TEST(IdlCall, UserExceptionsArriveWithTheirMembers) {
-    Server server;
-    ASSERT_FALSE(server.ior.empty());
-    KTest::Tile_var tile(server.object<KTest::Tile>());
-    ASSERT_NE(tile.in(), nullptr);
+TEST_F(IdlRemote, UserExceptionsArriveWithTheirMembers) {
 
     try {
         tile->fail(1);
@@ -290,14 +257,12 @@ TEST(IdlCall, UserExceptionsArriveWithTheirMembers) {
     tile->fail(0);
 }
 
-TEST(IdlCall, StubsOfBasesReachTheDerivedServant) {
-    Server server;
-    ASSERT_FALSE(server.ior.empty());
-    KTest::Inner::Base_var base(server.object<KTest::Inner::Base>());
+TEST_F(IdlRemote, StubsOfBasesReachTheDerivedServant) {
+    KTest::Inner::Base_var base(object<KTest::Inner::Base>());
     ASSERT_NE(base.in(), nullptr);
     EXPECT_EQ(base->add(40, 2), 42);
     base->counter(-7);
-    KTest::Labelled_var labelled(server.object<KTest::Labelled>());
+    KTest::Labelled_var labelled(object<KTest::Labelled>());
     ASSERT_NE(labelled.in(), nullptr);
     EXPECT_EQ(labelled->counter(), -7);
     CORBA_String_var caption(labelled->caption());

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -17,30 +18,14 @@
 #include "kidl_tile.h"
 #include "mstrm.h"
 #include "orb.h"
+#include "orb_loopback.h"
 #include "zebglob.h"
 
 namespace {
 
-// The mapping of argument and result types, as users write against it.
-static_assert(std::is_same<decltype(&KTest::Shape::origin), KTest::Point (KTest::Shape::*)()>::value,
-              "a fixed structure comes back by value");
-static_assert(std::is_same<decltype(&KTest::Shape::details),
-                           KTest::Shape::Info* (KTest::Shape::*)()>::value,
-              "a variable structure comes back as a pointer");
-static_assert(std::is_same<decltype(&KTest::Shape::scale),
-                           void (KTest::Shape::*)(CORBA::Double&, KTest::Point&)>::value,
-              "inout primitive and out fixed structure by reference");
-static_assert(std::is_same<decltype(&KTest::Shape::describe),
-                           KTest::Record* (KTest::Shape::*)(const KTest::Record&, KTest::Record*&,
-                                                            KTest::Colour&)>::value,
-              "in const reference, out variable structure as pointer reference");
-static_assert(std::is_same<decltype(&KTest::Shape::rename),
-                           char* (KTest::Shape::*)(const char*, char*&, char*&)>::value,
-              "strings");
-static_assert(std::is_same<decltype(&KTest::Shape::same),
-                           KTest::Shape* (KTest::Shape::*)(KTest::Shape*, KTest::Shape*&,
-                                                           CORBA_Object*&)>::value,
-              "references");
+// The mapping of member types, constants and typedefs. Argument and result
+// types need no check here: the servant in kidl_tile.h overrides each
+// operation with the exact signature.
 static_assert(std::is_same<decltype(KTest::Record::data), CORBA_OctetSequence>::value &&
                   std::is_same<decltype(KTest::Record::words), CORBA_StringSequence>::value &&
                   std::is_same<decltype(KTest::Record::owner), KTest::Shape_var>::value &&
@@ -71,22 +56,14 @@ void roundTrip(const T& in, T& out) {
     EXPECT_EQ(r.cursor(), r.size());
 }
 
-// The bytes of an unsigned long, then a read of T from them.
+// The bytes of these unsigned longs, then a read of T from them.
 template <class T>
-void readFromULong(unsigned long raw, T& out) {
+void readFromULongs(std::initializer_list<unsigned long> raw, T& out) {
     CORBA_MarshalOutBuffer w;
     w.owns_buffer(1);
-    w << raw;
+    for (unsigned long v : raw) w << v;
     CORBA_MarshalInBuffer r(w.buffer(), w.length());
     static_cast<TBistream&>(r) >> out;
-}
-
-CORBA_ORB* loopbackOrb() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    int argc = 1;
-    char name[] = "test";
-    char* argv[] = {name, nullptr};
-    return CORBA::ORB_init(argc, argv);
 }
 
 void expectBadParam(const std::function<void()>& f) {
@@ -113,9 +90,9 @@ std::string consoleText(const std::function<void()>& print) {
 
 }  // namespace
 
-TEST(IdlStruct, EveryMemberKindRoundTrips) {
+TEST(IdlStruct, EveryMemberKindRoundTripsAndCopiesOwnTheirParts) {
     int argc = 0;
-    loopbackOrb();
+    ktest::loopbackOrb();
     ktest::TileImpl tile("records");
     CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr)->obj_is_ready(&tile, nullptr);
 
@@ -152,32 +129,16 @@ TEST(IdlStruct, EveryMemberKindRoundTrips) {
     KTest::Record out;
     out.name = "old";  // replaced, not written into
     roundTrip(in, out);
-    EXPECT_STREQ(out.name, "name");
-    EXPECT_STREQ(out.tag, "");
+    // The printed form shows every member, so the two agree only if each
+    // member came back; a few values are looked for to be sure it does.
+    const std::string printed = consoleText([&] { std::cout << in; });
+    EXPECT_EQ(consoleText([&] { std::cout << out; }), printed);
+    for (const char* shown : {"name: name\n", "w1", "2147483647", "Colour:blue", "us: 65535\n",
+                              "ul: 4000000000\n", "d: -2.25\n"})
+        EXPECT_NE(printed.find(shown), std::string::npos) << shown << " in " << printed;
     // This process holds the object: the references come back as itself.
     EXPECT_EQ(out.anything.in(), static_cast<CORBA_Object*>(&tile));
     EXPECT_EQ(out.owner.in(), static_cast<KTest::Shape*>(&tile));
-    EXPECT_EQ(out.data.compare(in.data), 0);
-    ASSERT_EQ(out.words.length(), 2u);
-    EXPECT_STREQ(out.words[1], "w1");
-    ASSERT_EQ(out.numbers.length(), 2u);
-    EXPECT_EQ(out.numbers[0], -5);
-    EXPECT_EQ(out.numbers[1], 0x7fffffff);
-    ASSERT_EQ(out.table.length(), 2u);
-    EXPECT_EQ(out.table[0].length(), 0u);
-    EXPECT_EQ(out.table[1][0], KTest::blue);
-    EXPECT_EQ(out.points[0].x, -1);
-    EXPECT_EQ(out.hue, KTest::green);
-    EXPECT_EQ(out.flag, 1);
-    EXPECT_EQ(out.letter, 'q');
-    EXPECT_EQ(out.small, 200);
-    EXPECT_EQ(out.s, -300);
-    EXPECT_EQ(out.us, 65535);
-    EXPECT_EQ(out.l, -70000);
-    EXPECT_EQ(out.ul, 4000000000u);
-    EXPECT_EQ(out.f, 1.5f);
-    EXPECT_EQ(out.d, -2.25);
-    EXPECT_EQ(out.origin.y, 9);
 
     // Null strings and nil references go out as "" and the nil reference.
     KTest::Record empty, back;
@@ -186,13 +147,8 @@ TEST(IdlStruct, EveryMemberKindRoundTrips) {
     EXPECT_STREQ(back.name, "");
     EXPECT_EQ(back.owner.in(), nullptr);
     EXPECT_EQ(back.anything.in(), nullptr);
-}
 
-TEST(IdlStruct, CopiesOwnTheirStringsAndCountTheirReferences) {
-    int argc = 0;
-    loopbackOrb();
-    ktest::TileImpl tile("copies");
-    CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr)->obj_is_ready(&tile, nullptr);
+    // Copies own their strings and count their references.
     const CORBA::Long before = tile._ref_count();
     {
         KTest::Shape::Broken a(&tile, "why");
@@ -237,38 +193,21 @@ TEST(IdlStruct, KeywordMembersAndSequencesOfTheStandInClass) {
 
 TEST(IdlEnum, ValueBeyondTheLastIsBadParam) {
     KTest::Colour c = KTest::red;
-    readFromULong(2, c);
+    readFromULongs({2}, c);
     EXPECT_EQ(c, KTest::blue);
-    expectBadParam([] {
-        KTest::Colour x;
-        readFromULong(3, x);
-    });
-    expectBadParam([] {
-        CosNaming::NamingContext::NotFoundReason x;
-        readFromULong(0xffffffffUL, x);
-    });
-    // Inside a structure and a sequence.
-    expectBadParam([] {
-        CosNaming::Binding b;
-        CORBA_MarshalOutBuffer w;
-        w.owns_buffer(1);
-        w << 0UL << 2UL;  // no name components, then the type
-        CORBA_MarshalInBuffer r(w.buffer(), w.length());
-        static_cast<TBistream&>(r) >> b;
-    });
-    expectBadParam([] {
-        KTest::Record::_table_seq_seq row;
-        CORBA_MarshalOutBuffer w;
-        w.owns_buffer(1);
-        w << 2UL << 1UL << 7UL;
-        CORBA_MarshalInBuffer r(w.buffer(), w.length());
-        static_cast<TBistream&>(r) >> row;
-    });
+    KTest::Colour colour;
+    CosNaming::NamingContext::NotFoundReason reason;
+    CosNaming::Binding binding;
+    KTest::Record::_table_seq_seq row;
+    expectBadParam([&] { readFromULongs({3}, colour); });
+    expectBadParam([&] { readFromULongs({0xffffffffUL}, reason); });
+    // Inside a structure (no name components, then the type) and a sequence.
+    expectBadParam([&] { readFromULongs({0, 2}, binding); });
+    expectBadParam([&] { readFromULongs({2, 1, 7}, row); });
 }
 
 TEST(IdlSequence, LengthIndexAndStreamForm) {
     KTest::PointList pts;
-    EXPECT_EQ(pts.length(), 0u);
     pts.length(0);
     EXPECT_EQ(pts.get_buffer(), nullptr);
     expectBadParam([&] { pts[0]; });
@@ -290,15 +229,6 @@ TEST(IdlSequence, LengthIndexAndStreamForm) {
     w.owns_buffer(1);
     static_cast<TBostream&>(w) << back;
     EXPECT_EQ(w.length(), 4u + 3 * 8);
-
-    KTest::Bytes bytes;
-    bytes.length(3);
-    bytes[0] = 1;
-    bytes[2] = 255;
-    KTest::Bytes bytesBack;
-    roundTrip(bytes, bytesBack);
-    ASSERT_EQ(bytesBack.length(), 3u);
-    EXPECT_EQ(bytesBack[2], 255);
 
     KTest::ShapeList shapes(2);
     shapes.length(2);
@@ -367,7 +297,7 @@ TEST(IdlException, MembersRoundTripByRepositoryId) {
     EXPECT_EQ(r.cursor(), r.size());
 }
 
-TEST(IdlPrinting, ConsoleFormsOfStructuresSequencesEnumsAndExceptions) {
+TEST(IdlPrinting, FormsOfStructuresSequencesEnumsAndExceptions) {
     Activation::ObjectStatusList list(1);
     list.length(1);
     list[0].process_id = 42;
@@ -392,11 +322,8 @@ TEST(IdlPrinting, ConsoleFormsOfStructuresSequencesEnumsAndExceptions) {
               "struct KTest::Point {\n\tx: 1\n\ty: -2\n}\n"
               "Exception: KTest::Failure\n\treason: bad\n\tcode: 3\n\thue: Colour:red\n\n"
               "\twhere: SEQUENCE NAME: KTest::PointList\nNUM OF ELEMENTS: 0\n\n");
-}
 
-TEST(IdlPrinting, OtherStreamsGetTheStreamForm) {
-    KTest::Point p;
-    p.x = 7;
+    // Other streams get the stream form.
     std::ostringstream printed, direct;
     printed << p << KTest::green;
     TBostream strm(direct);
@@ -435,36 +362,34 @@ TEST(IdlClass, CreationImplDefStandsForTheStructure) {
 }
 
 TEST(IdlNames, RepositoryIdsRunTimeNamesAndMethodTables) {
-    EXPECT_STREQ(Activation::VEX::_desc().interface_name(), "Activation::VEX");
-    EXPECT_STREQ(Activation::VEX::_desc().repository_id(), "IDL:pellomar/Activation/VEX:1.0");
-    EXPECT_STREQ(Activation::DuplicateEntry::_description.id,
-                 "IDL:pellomar/Activation/DuplicateEntry:1.0");
-    EXPECT_STREQ(Activation::NotResponding::_description.name, "Activation::NotResponding");
-    EXPECT_STREQ(CosNaming::NamingContext::NotFound::_description.name,
-                 "CosNaming::NamingContext::NotFound");
-    EXPECT_STREQ(CosNaming::NamingContext::NotFound::_description.id,
-                 "IDL:omg.org/CosNaming/NamingContext/NotFound:1.0");
-    EXPECT_STREQ(CosNaming::BindingIterator::_desc().repository_id(),
-                 "IDL:omg.org/CosNaming/BindingIterator:1.0");
-    EXPECT_STREQ(KTest::Inner::Base::_desc().interface_name(), "KTest::Inner::Base");
-    EXPECT_STREQ(KTest::Inner::Base::_desc().repository_id(),
-                 "IDL:kelvanor.test/KTest/Inner/Base:1.0");
-
-    const char* naming[] = {"bind",   "rebind",      "bind_context",     "rebind_context",
-                            "resolve", "unbind",     "new_context",      "bind_new_context",
-                            "destroy", "list"};
+    // Method tables hold the interface's own operations, in order;
+    // attributes go by their wire names.
+    const std::pair<const char*, const char*> names[] = {
+        {Activation::VEX::_desc().interface_name(), "Activation::VEX"},
+        {Activation::VEX::_desc().repository_id(), "IDL:pellomar/Activation/VEX:1.0"},
+        {Activation::DuplicateEntry::_description.id, "IDL:pellomar/Activation/DuplicateEntry:1.0"},
+        {Activation::NotResponding::_description.name, "Activation::NotResponding"},
+        {CosNaming::NamingContext::NotFound::_description.name, "CosNaming::NamingContext::NotFound"},
+        {CosNaming::NamingContext::NotFound::_description.id,
+         "IDL:omg.org/CosNaming/NamingContext/NotFound:1.0"},
+        {CosNaming::BindingIterator::_desc().repository_id(),
+         "IDL:omg.org/CosNaming/BindingIterator:1.0"},
+        {KTest::Inner::Base::_desc().interface_name(), "KTest::Inner::Base"},
+        {KTest::Inner::Base::_desc().repository_id(), "IDL:kelvanor.test/KTest/Inner/Base:1.0"},
+        {_sk_Activation::_sk_VEX::_methods[11].name, "boa_activate_obj"},
+        {_sk_KTest::_sk_Tile::_methods[1].name, "shapes"},
+        {_sk_KTest::_sk_Shape::_methods[0].name, "_get_form"},
+        {_sk_KTest::_sk_Shape::_methods[1].name, "_set_form"},
+        {_sk_KTest::_sk_Inner::_sk_Base::_methods[0].name, "_get_name"},
+        {_sk_KTest::_sk_Inner::_sk_Base::_methods[1].name, "_get_counter"},
+    };
+    for (const auto& n : names) EXPECT_STREQ(n.first, n.second);
+    const char* naming[] = {"bind",    "rebind", "bind_context", "rebind_context",   "resolve",
+                            "unbind",  "new_context",  "bind_new_context", "destroy", "list"};
     for (int i = 0; i < 10; ++i)
         EXPECT_STREQ(_sk_CosNaming::_sk_NamingContext::_methods[i].name, naming[i]) << i;
     EXPECT_EQ(_sk_Activation::_sk_VEX::_methods[0].method,
               &_sk_Activation::_sk_VEX::_reg_implementation);
-    EXPECT_STREQ(_sk_Activation::_sk_VEX::_methods[11].name, "boa_activate_obj");
-    // The table holds the interface's own operations; attributes go by
-    // their wire names.
-    EXPECT_STREQ(_sk_KTest::_sk_Tile::_methods[1].name, "shapes");
-    EXPECT_STREQ(_sk_KTest::_sk_Shape::_methods[0].name, "_get_form");
-    EXPECT_STREQ(_sk_KTest::_sk_Shape::_methods[1].name, "_set_form");
-    EXPECT_STREQ(_sk_KTest::_sk_Inner::_sk_Base::_methods[0].name, "_get_name");
-    EXPECT_STREQ(_sk_KTest::_sk_Inner::_sk_Base::_methods[1].name, "_get_counter");
 
     // The bases of the stub records, left to right.
     const CORBA_TypeInfo& tile = KTest::Tile::_desc();

@@ -4,20 +4,9 @@
 #define KELVANOR_TEST_LOOPBACK_ORB_H
 
 #include "echo.h"
-#include "orb.h"
-#include "zebglob.h"
+#include "orb_loopback.h"
 
 namespace ktest {
-
-// Each test runs in a process of its own, so the first call makes the
-// adapter, on 127.0.0.1.
-inline CORBA_ORB* loopbackOrb() {
-    ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-    int argc = 1;
-    char name[] = "test";
-    char* argv[] = {name, nullptr};
-    return CORBA::ORB_init(argc, argv);
-}
 
 class EchoServant : public _sk_Demo::_sk_Echo {
 public:

@@ -248,7 +248,7 @@ TEST(ZEBORBClient, KeepAlivePingsTheServerEachPeriod) {
     EXPECT_EQ("_non_existent", ops[2]);
 }
 
-TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACallAndItsPortServesAgain) {
+TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACall) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
     EchoChild server;
@@ -267,12 +267,6 @@ TEST(ZEBORBClient, IdleServerClosingIsSeenWithoutACallAndItsPortServesAgain) {
     EXPECT_TRUE(echo->_is_bound());
     EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
     EXPECT_EQ(nullptr, clientAt(server.port));
-
-    // The old server's end of the connection waits in TIME_WAIT on the
-    // port; a new server must get the port all the same, and is found.
-    EchoChild again(ktest::echoServerArgv({"-OAport", std::to_string(server.port)}));
-    ASSERT_TRUE(again.ready()) << again.output();
-    EXPECT_EQ(again.pid(), echo->pid());
 }
 
 TEST(ZEBORB, NamesGoToTheAgentForRunningThenActivatableObjects) {
@@ -408,7 +402,9 @@ TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
         CORBA_TRANSIENT);
     server.reset(new EchoChild(ktest::echoServerArgv({"-OAport", std::to_string(port)})));
     ASSERT_TRUE(server->ready()) << server->output();
-    // The stub binds again by the same address and repeats the call.
+    // The old server's end of the connection waits in TIME_WAIT on the port;
+    // the new one gets it all the same, and the stub binds again by the
+    // same address and repeats the call.
     EXPECT_EQ(server->pid(), echo->pid());
     EXPECT_EQ(ZEBStubInfo::STUB_REBOUND, echo->_stub()->state());
 }
