@@ -12,7 +12,8 @@
 
 VEXActivationInfo::VEXActivationInfo(CORBA_CreationImplDef* impl)
     : _impl(impl), _status_list(nullptr), _status_count(0), _status_capacity(0),
-      _pending(nullptr), _waiting(false), _wakeup_armed(false), _registered(false) {}
+      _pending(nullptr), _waiting(false), _wakeup_armed(false), _registered(false),
+      _withdrawn(false) {}
 
 VEXActivationInfo::~VEXActivationInfo() {
     if (_wakeup_armed) dpDispatcher::instance()->stopTimer(this);
