@@ -14,6 +14,7 @@
 #include "dispatch.h"
 #include "except.h"
 #include "impldef.h"
+#include "vexsig.h"
 #include "vexsrv.h"
 
 namespace {
@@ -86,15 +87,22 @@ CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
 
         VEXTimer timer;
         if (timeout != -1) timer.start(timeout);
-        _waiting = true;
+        // Cleared on every way out, an exception out of the dispatcher too.
+        struct WaitFlag {
+            bool& flag;
+            explicit WaitFlag(bool& f) : flag(f) { flag = true; }
+            ~WaitFlag() { flag = false; }
+        } waitFlag(_waiting);
         dpDispatcher* d = dpDispatcher::instance();
         for (;;) {
-            d->dispatch();
+            {
+                VEXChildExitAllow exits;
+                d->dispatch();
+            }
             if (_withdrawn) {
                 // Unregistered by a request served in this loop: the record
                 // is kept alive for us, but its start no longer counts.
                 pending(nullptr);
-                _waiting = false;
                 throw Activation::NotRegistered();
             }
             // The child died: deactivate, from the signal handler, freed
@@ -103,7 +111,6 @@ CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
             if (timeout != -1 && timer.expired()) {
                 // The child runs on; if it reports later, it is adopted.
                 pending(nullptr);
-                _waiting = false;
                 throw Activation::NotResponding();
             }
             if (_pending->activation_state != Activation::WAITING_FOR_ACTIVATION) {
@@ -115,11 +122,9 @@ CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
                     _pending = nullptr;
                     _addToList(done);
                 }
-                _waiting = false;
                 return ref;
             }
         }
-        _waiting = false;
         if (--retries <= 0) throw Activation::NotResponding();
     }
 }
@@ -161,6 +166,10 @@ unsigned long VEXActivationInfo::_spawn() {
         // the attempt ends by its time limit.
         return static_cast<unsigned long>(pid);
     }
+    // The program starts with the signal mask of an ordinary process.
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     if (!env.empty()) {
         execve(argv[0], argv.data(), envp.data());
         perror("execve: ");
@@ -178,6 +187,8 @@ unsigned long VEXActivationInfo::_spawn() {
 }
 
 void VEXActivationInfo::deactivate(unsigned long pid) {
+    // Runs in the child-exit signal handler: touches the status list,
+    // _pending and the wake-up timer of this record only.
     _removeFromList(pid);
     if (!_pending || _pending->process_id != pid) return;
     if (_waiting && !_wakeup_armed) {
@@ -225,6 +236,7 @@ Activation::ImplementationStatus* VEXActivationInfo::status() const {
 
 CORBA_Object* VEXImpl::lookup_implementation(const char* interface_name, const char* object_name,
                                              CORBA::Long timeout) {
+    VEXChildExitBlock exits;
     if (!object_name || !*object_name) return lookup_interface(interface_name, timeout);
     DSDictionary* inner = findInterface(interface_name);
     if (!inner || inner->isEmpty()) throw Activation::NotRegistered();
@@ -234,6 +246,7 @@ CORBA_Object* VEXImpl::lookup_implementation(const char* interface_name, const c
 }
 
 CORBA_Object* VEXImpl::lookup_interface(const char* interface_name, CORBA::Long timeout) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner || inner->isEmpty()) throw Activation::NotRegistered();
     // A running shared server is preferred; otherwise the entry that the
@@ -252,6 +265,7 @@ CORBA_Object* VEXImpl::lookup_interface(const char* interface_name, CORBA::Long 
 
 CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object* obj, const char* interface_name,
                                                  CORBA::Long pid) {
+    VEXChildExitBlock exits;
     if (!obj) throw Activation::NotRegistered();
     VEXActivationInfo* info = findEntry(interface_name, obj->_object_name());
     if (!info) throw Activation::NotRegistered();
@@ -277,11 +291,13 @@ void VEXImpl::record_child_exit(unsigned long pid) {
 
 Activation::ImplementationStatus* VEXImpl::get_status(const char* interface_name,
                                                       const char* object_name) {
+    VEXChildExitBlock exits;
     VEXActivationInfo* info = lookupEntry(interface_name, object_name, nullptr);
     return info->status();
 }
 
 Activation::ImplStatusList* VEXImpl::get_status_interface(const char* interface_name) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner) throw Activation::NotRegistered();
     std::unique_ptr<Activation::ImplStatusList> list(
@@ -300,6 +316,7 @@ Activation::ImplStatusList* VEXImpl::get_status_interface(const char* interface_
 }
 
 Activation::ImplStatusList* VEXImpl::get_status_all() {
+    VEXChildExitBlock exits;
     const CORBA::ULong total = static_cast<CORBA::ULong>(entryCount());
     std::unique_ptr<Activation::ImplStatusList> list(new Activation::ImplStatusList(total));
     list->length(total);

@@ -18,6 +18,7 @@
 #include "except.h"
 #include "impldef.h"
 #include "tbfstrm.h"
+#include "vexsig.h"
 #include "zebglob.h"
 
 using std::cout;
@@ -182,6 +183,7 @@ void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
 }
 
 CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
+    VEXChildExitBlock exits;
     if (!file_exists(impl->path)) throw Activation::InvalidPath();
     _addImpl(impl);
     _updateRepository();
@@ -191,6 +193,7 @@ CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
 }
 
 void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(interface_name, object_name, &inner);
     drop(info);  // leaves the directory agent; its processes run on
@@ -205,6 +208,7 @@ void VEXImpl::unreg_implementation(const char* interface_name, const char* objec
 }
 
 void VEXImpl::unreg_interface(const char* interface_name) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner) throw Activation::NotRegistered();
     DSIterator it(*inner);
@@ -229,6 +233,7 @@ CORBA_CreationImplDef* VEXImpl::get_implementation(const char* interface_name,
 
 void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
                                     CORBA_CreationImplDef* new_impl) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(old_impl->interface_name, old_impl->object_name, &inner);
     // Only a running shared server blocks the change; a start in progress
@@ -243,6 +248,7 @@ void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
 }
 
 void VEXImpl::unregister_all() {
+    VEXChildExitBlock exits;
     DSIterator it(_impl_table);
     while (DSResource* e = it.next())
         retireRecords(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
