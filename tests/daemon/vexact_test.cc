@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "Activation.h"
+#include "boa.h"
 #include "echo.h"
 #include "except.h"
 #include "impldef.h"
@@ -379,4 +380,23 @@ TEST_F(VexActivation, UnregisteringDuringAStartEndsTheWaitingLookup) {
     EXPECT_NE(client.exitCode(), 0);
     Activation::ImplStatusList_var all(_daemon->get_status_all());
     EXPECT_EQ(all->length(), 0u);
+}
+
+TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
+    int argc = 0;
+    CORBA::BOA_ptr boa = CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr);
+    CORBA_OctetSequence id(2);
+    id.length(2);
+    id[0] = 7;
+    id[1] = 9;
+    CORBA_CreationImplDef d("Demo::Echo", "made", CORBA_OctetSequence(),
+                            KELVANOR_ECHO_SERVER_BINARY, CORBA_CreationImplDef::SHARED_SERVER,
+                            strings({"-OAipaddr", "127.0.0.1"}));
+    CORBA_Object_var ref(boa->create(id, nullptr, &d));
+    ASSERT_NE(ref.in(), nullptr);
+    EXPECT_STREQ(ref->_object_name(), "made");
+    CORBA_CreationImplDef_var got(_daemon->get_implementation("Demo::Echo", "made"));
+    ASSERT_EQ(got->id.length(), 2u);
+    EXPECT_EQ(got->id[1], 9);
+    EXPECT_GT(lookupPid("made"), 1);
 }

@@ -107,6 +107,12 @@ private:
     // Finds the activation daemon through the naming service once and keeps
     // its reference; false while there is none to be had.
     bool bind_to_vex();
+    // Drops the kept reference after the daemon failed to answer.
+    void forgetVEX();
+    // True if a call that failed with e should go to a daemon looked up
+    // afresh: the first failure of a request that never reached it (a
+    // daemon restarted since the reference was kept). Drops the reference.
+    bool retryVEX(const CORBA_SystemException& e, int attempt);
     ZEBSkelInfo* _addToServiceDict(const char* service, CORBA_Object* obj);
     void _remove(unsigned long id);
     void _agentRows(const char* interface_name, const char* object_name, int type, DSAddr* addr,

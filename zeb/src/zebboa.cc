@@ -245,9 +245,22 @@ CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelI
     CORBA_Object_var ref(createObjRef(skel));
     try {
         return _vex->boa_activate_obj(ref, interface_name, pid);
+    } catch (const CORBA_SystemException&) {
+        // The daemon we knew is gone; the next report looks it up again.
+        forgetVEX();
     } catch (const CORBA_Exception&) {
-        return nullptr;
     }
+    return nullptr;
+}
+
+void ZEBBOA::forgetVEX() {
+    CORBA::release(_vex);
+    _vex = nullptr;
+}
+
+bool ZEBBOA::retryVEX(const CORBA_SystemException& e, int attempt) {
+    forgetVEX();
+    return attempt == 0 && e.completed() == CORBA::COMPLETED_NO && bind_to_vex();
 }
 
 bool ZEBBOA::bind_to_vex() {
@@ -451,7 +464,13 @@ CORBA_Object* ZEBBOA::create(const CORBA_OctetSequence& id, CORBA_InterfaceDef*,
     if (!bind_to_vex()) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
     CORBA_CreationImplDef* def = static_cast<CORBA_CreationImplDef*>(impl);
     def->id = id;
-    return _vex->reg_implementation(def);
+    for (int attempt = 0;; ++attempt) {
+        try {
+            return _vex->reg_implementation(def);
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
+    }
 }
 
 void ZEBBOA::dispose(CORBA_Object* obj) {
@@ -462,10 +481,16 @@ void ZEBBOA::dispose(CORBA_Object* obj) {
     // agent keeps the object's rows.
     skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
     unregisterImpl(skel);
-    if (bind_to_vex()) {
-        const CORBA_TypeInfo* type = skel->typeInfo();
-        _vex->unreg_implementation(type ? type->interface_name() : obj->_interface_name(),
-                                   obj->_object_name());
+    if (!bind_to_vex()) return;
+    const CORBA_TypeInfo* type = skel->typeInfo();
+    const char* iface = type ? type->interface_name() : obj->_interface_name();
+    for (int attempt = 0;; ++attempt) {
+        try {
+            _vex->unreg_implementation(iface, obj->_object_name());
+            return;
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
     }
 }
 
@@ -483,12 +508,17 @@ void ZEBBOA::change_implementation(CORBA_Object* obj, CORBA_ImplementationDef* i
     if (!bind_to_vex()) return;
     // The daemon finds the entry by the old definition's two names; one
     // that is not a creation definition is carried by those names alone.
-    if (old->_type_info() == CORBA_CreationImplDef::_desc()) {
-        _vex->change_implementation(static_cast<CORBA_CreationImplDef*>(old.ptr()),
-                                    static_cast<CORBA_CreationImplDef*>(impl));
-    } else {
-        CORBA_CreationImplDef names(old->interface_name, old->object_name, old->id, "");
-        _vex->change_implementation(&names, static_cast<CORBA_CreationImplDef*>(impl));
+    CORBA_CreationImplDef names(old->interface_name, old->object_name, old->id, "");
+    CORBA_CreationImplDef* from = old->_type_info() == CORBA_CreationImplDef::_desc()
+                                      ? static_cast<CORBA_CreationImplDef*>(old.ptr())
+                                      : &names;
+    for (int attempt = 0;; ++attempt) {
+        try {
+            _vex->change_implementation(from, static_cast<CORBA_CreationImplDef*>(impl));
+            return;
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
     }
 }
 
