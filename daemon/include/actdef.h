@@ -10,6 +10,7 @@
 #include "Activation.h"
 
 class CORBA_CreationImplDef;
+class CORBA_Object;
 class TBistream;
 class TBostream;
 
@@ -56,6 +57,37 @@ public:
     // The zero-length wake-up timer has fired.
     void timerExpired(long sec, long usec) override;
 
+    // A new reference to a living server of this implementation, starting
+    // one if need be, with up to `retries` attempts. timeout is in seconds
+    // per attempt, -1 for none. Throws Activation::Busy while a start of
+    // this entry is under way, Activation::NotResponding when every attempt
+    // failed or the time ran out.
+    CORBA_Object* getObjectRef(long timeout, long retries);
+    // One attempt: starts the program and serves other requests in a nested
+    // dispatcher loop until the child reports, dies or the time runs out;
+    // a dead child leads to the next attempt.
+    CORBA_Object* _getNewObjectRef(long timeout, long retries);
+    // Forks and executes the program with its arguments, its environment
+    // (the daemon's if it has none) and a last argument
+    // "<interface>,<object>". Returns the child's process id.
+    unsigned long _spawn();
+    // Process pid has ended: its status goes, and a waiting start notices.
+    // Called from the child-exit signal handler, so it only frees statuses
+    // and arms the wake-up timer.
+    void deactivate(unsigned long pid);
+    // A report for this entry from process pid: it becomes the pending,
+    // running server. obj is duplicated.
+    void activated(CORBA_Object* obj, unsigned long pid);
+    // A deep copy, owned by the caller: the definition and the statuses of
+    // the processes, the unshared ones first and the pending one last.
+    Activation::ImplementationStatus* status() const;
+    // A nested loop is waiting for a start of this entry.
+    bool waiting() const { return _waiting; }
+    // The entry has left the table while a start may be waiting on it: the
+    // waiting lookup ends with Activation::NotRegistered. The owner must
+    // keep the record alive until then.
+    void withdraw();
+
 private:
     static void freeStatus(Activation::ObjectStatus* status);
 
@@ -67,6 +99,25 @@ private:
     bool _waiting;                             // a nested loop waits on this entry
     bool _wakeup_armed;                        // the wake-up timer is running
     bool _registered;                          // announced to the directory agent
+    bool _withdrawn;                           // unregistered; no longer in the table
+};
+
+// A one-shot time limit of one start, living on the stack of the attempt.
+class VEXTimer : public dpIOHandler {
+public:
+    VEXTimer() = default;
+    ~VEXTimer() override;
+    VEXTimer(const VEXTimer&) = delete;
+    VEXTimer& operator=(const VEXTimer&) = delete;
+
+    // Arms the timer on the dispatcher.
+    void start(long sec);
+    bool expired() const { return _expired; }
+    void timerExpired(long sec, long usec) override;
+
+private:
+    bool _expired = false;
+    bool _armed = false;
 };
 
 // Writes the definition in its stream form. A null definition throws

@@ -66,18 +66,27 @@ public:
     // Empties the table and the file.
     void unregister_all() override;
 
-    // Status queries, lookups and the reports of started servers belong to
-    // the activation engine; until it is in place they answer
-    // CORBA_NO_IMPLEMENT.
+    // Status queries: deep copies owned by the caller. get_status and
+    // get_status_interface throw Activation::NotRegistered.
     Activation::ImplementationStatus* get_status(const char* interface_name,
                                                  const char* object_name) override;
     Activation::ImplStatusList* get_status_interface(const char* interface_name) override;
     Activation::ImplStatusList* get_status_all() override;
+    // Lookups: a reference to a living server, started if need be (timeout
+    // in seconds per attempt, -1 for none). By interface, a running shared
+    // server is preferred. Throw Activation::NotRegistered, Busy,
+    // NotResponding.
     CORBA_Object* lookup_interface(const char* interface_name, CORBA::Long timeout) override;
     CORBA_Object* lookup_implementation(const char* interface_name, const char* object_name,
                                         CORBA::Long timeout) override;
+    // The report of a server for (interface_name, obj's name): it becomes
+    // the running server of the entry. Returns a copy of the definition.
+    // Throws Activation::NotRegistered.
     CORBA_CreationImplDef* boa_activate_obj(CORBA_Object* obj, const char* interface_name,
                                             CORBA::Long pid) override;
+    // Process pid has ended: every entry forgets it. Called from the
+    // child-exit signal handler.
+    void record_child_exit(unsigned long pid);
 
     // Directory and file name from KELVANOR_IMPL_PATH, KELVANOR and
     // KELVANOR_IMPL_NAME; prints the file name under -v.
@@ -111,6 +120,11 @@ private:
                                    DSDictionary** inner) const;
     // Moves every record of inner to _retired.
     void retireRecords(DSDictionary& inner);
+    // Keeps a record that left the table, telling a waiting lookup.
+    void retire(VEXActivationInfo* info);
+    // Deletes a record that left the table, or retires it while a lookup
+    // waits on it.
+    void drop(VEXActivationInfo* info);
 
     DSDictionary _impl_table;  // ZEBString -> DSDictionary(ZEBString -> DSWrapper)
     unsigned char _verbose;

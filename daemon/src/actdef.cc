@@ -6,13 +6,17 @@
 #include <memory>
 
 #include "dispatch.h"
+#include "dsname.h"
 #include "except.h"
 #include "impldef.h"
 #include "tbiostrm.h"
+#include "zebboa.h"
+#include "zebglob.h"
 
 VEXActivationInfo::VEXActivationInfo(CORBA_CreationImplDef* impl)
     : _impl(impl), _status_list(nullptr), _status_count(0), _status_capacity(0),
-      _pending(nullptr), _waiting(false), _wakeup_armed(false), _registered(false) {}
+      _pending(nullptr), _waiting(false), _wakeup_armed(false), _registered(false),
+      _withdrawn(false) {}
 
 VEXActivationInfo::~VEXActivationInfo() {
     if (_wakeup_armed) dpDispatcher::instance()->stopTimer(this);
@@ -42,14 +46,26 @@ void VEXActivationInfo::pending(Activation::ObjectStatus* status) {
 
 void VEXActivationInfo::_registerWithAgent() {
     _registered = true;
-    // The object adapter announces the pair to the directory agent (service
-    // type 5, with the daemon's address). The daemon's agent client is the
-    // null one, so until the adapter is in place there is nothing to tell.
+    // The pair can be had from this daemon: service type 5 rows with the
+    // daemon's own address. A record made before the adapter exists (the
+    // repository's tests) has nobody to tell.
+    ZEBBOA* boa = ZEBGlobalTable::_boa;
+    if (boa && _impl)
+        boa->_registerImpl(_impl->interface_name, _impl->object_name, DS_SERVICE_ACTIVATABLE,
+                           nullptr, nullptr);
 }
 
 void VEXActivationInfo::_unregisterFromAgent() {
     _registered = false;
-    // Counterpart of _registerWithAgent; nothing to withdraw yet.
+    ZEBBOA* boa = ZEBGlobalTable::_boa;
+    if (!boa || !_impl) return;
+    // Called from the destructor: an agent that cannot be reached keeps a
+    // stale row, which does no harm, rather than ending the daemon.
+    try {
+        boa->_unregisterImpl(_impl->interface_name, _impl->object_name, DS_SERVICE_ACTIVATABLE,
+                             nullptr, nullptr);
+    } catch (const CORBA_Exception&) {
+    }
 }
 
 void VEXActivationInfo::_addToList(Activation::ObjectStatus* status) {

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "except.h"
 #include "impldef.h"
 #include "tbfstrm.h"
+#include "vexsig.h"
 #include "zebglob.h"
 
 using std::cout;
@@ -31,11 +33,14 @@ void childHandler(int) {
     // Runs in the signal handler; touches only the process table through
     // waitpid. Reaps at most one child per delivery, as signal() semantics
     // may merge several exits into one.
-    pid_t pid = waitpid(-1, nullptr, WNOHANG);
+    // Several exits may arrive as one signal, so every ended child is
+    // reaped and reported. errno is kept for the code we interrupted.
+    const int saved = errno;
+    pid_t pid;
+    while ((pid = waitpid(-1, nullptr, WNOHANG)) > 0)
+        if (vex) vex->record_child_exit(static_cast<unsigned long>(pid));
     signal(SIGCHLD, childHandler);
-    // The activation engine is told of pid here once it exists; until then
-    // the daemon starts no servers of its own.
-    (void)pid;
+    errno = saved;
 }
 
 void signalHandler(int) {
@@ -136,9 +141,22 @@ void VEXImpl::retireRecords(DSDictionary& inner) {
     DSIterator it(inner);
     while (DSResource* e = it.next()) {
         DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, e)->value);
-        if (w->value) _retired.emplace_back(static_cast<VEXActivationInfo*>(w->value));
+        if (w->value) retire(static_cast<VEXActivationInfo*>(w->value));
         w->value = nullptr;
     }
+}
+
+void VEXImpl::retire(VEXActivationInfo* info) {
+    info->withdraw();
+    _retired.emplace_back(info);
+}
+
+void VEXImpl::drop(VEXActivationInfo* info) {
+    // A record that a lookup waits on must outlive the nested loop.
+    if (info->waiting())
+        retire(info);
+    else
+        delete info;
 }
 
 void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
@@ -165,6 +183,7 @@ void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
 }
 
 CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
+    VEXChildExitBlock exits;
     if (!file_exists(impl->path)) throw Activation::InvalidPath();
     _addImpl(impl);
     _updateRepository();
@@ -174,9 +193,10 @@ CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
 }
 
 void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(interface_name, object_name, &inner);
-    delete info;  // leaves the directory agent; its processes run on
+    drop(info);  // leaves the directory agent; its processes run on
     inner->removeKey(ZEBString(object_name));
     if (inner->isEmpty()) _impl_table.removeKey(ZEBString(interface_name));
     _updateRepository();
@@ -188,12 +208,13 @@ void VEXImpl::unreg_implementation(const char* interface_name, const char* objec
 }
 
 void VEXImpl::unreg_interface(const char* interface_name) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner) throw Activation::NotRegistered();
     DSIterator it(*inner);
     while (DSResource* e = it.next()) {
         DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, e)->value);
-        delete static_cast<VEXActivationInfo*>(w->value);
+        drop(static_cast<VEXActivationInfo*>(w->value));
         w->value = nullptr;
     }
     _impl_table.removeKey(ZEBString(interface_name));
@@ -212,12 +233,13 @@ CORBA_CreationImplDef* VEXImpl::get_implementation(const char* interface_name,
 
 void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
                                     CORBA_CreationImplDef* new_impl) {
+    VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(old_impl->interface_name, old_impl->object_name, &inner);
     // Only a running shared server blocks the change; a start in progress
     // and the processes of an unshared entry do not.
     if (info && info->isActive()) throw Activation::IsActive();
-    if (info) _retired.emplace_back(info);
+    if (info) retire(info);
     inner->removeKey(ZEBString(old_impl->object_name));
     if (inner->isEmpty()) _impl_table.removeKey(ZEBString(old_impl->interface_name));
     // Through the virtual table, so that a derived servant's registration
@@ -226,35 +248,10 @@ void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
 }
 
 void VEXImpl::unregister_all() {
+    VEXChildExitBlock exits;
     DSIterator it(_impl_table);
     while (DSResource* e = it.next())
         retireRecords(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
     _impl_table.removeAll();
     _updateRepository();
-}
-
-// ---------------------------------------------------- activation engine
-
-Activation::ImplementationStatus* VEXImpl::get_status(const char*, const char*) {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-Activation::ImplStatusList* VEXImpl::get_status_interface(const char*) {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-Activation::ImplStatusList* VEXImpl::get_status_all() {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-CORBA_Object* VEXImpl::lookup_interface(const char*, CORBA::Long) {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-CORBA_Object* VEXImpl::lookup_implementation(const char*, const char*, CORBA::Long) {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object*, const char*, CORBA::Long) {
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
 }

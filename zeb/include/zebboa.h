@@ -17,6 +17,9 @@ class ZEBObjectId;
 class ZEBServiceId;
 class ZEBSkelInfo;
 struct ZEBObjectImpl;
+namespace Activation {
+class VEX;
+}
 
 // Key of a service's table of objects: the reference data, not owned. A
 // ZEBRefData read from a stream holds a new, empty sequence.
@@ -101,6 +104,15 @@ private:
     void _unregisterType(const CORBA_TypeInfo* type, const char* object_name, ZEBSkelInfo* skel);
     // The daemon's implementation record for this object, or null.
     CORBA_ImplementationDef* _informVEX(const char* interface_name, ZEBSkelInfo* skel);
+    // Finds the activation daemon through the naming service once and keeps
+    // its reference; false while there is none to be had.
+    bool bind_to_vex();
+    // Drops the kept reference after the daemon failed to answer.
+    void forgetVEX();
+    // True if a call that failed with e should go to a daemon looked up
+    // afresh: the first failure of a request that never reached it (a
+    // daemon restarted since the reference was kept). Drops the reference.
+    bool retryVEX(const CORBA_SystemException& e, int attempt);
     ZEBSkelInfo* _addToServiceDict(const char* service, CORBA_Object* obj);
     void _remove(unsigned long id);
     void _agentRows(const char* interface_name, const char* object_name, int type, DSAddr* addr,
@@ -118,6 +130,7 @@ private:
     DSDictionary _services;    // ZEBString -> DSDictionary(ZEBRefData -> ZEBSkelInfo)
     unsigned long _last_id = 0;
     dpDispatcher& _dispatcher;
+    Activation::VEX* _vex = nullptr;  // the daemon, owned; null until found
 };
 
 #endif

@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "Activation.h"
 #include "dispatch.h"
 #include "dsaddr.h"
 #include "dsname.h"
@@ -18,6 +19,7 @@
 #include "except.h"
 #include "impldef.h"
 #include "object.h"
+#include "vex_functions.h"
 #include "zebbclnt.h"
 #include "zebglob.h"
 #include "zeboid.h"
@@ -98,6 +100,7 @@ ZEBBOA::~ZEBBOA() {
     }
     for (ZEBSkelInfo* skel : owned) skel->unref();
     TBResource::unref(_addr);
+    CORBA::release(_vex);
 }
 
 int ZEBBOA::inputReady(int) {
@@ -230,13 +233,44 @@ void ZEBBOA::_unregisterType(const CORBA_TypeInfo* type, const char* object_name
     if (inner->isEmpty()) _types.removeKey(ZEBString(iface));
 }
 
-CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelInfo*) {
+CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelInfo* skel) {
+    // The daemon's own servant never reports to itself.
     if (isStar(interface_name) || std::strcmp(interface_name, "Activation::VEX") == 0)
         return nullptr;
-    // The daemon is found through the naming service; until the naming
-    // client is part of the broker no daemon can be reached, and the object
-    // goes to the agent alone, as for a server that no daemon started.
+    const CORBA::Long pid = static_cast<CORBA::Long>(getpid());
+    if (!bind_to_vex()) return nullptr;
+    // Every server reports, whether a daemon started it or not; the daemon
+    // answers with its definition of the pair, or NotRegistered for one it
+    // does not manage, which leaves the object to the agent.
+    CORBA_Object_var ref(createObjRef(skel));
+    try {
+        return _vex->boa_activate_obj(ref, interface_name, pid);
+    } catch (const CORBA_SystemException&) {
+        // The daemon we knew is gone; the next report looks it up again.
+        forgetVEX();
+    } catch (const CORBA_Exception&) {
+    }
     return nullptr;
+}
+
+void ZEBBOA::forgetVEX() {
+    CORBA::release(_vex);
+    _vex = nullptr;
+}
+
+bool ZEBBOA::retryVEX(const CORBA_SystemException& e, int attempt) {
+    forgetVEX();
+    return attempt == 0 && e.completed() == CORBA::COMPLETED_NO && bind_to_vex();
+}
+
+bool ZEBBOA::bind_to_vex() {
+    if (_vex) return true;
+    try {
+        _vex = resolveVEX(nullptr);
+    } catch (const CORBA_SystemException&) {
+        _vex = nullptr;
+    }
+    return _vex != nullptr;
 }
 
 void ZEBBOA::_agentRows(const char* iface, const char* object, int type, DSAddr* addr,
@@ -423,20 +457,20 @@ void ZEBBOA::deactivate_obj(CORBA_Object* obj) {
     skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
 }
 
-namespace {
-
-// The daemon's reference, found through the naming service. Not reachable
-// yet: see _informVEX.
-bool bind_to_vex() { return false; }
-
-}  // namespace
-
-CORBA_Object* ZEBBOA::create(const CORBA_OctetSequence&, CORBA_InterfaceDef*,
+CORBA_Object* ZEBBOA::create(const CORBA_OctetSequence& id, CORBA_InterfaceDef*,
                              CORBA_ImplementationDef* impl) {
     if (!impl || impl->_type_info() != CORBA_CreationImplDef::_desc())
         throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
     if (!bind_to_vex()) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-    return nullptr;
+    CORBA_CreationImplDef* def = static_cast<CORBA_CreationImplDef*>(impl);
+    def->id = id;
+    for (int attempt = 0;; ++attempt) {
+        try {
+            return _vex->reg_implementation(def);
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
+    }
 }
 
 void ZEBBOA::dispose(CORBA_Object* obj) {
@@ -447,7 +481,17 @@ void ZEBBOA::dispose(CORBA_Object* obj) {
     // agent keeps the object's rows.
     skel->_state = ZEBSkelInfo::SKEL_DEACTIVATED;
     unregisterImpl(skel);
-    bind_to_vex();
+    if (!bind_to_vex()) return;
+    const CORBA_TypeInfo* type = skel->typeInfo();
+    const char* iface = type ? type->interface_name() : obj->_interface_name();
+    for (int attempt = 0;; ++attempt) {
+        try {
+            _vex->unreg_implementation(iface, obj->_object_name());
+            return;
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
+    }
 }
 
 CORBA_OctetSequence* ZEBBOA::get_id(CORBA_Object* obj) {
@@ -461,7 +505,21 @@ void ZEBBOA::change_implementation(CORBA_Object* obj, CORBA_ImplementationDef* i
         throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
     CORBA_ImplementationDef_var old(obj->_get_implementation());
     if (!old.ptr()) throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-    bind_to_vex();
+    if (!bind_to_vex()) return;
+    // The daemon finds the entry by the old definition's two names; one
+    // that is not a creation definition is carried by those names alone.
+    CORBA_CreationImplDef names(old->interface_name, old->object_name, old->id, "");
+    CORBA_CreationImplDef* from = old->_type_info() == CORBA_CreationImplDef::_desc()
+                                      ? static_cast<CORBA_CreationImplDef*>(old.ptr())
+                                      : &names;
+    for (int attempt = 0;; ++attempt) {
+        try {
+            _vex->change_implementation(from, static_cast<CORBA_CreationImplDef*>(impl));
+            return;
+        } catch (const CORBA_SystemException& e) {
+            if (!retryVEX(e, attempt)) throw;
+        }
+    }
 }
 
 CORBA_OctetSequence* ZEBBOA::get_principal(CORBA_Object* obj, CORBA_Environment*) {

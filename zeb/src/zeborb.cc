@@ -9,12 +9,14 @@
 #include <memory>
 #include <string>
 
+#include "Activation.h"
 #include "dsaddr.h"
 #include "dsassoc.h"
 #include "dsprovider.h"
 #include "dsuser.h"
 #include "except.h"
 #include "giop.h"
+#include "vex_functions.h"
 #include "zebglob.h"
 #include "zeboclnt.h"
 #include "zeboid.h"
@@ -29,16 +31,16 @@ constexpr long kAgentWait = 5;
 
 // The object that the activation daemon names for an interface and an
 // object name (an empty object name asks for any object of the interface),
-// starting its server if need be; nil when the daemon knows none or cannot
-// be reached. This is where the daemon is found through the naming service
-// (resolveVEX) and asked with lookup_interface or lookup_implementation,
-// with no limit on the wait. Until the daemon's client classes are part of
-// the library no daemon is asked, and binds by names reach only what the
-// directory agent knows.
+// starting its server if need be; nil when there is no daemon to ask. The
+// daemon is found through the naming service and may take as long as the
+// server's start takes. Its refusals (NotRegistered, Busy, NotResponding)
+// go to the caller.
 CORBA_Object* askDaemon(const char* iface, const char* object) {
-    (void)iface;
-    (void)object;
-    return nullptr;
+    if (!iface || !*iface) return nullptr;
+    Activation::VEX_var daemon(resolveVEX(nullptr));
+    if (CORBA::is_nil(daemon.in())) return nullptr;
+    if (!object || !*object) return daemon->lookup_interface(iface, -1);
+    return daemon->lookup_implementation(iface, object, -1);
 }
 
 // The client event hook is switched off while this process talks to the

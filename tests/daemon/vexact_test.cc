@@ -1,0 +1,402 @@
+// Servers started on demand: the daemon beside a real naming service, with
+// echo_server and small shell programs registered as implementations. Every
+// process that the daemon starts is killed by the pid that its status
+// reports, and the daemon by its own pid, whatever the outcome.
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Activation.h"
+#include "boa.h"
+#include "echo.h"
+#include "except.h"
+#include "impldef.h"
+#include "omninames.h"
+#include "orb.h"
+#include "process.h"
+#include "vex_functions.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Seconds a single start may take before the daemon gives up on it.
+constexpr CORBA::Long kStartLimit = 20;
+
+unsigned short freePort() {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    close(fd);
+    return ntohs(a.sin_port);
+}
+
+CORBA_StringSequence strings(const std::vector<std::string>& v) {
+    CORBA_StringSequence s(static_cast<CORBA::ULong>(v.size()));
+    s.length(static_cast<CORBA::ULong>(v.size()));
+    for (CORBA::ULong i = 0; i < v.size(); ++i) s[i] = CORBA::string_dup(v[i].c_str());
+    return s;
+}
+
+class VexActivation : public ::testing::Test {
+protected:
+    void SetUp() override {
+        KELVANOR_REQUIRE_OMNINAMES();
+        if (KELVANOR_ECHO_SERVER_BINARY[0] == '\0') GTEST_SKIP() << "echo_server not built";
+        ASSERT_TRUE(_ns.start()) << _ns.error();
+        const std::string web = _dir.path() + "/web";
+        ASSERT_EQ(0, system(("mkdir -p " + web + "/wai/NameService " + _dir.path() +
+                             "/impl_dir").c_str()));
+        ASSERT_TRUE(ktest::writeFile(web + "/wai/NameService/test.IOR", _ns.rootIOR() + "\n"));
+        setenv("NS_SERVER_ROOT", web.c_str(), 1);
+        setenv("NS_SERVER_ID", "test", 1);
+
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport",
+                     std::to_string(freePort())};
+        opts.env = {"NS_SERVER_ROOT=" + web, "NS_SERVER_ID=test",
+                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
+        opts.cwd = _dir.path();
+        ASSERT_TRUE(_vex.start(opts)) << _vex.error();
+        ASSERT_TRUE(ktest::pollUntil(
+            [&] {
+                return _vex.stdoutText().find("naming service") != std::string::npos ||
+                       !_vex.running();
+            },
+            milliseconds(15000)));
+        ASSERT_NE(_vex.stdoutText().find("VEX registered with naming service\n"),
+                  std::string::npos)
+            << _vex.stdoutText() << _vex.stderrText();
+        _daemon = resolveVEX(nullptr);
+        ASSERT_NE(_daemon.in(), nullptr);
+    }
+
+    void TearDown() override {
+        // The servers are the daemon's children: ask it for their pids
+        // before it goes, then stop them and it by pid.
+        if (_daemon.in()) {
+            try {
+                Activation::ImplStatusList_var all(_daemon->get_status_all());
+                for (CORBA::ULong i = 0; i < all->length(); ++i)
+                    for (CORBA::ULong j = 0; j < (*all)[i].status.length(); ++j)
+                        track((*all)[i].status[j].process_id);
+            } catch (const CORBA_Exception&) {
+            }
+        }
+        for (pid_t p : _servers) kill(p, SIGKILL);
+        _vex.stop(SIGKILL, milliseconds(2000));
+    }
+
+    void track(CORBA::ULong pid) {
+        if (pid > 1) _servers.insert(static_cast<pid_t>(pid));
+    }
+
+    // echo_server under its own object name, loopback only.
+    void registerEcho(const char* object,
+                      CORBA_CreationImplDef::Policy policy = CORBA_CreationImplDef::SHARED_SERVER) {
+        CORBA_CreationImplDef d("Demo::Echo", object, CORBA_OctetSequence(),
+                                KELVANOR_ECHO_SERVER_BINARY, policy,
+                                strings({"-OAipaddr", "127.0.0.1"}));
+        CORBA::release(_daemon->reg_implementation(&d));
+    }
+
+    // A shell program: the daemon's last argument "<interface>,<object>"
+    // becomes $0 of the script.
+    CORBA_Object* registerScript(const char* object, const std::string& script) {
+        CORBA_CreationImplDef d("Demo::Echo", object, CORBA_OctetSequence(), "/bin/sh",
+                                CORBA_CreationImplDef::SHARED_SERVER, strings({"-c", script}));
+        return _daemon->reg_implementation(&d);
+    }
+
+    // The pid of the server behind ref, asked of the server itself.
+    CORBA::Long serverPid(CORBA_Object* ref) {
+        Demo::Echo_var echo(Demo::Echo::_narrow(ref));
+        if (!echo.in()) return -1;
+        CORBA::Long pid = echo->pid();
+        track(static_cast<CORBA::ULong>(pid));
+        return pid;
+    }
+
+    CORBA::Long lookupPid(const char* object) {
+        CORBA_Object_var ref(_daemon->lookup_implementation("Demo::Echo", object, kStartLimit));
+        return serverPid(ref);
+    }
+
+    Activation::ImplementationStatus* status(const char* object) {
+        return _daemon->get_status("Demo::Echo", object);
+    }
+
+    bool statusLengthBecomes(const char* object, CORBA::ULong n) {
+        return ktest::pollUntil(
+            [&] {
+                Activation::ImplementationStatus_var s(status(object));
+                return s->status.length() == n;
+            },
+            milliseconds(10000));
+    }
+
+    ktest::TempDir _dir{"vexact"};
+    ktest::OmniNames _ns;
+    ktest::Process _vex;
+    Activation::VEX_var _daemon;
+    std::set<pid_t> _servers;
+};
+
+}  // namespace
+
+TEST_F(VexActivation, SharedServerStartsOnceAndIsRestartedAfterItDies) {
+    registerEcho("shared");
+    const CORBA::Long first = lookupPid("shared");
+    ASSERT_GT(first, 1);
+    EXPECT_EQ(lookupPid("shared"), first);
+    // By interface, the running shared server is the one taken.
+    {
+        CORBA_Object_var ref(_daemon->lookup_interface("Demo::Echo", kStartLimit));
+        EXPECT_EQ(serverPid(ref), first);
+    }
+    {
+        Activation::ImplementationStatus_var s(status("shared"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(first));
+        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+        EXPECT_NE(s->status[0].objRef.in(), nullptr);
+        EXPECT_STREQ(s->impl->path, KELVANOR_ECHO_SERVER_BINARY);
+    }
+    // A running shared server may not be redefined.
+    {
+        CORBA_CreationImplDef_var old(_daemon->get_implementation("Demo::Echo", "shared"));
+        CORBA_CreationImplDef moved("Demo::Echo", "shared", CORBA_OctetSequence(), "/bin/sh");
+        EXPECT_THROW(_daemon->change_implementation(old, &moved), Activation::IsActive);
+    }
+
+    ASSERT_EQ(0, kill(first, SIGKILL));
+    EXPECT_TRUE(statusLengthBecomes("shared", 0));
+    const CORBA::Long second = lookupPid("shared");
+    EXPECT_GT(second, 1);
+    EXPECT_NE(second, first);
+}
+
+TEST_F(VexActivation, ClientBindingByNamesGetsAServerStarted) {
+    registerEcho("byname");
+    Demo::Echo_var echo(Demo::Echo::_bind("byname"));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_String_var said(echo->say("hello"));
+    EXPECT_STREQ(said.in(), "hello");
+    const CORBA::Long pid = echo->pid();
+    track(static_cast<CORBA::ULong>(pid));
+    Activation::ImplementationStatus_var s(status("byname"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "nobody", kStartLimit),
+                 Activation::NotRegistered);
+}
+
+TEST_F(VexActivation, SecondLookupDuringAStartIsBusy) {
+    const std::string echoClient =
+        std::string(KELVANOR_ECHO_SERVER_BINARY).substr(
+            0, std::string(KELVANOR_ECHO_SERVER_BINARY).rfind('/') + 1) +
+        "echo_client";
+    if (access(echoClient.c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var byNames(registerScript(
+        "slow", std::string("sleep 2; exec ") + KELVANOR_ECHO_SERVER_BINARY +
+                    " -OAipaddr 127.0.0.1 \"$0\""));
+    ASSERT_NE(byNames.in(), nullptr);
+    int argc = 0;
+    CORBA::ORB_ptr orb = CORBA::ORB_init(argc, nullptr);
+    CORBA_String_var ior(orb->object_to_string(byNames));
+
+    // Another process binds by names and so holds the daemon in a start.
+    ktest::Process client;
+    ktest::Process::Options opts;
+    opts.argv = {echoClient, ior.in(), "hi"};
+    opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test"};
+    ASSERT_TRUE(client.start(opts)) << client.error();
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("slow"));
+            if (s->status.length() != 1) return false;
+            track(s->status[0].process_id);
+            return s->status[0].activation_state == Activation::WAITING_FOR_ACTIVATION;
+        },
+        milliseconds(10000)));
+    {
+        Activation::ImplementationStatus_var s(status("slow"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].objRef.in(), nullptr);
+    }
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "slow", kStartLimit),
+                 Activation::Busy);
+    EXPECT_THROW(_daemon->lookup_interface("Demo::Echo", kStartLimit), Activation::Busy);
+
+    // The first client gets its answer once the server reports.
+    ASSERT_TRUE(client.wait(milliseconds(20000))) << client.stderrText();
+    EXPECT_EQ(client.exitCode(), 0) << client.stdoutText() << client.stderrText();
+    EXPECT_NE(client.stdoutText().find("hi"), std::string::npos);
+    Activation::ImplementationStatus_var s(status("slow"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+}
+
+TEST_F(VexActivation, ProgramThatExitsAtOnceIsTriedFiveTimes) {
+    const std::string count = _dir.file("starts");
+    CORBA::release(registerScript("dies", "echo \"$0\" >> " + count));
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "dies", kStartLimit),
+                 Activation::NotResponding);
+    const std::string line = "Demo::Echo,dies\n";
+    std::string expected;
+    for (int i = 0; i < 5; ++i) expected += line;
+    EXPECT_EQ(ktest::readFile(count), expected);
+    Activation::ImplementationStatus_var s(status("dies"));
+    EXPECT_EQ(s->status.length(), 0u);
+    // Idle again: the next lookup starts over rather than being Busy.
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "dies", kStartLimit),
+                 Activation::NotResponding);
+}
+
+TEST_F(VexActivation, UnsharedEntryStartsAProcessPerLookup) {
+    registerEcho("each", CORBA_CreationImplDef::UNSHARED_SERVER);
+    // The servers are not called: an unshared server may end with its
+    // client, and the pids come from the daemon's status instead.
+    for (int i = 0; i < 3; ++i)
+        CORBA::release(_daemon->lookup_implementation("Demo::Echo", "each", kStartLimit));
+    std::vector<CORBA::Long> pids;
+    {
+        Activation::ImplementationStatus_var s(status("each"));
+        ASSERT_EQ(s->status.length(), 3u);
+        for (CORBA::ULong i = 0; i < 3; ++i) {
+            track(s->status[i].process_id);
+            pids.push_back(static_cast<CORBA::Long>(s->status[i].process_id));
+            EXPECT_EQ(s->status[i].activation_state, Activation::ACTIVE);
+            EXPECT_NE(s->status[i].objRef.in(), nullptr);
+        }
+    }
+    ASSERT_EQ(std::set<CORBA::Long>(pids.begin(), pids.end()).size(), 3u);
+    ASSERT_EQ(0, kill(pids[1], SIGKILL));
+    ASSERT_TRUE(statusLengthBecomes("each", 2));
+    Activation::ImplementationStatus_var s(status("each"));
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pids[0]));
+    EXPECT_EQ(s->status[1].process_id, static_cast<CORBA::ULong>(pids[2]));
+
+    Activation::ImplStatusList_var all(_daemon->get_status_all());
+    EXPECT_EQ(all->length(), 1u);
+    Activation::ImplStatusList_var mine(_daemon->get_status_interface("Demo::Echo"));
+    ASSERT_EQ(mine->length(), 1u);
+    EXPECT_EQ((*mine)[0].status.length(), 2u);
+    EXPECT_THROW(_daemon->get_status_interface("No::Such"), Activation::NotRegistered);
+}
+
+TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
+    registerEcho("hand");
+    auto startEcho = [](ktest::Process& p, const char* name) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1", name};
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
+                    "NS_SERVER_ID=test"};
+        return p.start(opts) &&
+               ktest::pollUntil([&] { return p.stdoutText().find("IOR:") == 0 || !p.running(); },
+                                milliseconds(10000)) &&
+               p.running();
+    };
+    ktest::Process hand;
+    ASSERT_TRUE(startEcho(hand, "hand")) << hand.stderrText();
+    {
+        Activation::ImplementationStatus_var s(status("hand"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(hand.pid()));
+        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    }
+    EXPECT_EQ(lookupPid("hand"), hand.pid());
+
+    // A server of a pair the daemon does not know is refused and runs on
+    // regardless.
+    ktest::Process stray;
+    ASSERT_TRUE(startEcho(stray, "stray")) << stray.stderrText();
+    EXPECT_THROW(status("stray"), Activation::NotRegistered);
+}
+
+TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
+    const std::string pidFile = _dir.file("late.pid");
+    CORBA::release(registerScript("late", "echo $$ > " + pidFile + "; sleep 2; exec " +
+                                              KELVANOR_ECHO_SERVER_BINARY +
+                                              " -OAipaddr 127.0.0.1 \"$0\""));
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1),
+                 Activation::NotResponding);
+    const CORBA::ULong pid =
+        static_cast<CORBA::ULong>(std::strtoul(ktest::readFile(pidFile).c_str(), nullptr, 10));
+    track(pid);
+    ASSERT_GT(pid, 1u);
+    {
+        Activation::ImplementationStatus_var s(status("late"));
+        EXPECT_EQ(s->status.length(), 0u);
+    }
+    ASSERT_TRUE(statusLengthBecomes("late", 1));
+    Activation::ImplementationStatus_var s(status("late"));
+    EXPECT_EQ(s->status[0].process_id, pid);
+    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_EQ(lookupPid("late"), static_cast<CORBA::Long>(pid));
+}
+
+TEST_F(VexActivation, UnregisteringDuringAStartEndsTheWaitingLookup) {
+    const std::string pidFile = _dir.file("gone.pid");
+    CORBA_Object_var byNames(registerScript(
+        "gone", "echo $$ > " + pidFile + "; sleep 2; exec " + KELVANOR_ECHO_SERVER_BINARY +
+                    " -OAipaddr 127.0.0.1 \"$0\""));
+    int argc = 0;
+    CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(byNames));
+    const std::string echoClient =
+        std::string(KELVANOR_ECHO_SERVER_BINARY).substr(
+            0, std::string(KELVANOR_ECHO_SERVER_BINARY).rfind('/') + 1) +
+        "echo_client";
+    if (access(echoClient.c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    ktest::Process client;
+    ktest::Process::Options opts;
+    opts.argv = {echoClient, ior.in(), "hi"};
+    opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test"};
+    ASSERT_TRUE(client.start(opts)) << client.error();
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("gone"));
+            if (s->status.length() != 1) return false;
+            track(s->status[0].process_id);
+            return true;
+        },
+        milliseconds(10000)));
+    _daemon->unreg_implementation("Demo::Echo", "gone");
+    // The waiting lookup ends with a refusal, and the daemon serves on.
+    ASSERT_TRUE(client.wait(milliseconds(20000)));
+    EXPECT_NE(client.exitCode(), 0);
+    Activation::ImplStatusList_var all(_daemon->get_status_all());
+    EXPECT_EQ(all->length(), 0u);
+}
+
+TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
+    int argc = 0;
+    CORBA::BOA_ptr boa = CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr);
+    CORBA_OctetSequence id(2);
+    id.length(2);
+    id[0] = 7;
+    id[1] = 9;
+    CORBA_CreationImplDef d("Demo::Echo", "made", CORBA_OctetSequence(),
+                            KELVANOR_ECHO_SERVER_BINARY, CORBA_CreationImplDef::SHARED_SERVER,
+                            strings({"-OAipaddr", "127.0.0.1"}));
+    CORBA_Object_var ref(boa->create(id, nullptr, &d));
+    ASSERT_NE(ref.in(), nullptr);
+    EXPECT_STREQ(ref->_object_name(), "made");
+    CORBA_CreationImplDef_var got(_daemon->get_implementation("Demo::Echo", "made"));
+    ASSERT_EQ(got->id.length(), 2u);
+    EXPECT_EQ(got->id[1], 9);
+    EXPECT_GT(lookupPid("made"), 1);
+}
