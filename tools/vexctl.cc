@@ -6,6 +6,7 @@
 // service named by the IOR file under $NS_SERVER_ROOT/wai/NameService.
 // Results go to standard output; a refusal of the daemon is one line on
 // standard error and an exit status of its own (see usage()).
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -46,6 +47,10 @@ int usage(std::ostream& os, int status) {
           "  get <interface> <object>                 print a registration\n"
           "  change <interface> <object> <path> [reg options]  replace a registration\n"
           "  unreg-all                                forget everything\n"
+          "  status [<interface> [<object>]]          registrations and their processes\n"
+          "  lookup <interface> [<object>] [--timeout <seconds>]\n"
+          "                                           the object's reference, starting its\n"
+          "                                           server if none runs\n"
           "exit status: 0 done, 2 usage, 3 no daemon found, 4 broker failure,\n"
           "  10 not registered, 11 duplicate entry, 12 invalid path, 13 is active,\n"
           "  14 busy, 15 not responding\n";
@@ -108,6 +113,32 @@ const char* policyName(CORBA::ULong p) {
     }
 }
 
+const char* stateName(Activation::State s) {
+    switch (s) {
+    case Activation::ACTIVE: return "running";
+    case Activation::INACTIVE: return "inactive";
+    case Activation::WAITING_FOR_ACTIVATION: return "starting";
+    }
+    return "unknown";
+}
+
+// One line per process, or one for an entry with none.
+void printStatus(const Activation::ImplStatusList& list) {
+    std::printf("%-24s %-16s %-10s %-9s %s\n", "INTERFACE", "OBJECT", "POLICY", "STATE", "PID");
+    for (CORBA::ULong i = 0; i < list.length(); ++i) {
+        const Activation::ImplementationStatus& e = list[i];
+        const char* iface = e.impl.ptr() ? e.impl->interface_name.in() : "";
+        const char* object = e.impl.ptr() ? e.impl->object_name.in() : "";
+        const char* policy = e.impl.ptr() ? policyName(e.impl->activation_policy) : "";
+        if (e.status.length() == 0)
+            std::printf("%-24s %-16s %-10s %-9s %s\n", iface, object, policy, "idle", "-");
+        for (CORBA::ULong j = 0; j < e.status.length(); ++j)
+            std::printf("%-24s %-16s %-10s %-9s %lu\n", iface, object, policy,
+                        stateName(e.status[j].activation_state),
+                        static_cast<unsigned long>(e.status[j].process_id));
+    }
+}
+
 void print(const CORBA_CreationImplDef& d) {
     std::cout << "interface: " << d.interface_name.in() << "\n"
               << "object:    " << d.object_name.in() << "\n"
@@ -137,6 +168,34 @@ int run(Activation::VEX* vex, const std::string& cmd, const std::vector<std::str
         print(*def.ptr());
     } else if (cmd == "unreg-all" && a.empty()) {
         vex->unregister_all();
+    } else if (cmd == "status" && a.size() <= 2) {
+        Activation::ImplStatusList_var list;
+        if (a.empty()) {
+            list = vex->get_status_all();
+        } else if (a.size() == 1) {
+            list = vex->get_status_interface(a[0].c_str());
+        } else {
+            Activation::ImplementationStatus_var one(vex->get_status(a[0].c_str(), a[1].c_str()));
+            list = new Activation::ImplStatusList(1);
+            list->length(1);
+            (*list)[0] = *one;
+        }
+        printStatus(*list);
+    } else if (cmd == "lookup" && !a.empty()) {
+        std::vector<std::string> names;
+        CORBA::Long timeout = -1;
+        for (size_t i = 0; i < a.size(); ++i) {
+            if (a[i] == "--timeout" && i + 1 < a.size()) timeout = std::atoi(a[++i].c_str());
+            else names.push_back(a[i]);
+        }
+        if (names.empty() || names.size() > 2) return usage(std::cerr, USAGE);
+        CORBA_Object_var obj(names.size() == 1
+                                 ? vex->lookup_interface(names[0].c_str(), timeout)
+                                 : vex->lookup_implementation(names[0].c_str(), names[1].c_str(),
+                                                              timeout));
+        int argc = 0;
+        CORBA_String_var text(CORBA::ORB_init(argc, nullptr)->object_to_string(obj));
+        std::cout << text.in() << std::endl;
     } else {
         return usage(std::cerr, USAGE);
     }

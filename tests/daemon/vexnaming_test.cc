@@ -228,10 +228,16 @@ TEST_F(VexNaming, VexctlFindsTheDaemonAndReportsRefusalsByStatus) {
     EXPECT_EQ(r.out,
               "interface: Demo::Echo\nobject:    e\npath:      /bin/sh\npolicy:    unshared\n"
               "arg:       -OAport\narg:       7\nenv:       A=1\n");
+    r = vexctl({"status"});
+    EXPECT_EQ(r.out,
+              "INTERFACE                OBJECT           POLICY     STATE     PID\n"
+              "Demo::Echo               e                unshared   idle      -\n");
     const std::vector<std::pair<std::vector<std::string>, int>> refusals = {
         {{"reg", "Demo::Echo", "e", "/bin/sh"}, 11},
         {{"reg", "Demo::Echo", "f", "/no/such"}, 12},
         {{"unreg", "Demo::Echo", "f"}, 10},
+        {{"lookup", "Demo::Echo", "f", "--timeout", "1"}, 10},
+        {{"status", "No::Such"}, 10},
         {{"get"}, 2},
         {{"frobnicate"}, 2},
     };
