@@ -1,6 +1,8 @@
 // The daemon with omniORB on the other ends: an omniORB client that looks
 // objects up through it, and an omniORB Demo::Echo server that it starts
-// and that reports back under Kelvanor's own persistent key.
+// and that reports back under Kelvanor's own persistent key. Then the
+// daemon under faults: a client killed in the middle of its lookup, a
+// server that reports twice, and many clients that bind by names at once.
 #include <signal.h>
 #include <unistd.h>
 
@@ -128,4 +130,96 @@ TEST_F(VexPeers, OmniClientSeesTheDaemonsRefusals) {
     ASSERT_TRUE(runOmniClient(p, {"lookup", "Demo::Echo", "nobody", "5", "x"}));
     EXPECT_EQ(p.stdoutText(), "exception IDL:pellomar/Activation/NotRegistered:1.0\n")
         << p.stderrText();
+}
+
+TEST_F(VexPeers, ClientKilledDuringItsLookupLeavesTheDaemonServing) {
+    if (access(echoClientBinary().c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var slow(registerScript(
+        "slow", std::string("sleep 2; exec ") + KELVANOR_ECHO_SERVER_BINARY +
+                    " -OAipaddr 127.0.0.1 \"$0\""));
+    ktest::Process client;
+    ASSERT_TRUE(startEchoClient(client, byNames(slow))) << client.error();
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("slow"));
+            if (s->status.length() != 1) return false;
+            track(s->status[0].process_id);
+            return true;
+        },
+        milliseconds(10000)));
+    // Killed while the daemon still waits for the server to report.
+    ASSERT_TRUE(client.stop(SIGKILL, milliseconds(5000)));
+
+    // Others are served meanwhile, and the server is recorded once it
+    // reports; the next lookup takes it.
+    registerEcho("other");
+    EXPECT_GT(lookupPid("other"), 1);
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("slow"));
+            return s->status.length() == 1 &&
+                   s->status[0].activation_state == Activation::ACTIVE;
+        },
+        milliseconds(15000)));
+    Activation::ImplementationStatus_var s(status("slow"));
+    EXPECT_EQ(lookupPid("slow"), static_cast<CORBA::Long>(s->status[0].process_id));
+}
+
+TEST_F(VexPeers, ServerReportingTwiceIsRecordedOnce) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    registerOmniEcho("twice", {"--reports", "2"});
+    const CORBA::Long pid = lookupPid("twice");
+    ASSERT_GT(pid, 1);
+    // The same report once more, from here this time.
+    {
+        Activation::ImplementationStatus_var s(status("twice"));
+        ASSERT_EQ(s->status.length(), 1u);
+        CORBA_CreationImplDef_var def(
+            _daemon->boa_activate_obj(s->status[0].objRef.in(), "Demo::Echo", pid));
+        ASSERT_NE(def.ptr(), nullptr);
+        EXPECT_STREQ(def->path, KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY);
+    }
+    Activation::ImplementationStatus_var s(status("twice"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
+    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_EQ(lookupPid("twice"), pid);
+}
+
+TEST_F(VexPeers, FiftyClientsBindingAtOnceDuringAStartGetOneServer) {
+    if (access(echoClientBinary().c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    // A start long enough for all fifty to arrive during it.
+    CORBA_Object_var shared(registerScript(
+        "crowd", std::string("sleep 3; exec ") + KELVANOR_ECHO_SERVER_BINARY +
+                     " -OAipaddr 127.0.0.1 \"$0\""));
+    const std::string ior = byNames(shared);
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 50; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(startEchoClient(*clients.back(), ior)) << clients.back()->error();
+    }
+    std::set<long> pids;
+    int busy = 0;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(60000))) << c->stdoutText() << c->stderrText();
+        if (c->exitCode() != 0) {
+            // One start runs per entry: who comes during it is told so
+            // rather than queued.
+            EXPECT_NE(c->stderrText().find("Activation::Busy"), std::string::npos)
+                << c->stderrText();
+            ++busy;
+            continue;
+        }
+        const long pid = pidIn(c->stdoutText());
+        if (pid > 1) track(static_cast<CORBA::ULong>(pid));
+        pids.insert(pid);
+    }
+    ASSERT_EQ(pids.size(), 1u);
+    EXPECT_GT(*pids.begin(), 1);
+    EXPECT_LT(busy, 50);
+    // The daemon serves on, with the one server recorded.
+    Activation::ImplementationStatus_var s(status("crowd"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(*pids.begin()));
+    EXPECT_EQ(lookupPid("crowd"), *pids.begin());
 }
