@@ -1,18 +1,26 @@
 // omni_vex_client: drives the administrative operations of Kelvanor's
 // activation daemon through omniORB, built from the same Activation IDL, to
 // check the daemon against an independent ORB. Each command prints one line:
-// "ok" and what came back, or the repository id of the exception.
-// Usage: omni_vex_client [-ORB options] <IOR:...|@file> <command> [args]
+// "ok" and what came back, or the repository id of the exception. The
+// daemon is named by a reference, a file holding one, or "-": found through
+// the naming service as Kelvanor programs find it.
+// Usage: omni_vex_client [-ORB options] <IOR:...|@file|-> <command> [args]
 //   reg <interface> <object> <path> <policy> [<arg>...]
 //   unreg <interface> <object>        unreg-interface <interface>
 //   get <interface> <object>          change <interface> <object> <new path>
 //   unreg-all
+//   lookup <interface> <object> <timeout> <text>
+//                                     says <text> to the Demo::Echo object
+//                                     that comes back and asks its pid
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
 
 #include <Activation.hh>
+#include <echo.hh>
+
+#include "omni_vex_naming.h"
 
 namespace {
 
@@ -44,7 +52,7 @@ void print(const Activation::CreationImplDef& d) {
 }
 
 int usage() {
-    std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|@file> <command> [args]"
+    std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|@file|-> <command> [args]"
               << std::endl;
     return 2;
 }
@@ -57,8 +65,13 @@ int main(int argc, char** argv) {
     const std::string cmd = argv[2];
     int status = 0;
     try {
-        CORBA::Object_var obj = orb->string_to_object(readReference(argv[1]).c_str());
-        Activation::VEX_var vex = Activation::VEX::_narrow(obj);
+        Activation::VEX_var vex;
+        if (std::string(argv[1]) == "-") {
+            vex = omniResolveVex(orb);
+        } else {
+            CORBA::Object_var obj = orb->string_to_object(readReference(argv[1]).c_str());
+            vex = Activation::VEX::_narrow(obj);
+        }
         if (CORBA::is_nil(vex)) {
             std::cerr << "omni_vex_client: not an Activation::VEX" << std::endl;
             return 1;
@@ -84,6 +97,18 @@ int main(int argc, char** argv) {
                 neu.path = static_cast<const char*>(argv[5]);
                 vex->change_implementation(old.in(), neu);
                 std::cout << "ok" << std::endl;
+            } else if (cmd == "lookup" && argc == 7) {
+                CORBA::Object_var ref = vex->lookup_implementation(
+                    argv[3], argv[4], static_cast<CORBA::Long>(std::strtol(argv[5], nullptr, 10)));
+                Demo::Echo_var echo = Demo::Echo::_narrow(ref);
+                if (CORBA::is_nil(echo)) {
+                    std::cout << "not a Demo::Echo" << std::endl;
+                    status = 1;
+                } else {
+                    CORBA::String_var said = echo->say(argv[6]);
+                    const CORBA::Long pid = echo->pid();
+                    std::cout << "ok say " << said.in() << " pid " << pid << std::endl;
+                }
             } else if (cmd == "unreg-all" && argc == 3) {
                 vex->unregister_all();
                 std::cout << "ok" << std::endl;

@@ -1,0 +1,225 @@
+// The daemon with omniORB on the other ends: an omniORB client that looks
+// objects up through it, and an omniORB Demo::Echo server that it starts
+// and that reports back under Kelvanor's own persistent key. Then the
+// daemon under faults: a client killed in the middle of its lookup, a
+// server that reports twice, and many clients that bind by names at once.
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vexfixture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using vextest::kStartLimit;
+using vextest::strings;
+
+std::string echoClientBinary() {
+    const std::string server(KELVANOR_ECHO_SERVER_BINARY);
+    return server.substr(0, server.rfind('/') + 1) + "echo_client";
+}
+
+class VexPeers : public vextest::VexActivation {
+protected:
+    // The omniORB server under an object name; extra arguments go before
+    // the daemon's "<interface>,<object>".
+    void registerOmniEcho(const char* object, const std::vector<std::string>& args = {}) {
+        CORBA_CreationImplDef d("Demo::Echo", object, CORBA_OctetSequence(),
+                                KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY,
+                                CORBA_CreationImplDef::SHARED_SERVER, strings(args));
+        try {
+            CORBA::release(_daemon->reg_implementation(&d));
+        } catch (const CORBA_Exception& e) {
+            ADD_FAILURE() << "registering " << object << ": " << e;
+        }
+    }
+
+    // omni_vex_client with the daemon found through the naming service.
+    bool runOmniClient(ktest::Process& p, const std::vector<std::string>& args) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_OMNI_VEX_CLIENT_BINARY, "-"};
+        opts.argv.insert(opts.argv.end(), args.begin(), args.end());
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
+                    "NS_SERVER_ID=test"};
+        return p.start(opts) && p.wait(milliseconds(30000));
+    }
+
+    // echo_client binding by the names in ior, which makes it ask the daemon.
+    bool startEchoClient(ktest::Process& p, const std::string& ior) {
+        ktest::Process::Options opts;
+        opts.argv = {echoClientBinary(), ior, "hi"};
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
+                    "NS_SERVER_ID=test"};
+        return p.start(opts);
+    }
+
+    std::string byNames(CORBA_Object* ref) {
+        int argc = 0;
+        CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(ref));
+        return ior.in();
+    }
+
+    static bool omniBuilt() { return KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY[0] != '\0'; }
+};
+
+// The number after "pid" or "pid:" in the output of a client, or -1.
+long pidIn(const std::string& out) {
+    std::string::size_type at = out.find("pid");
+    if (at == std::string::npos) return -1;
+    at += 3;
+    if (at < out.size() && out[at] == ':') ++at;
+    return std::strtol(out.c_str() + at, nullptr, 10);
+}
+
+}  // namespace
+
+TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    registerOmniEcho("omni");
+
+    // An omniORB client starts the server through the daemon and calls it.
+    ktest::Process first;
+    ASSERT_TRUE(runOmniClient(first, {"lookup", "Demo::Echo", "omni", "-1", "hello"}))
+        << first.stderrText();
+    EXPECT_EQ(first.exitCode(), 0) << first.stdoutText() << first.stderrText();
+    EXPECT_EQ(first.stdoutText().find("ok say hello pid "), 0u) << first.stdoutText();
+    const long pid = pidIn(first.stdoutText());
+    ASSERT_GT(pid, 1) << first.stdoutText();
+    track(static_cast<CORBA::ULong>(pid));
+    {
+        Activation::ImplementationStatus_var s(status("omni"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
+        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+        // The key that omniORB put in the reference is read as ours.
+        ASSERT_NE(s->status[0].objRef.in(), nullptr);
+        EXPECT_STREQ(s->status[0].objRef->_object_name(), "omni");
+    }
+
+    // A second lookup reuses the running server.
+    ktest::Process second;
+    ASSERT_TRUE(runOmniClient(second, {"lookup", "Demo::Echo", "omni", "-1", "again"}));
+    EXPECT_EQ(second.stdoutText(), "ok say again pid " + std::to_string(pid) + "\n")
+        << second.stderrText();
+
+    // Kelvanor's client binds by names: it locates the key, sends __bind,
+    // calls, and announces __unbind when it lets go.
+    EXPECT_EQ(lookupPid("omni"), pid);
+    {
+        Demo::Echo_var echo(Demo::Echo::_bind("omni"));
+        ASSERT_NE(echo.in(), nullptr);
+        CORBA_String_var said(echo->say("by names"));
+        EXPECT_STREQ(said.in(), "by names");
+        EXPECT_EQ(echo->pid(), pid);
+    }
+    EXPECT_EQ(lookupPid("omni"), pid);
+}
+
+TEST_F(VexPeers, OmniClientSeesTheDaemonsRefusals) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    ktest::Process p;
+    ASSERT_TRUE(runOmniClient(p, {"lookup", "Demo::Echo", "nobody", "5", "x"}));
+    EXPECT_EQ(p.stdoutText(), "exception IDL:pellomar/Activation/NotRegistered:1.0\n")
+        << p.stderrText();
+}
+
+TEST_F(VexPeers, ClientKilledDuringItsLookupLeavesTheDaemonServing) {
+    if (access(echoClientBinary().c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var slow(registerScript(
+        "slow", std::string("sleep 2; exec ") + KELVANOR_ECHO_SERVER_BINARY +
+                    " -OAipaddr 127.0.0.1 \"$0\""));
+    ktest::Process client;
+    ASSERT_TRUE(startEchoClient(client, byNames(slow))) << client.error();
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("slow"));
+            if (s->status.length() != 1) return false;
+            track(s->status[0].process_id);
+            return true;
+        },
+        milliseconds(10000)));
+    // Killed while the daemon still waits for the server to report.
+    ASSERT_TRUE(client.stop(SIGKILL, milliseconds(5000)));
+
+    // Others are served meanwhile, and the server is recorded once it
+    // reports; the next lookup takes it.
+    registerEcho("other");
+    EXPECT_GT(lookupPid("other"), 1);
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] {
+            Activation::ImplementationStatus_var s(status("slow"));
+            return s->status.length() == 1 &&
+                   s->status[0].activation_state == Activation::ACTIVE;
+        },
+        milliseconds(15000)));
+    Activation::ImplementationStatus_var s(status("slow"));
+    EXPECT_EQ(lookupPid("slow"), static_cast<CORBA::Long>(s->status[0].process_id));
+}
+
+TEST_F(VexPeers, ServerReportingTwiceIsRecordedOnce) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    registerOmniEcho("twice", {"--reports", "2"});
+    const CORBA::Long pid = lookupPid("twice");
+    ASSERT_GT(pid, 1);
+    // The same report once more, from here this time.
+    {
+        Activation::ImplementationStatus_var s(status("twice"));
+        ASSERT_EQ(s->status.length(), 1u);
+        CORBA_CreationImplDef_var def(
+            _daemon->boa_activate_obj(s->status[0].objRef.in(), "Demo::Echo", pid));
+        ASSERT_NE(def.ptr(), nullptr);
+        EXPECT_STREQ(def->path, KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY);
+    }
+    Activation::ImplementationStatus_var s(status("twice"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
+    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_EQ(lookupPid("twice"), pid);
+}
+
+TEST_F(VexPeers, FiftyClientsBindingAtOnceDuringAStartGetOneServer) {
+    if (access(echoClientBinary().c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    // A start long enough for all fifty to arrive during it.
+    CORBA_Object_var shared(registerScript(
+        "crowd", std::string("sleep 3; exec ") + KELVANOR_ECHO_SERVER_BINARY +
+                     " -OAipaddr 127.0.0.1 \"$0\""));
+    const std::string ior = byNames(shared);
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 50; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(startEchoClient(*clients.back(), ior)) << clients.back()->error();
+    }
+    std::set<long> pids;
+    int busy = 0;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(60000))) << c->stdoutText() << c->stderrText();
+        if (c->exitCode() != 0) {
+            // One start runs per entry: who comes during it is told so
+            // rather than queued.
+            EXPECT_NE(c->stderrText().find("Activation::Busy"), std::string::npos)
+                << c->stderrText();
+            ++busy;
+            continue;
+        }
+        const long pid = pidIn(c->stdoutText());
+        if (pid > 1) track(static_cast<CORBA::ULong>(pid));
+        pids.insert(pid);
+    }
+    ASSERT_EQ(pids.size(), 1u);
+    EXPECT_GT(*pids.begin(), 1);
+    EXPECT_LT(busy, 50);
+    // The daemon serves on, with the one server recorded.
+    Activation::ImplementationStatus_var s(status("crowd"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(*pids.begin()));
+    EXPECT_EQ(lookupPid("crowd"), *pids.begin());
+}

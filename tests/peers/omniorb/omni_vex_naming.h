@@ -1,0 +1,39 @@
+// The activation daemon as an omniORB program finds it: the root naming
+// context from the file $NS_SERVER_ROOT/wai/NameService/$NS_SERVER_ID.IOR,
+// and in it the name "VEX" with an empty kind. Shared by the omniORB peers
+// of the daemon.
+#ifndef KELVANOR_OMNI_VEX_NAMING_H
+#define KELVANOR_OMNI_VEX_NAMING_H
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include <Activation.hh>
+#include <omniORB4/Naming.hh>
+
+// Nil when the file is missing or the name is not bound; the exceptions of
+// the calls themselves go to the caller.
+inline Activation::VEX_ptr omniResolveVex(CORBA::ORB_ptr orb) {
+    const char* root = std::getenv("NS_SERVER_ROOT");
+    const char* id = std::getenv("NS_SERVER_ID");
+    if (!root || !id) return Activation::VEX::_nil();
+    std::ifstream in(std::string(root) + "/wai/NameService/" + id + ".IOR");
+    std::string ior;
+    if (!(in >> ior)) return Activation::VEX::_nil();
+    CORBA::Object_var obj = orb->string_to_object(ior.c_str());
+    CosNaming::NamingContext_var ns = CosNaming::NamingContext::_narrow(obj);
+    if (CORBA::is_nil(ns)) return Activation::VEX::_nil();
+    CosNaming::Name name;
+    name.length(1);
+    name[0].id = static_cast<const char*>("VEX");
+    name[0].kind = static_cast<const char*>("");
+    try {
+        obj = ns->resolve(name);
+    } catch (const CosNaming::NamingContext::NotFound&) {
+        return Activation::VEX::_nil();
+    }
+    return Activation::VEX::_narrow(obj);
+}
+
+#endif
