@@ -84,6 +84,16 @@ protected:
     static dpDispatcher* _instance;
 
 private:
+    // Rounds begun so far, nested ones included, and whether the round now
+    // being delivered came from select(): notify compares the count before
+    // and after each handler to learn that a handler ran rounds of its own.
+    unsigned long _rounds = 0;
+    bool _selected = false;
+    // After a nested round, what select() said of the descriptors after
+    // `from` may be stale: a nested round may have read them dry. Asks the
+    // kernel again without waiting; returns how many events are left.
+    int stillReady(int from, dpFdMask& r, dpFdMask& w, dpFdMask& e) const;
+
     // Calls one handler operation and applies its result.
     void deliver(int fd, DispatcherMask mask, int (dpIOHandler::*event)(int));
     dpIOHandler** table(DispatcherMask mask) const;

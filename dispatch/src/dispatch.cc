@@ -130,10 +130,14 @@ iv_boolean dpDispatcher::dispatch(long& sec, long& usec) {
 iv_boolean dpDispatcher::dispatch(timeval* howlong) {
     dpFdMask rmask, wmask, emask;
     int nfound;
-    if (anyReady())
+    ++_rounds;
+    if (anyReady()) {
         nfound = fillInReady(rmask, wmask, emask);
-    else
+        _selected = false;
+    } else {
         nfound = waitFor(rmask, wmask, emask, howlong);
+        _selected = true;
+    }
     notify(nfound, rmask, wmask, emask);
     return nfound > 0;
 }
@@ -212,8 +216,23 @@ int dpDispatcher::waitFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlon
 // Each table entry is read just before its call, so an event for a
 // descriptor unlinked earlier in the round (or in a nested round) is passed
 // over.
+//
+// A handler that runs rounds of its own (a client waiting for its reply
+// serves other connections meanwhile) may read descriptors that this round
+// has still to deliver. A blocking read on one of those would hang the
+// process, so after a nested round the rest of select()'s answer is asked
+// again. Owed events are the handlers' own promises and are delivered as
+// they stand.
 void dpDispatcher::notify(int nfound, dpFdMask& r, dpFdMask& w, dpFdMask& e) {
+    const bool selected = _selected;
+    unsigned long rounds = _rounds;
     for (int fd = 0; fd < _nfds && nfound > 0; ++fd) {
+        if (selected && _rounds != rounds) {
+            nfound = stillReady(fd, r, w, e);
+            rounds = _rounds;
+            if (nfound == 0)
+                break;
+        }
         if (r.isSet(fd)) {
             deliver(fd, ReadMask, &dpIOHandler::inputReady);
             --nfound;
@@ -229,6 +248,44 @@ void dpDispatcher::notify(int nfound, dpFdMask& r, dpFdMask& w, dpFdMask& e) {
     }
     if (!_queue->isEmpty())
         _queue->expire(dpTimerQueue::currentTime());
+}
+
+int dpDispatcher::stillReady(int from, dpFdMask& r, dpFdMask& w, dpFdMask& e) const {
+    // Only descriptors still linked are asked about: one closed in the
+    // nested round would fail the whole select().
+    int bound = 0;
+    for (int fd = 0; fd < dpFdMask::kBits; ++fd) {
+        const bool keep = fd >= from && fd < _nfds;
+        if (!keep || _rtable[fd] == nullptr)
+            r.clrBit(fd);
+        if (!keep || _wtable[fd] == nullptr)
+            w.clrBit(fd);
+        if (!keep || _etable[fd] == nullptr)
+            e.clrBit(fd);
+        if (r.isSet(fd) || w.isSet(fd) || e.isSet(fd))
+            bound = fd + 1;
+    }
+    if (bound == 0)
+        return 0;
+    int n;
+    do {
+        timeval now = dpTimerQueue::_zeroTime;
+        dpFdMask rr = r, ww = w, ee = e;
+        n = select(bound, rr.fdSet(), ww.fdSet(), ee.fdSet(), &now);
+        if (n >= 0) {
+            r = rr;
+            w = ww;
+            e = ee;
+        }
+    } while (n < 0 && errno == EINTR);
+    if (n < 0) {
+        // Whatever is still ready, the next select() reports again.
+        r.zero();
+        w.zero();
+        e.zero();
+        return 0;
+    }
+    return n;
 }
 
 // After a negative result the descriptor is gone as a whole, so the later
