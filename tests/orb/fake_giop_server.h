@@ -45,6 +45,8 @@ public:
     // operation: "say" echoes its string, "pid" gives 4242, "_non_existent"
     // false, "_is_a" true, "stray" first sends a reply to another request
     // id, "wrong_type" gets a LocateReply; anything else an empty reply.
+    // A "say" of "held" is answered only when the next request comes, on
+    // any connection, and then before that request's own reply.
     struct Message {
         uint8_t type;
         std::string key;
@@ -158,8 +160,20 @@ private:
         if (rec.operation == "wrong_type") return locateReply(fd, id, std::string());
         if (rec.operation == "stray") sendAll(fd, reply(id + 1000).string("not yours").message());
         handcdr::Cdr o = reply(id);
-        if (rec.operation == "say") o.string(r.string());
-        else if (rec.operation == "pid") o.ulong(4242);
+        if (_heldFd >= 0) {
+            sendAll(_heldFd, _held);
+            _heldFd = -1;
+        }
+        if (rec.operation == "say") {
+            const std::string said = r.string();
+            o.string(said);
+            if (said == "held") {
+                _held = o.message();
+                _heldFd = fd;
+                return;
+            }
+        }
+        if (rec.operation == "pid") o.ulong(4242);
         else if (rec.operation == "_non_existent") o.octet(0);
         else if (rec.operation == "_is_a") o.octet(1);
         else if (rec.operation == "stray") o.string("yours");
@@ -187,6 +201,8 @@ private:
     unsigned short _port = 0;
     std::string _forwardKey;
     unsigned short _forwardPort = 0;
+    std::string _held;  // the reply to a "held" say, sent on _heldFd
+    int _heldFd = -1;
     std::vector<int> _conns;  // the thread's alone
     std::atomic<bool> _stop{false};
     std::atomic<int> _accepted{0};

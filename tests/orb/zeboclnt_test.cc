@@ -209,6 +209,42 @@ TEST(ZEBORBClient, RepliesAreMatchedByRequestId) {
     EXPECT_THROW(echo->_invoke(), CORBA_BAD_INV_ORDER);
 }
 
+// A call made from the dispatch that another call's wait runs, on the same
+// connection: the server answers the outer call first. The inner call goes
+// out on a spare connection, so neither reads the other's reply; the
+// spare is reused, not multiplied, and goes with the connection.
+TEST(ZEBORBClient, NestedCallsOnABusyConnectionUseASpare) {
+    Fake fake(Fake::Mode::Serve);
+    ASSERT_TRUE(fake.ok());
+    Demo::Echo_var echo(echoAt(fake.port(), "obj"));
+    EXPECT_FALSE(echo->_non_existent());
+    ASSERT_EQ(1, fake.accepted());
+
+    struct Inner : dpIOHandler {
+        Demo::Echo_ptr echo = nullptr;
+        std::vector<std::string> said;
+        void timerExpired(long, long) override {
+            CORBA_String_var s(echo->say("inner"));
+            said.push_back(s.in());
+        }
+    } inner;
+    inner.echo = echo;
+    for (int round = 0; round < 2; ++round) {
+        dpDispatcher::instance()->startTimer(0, 1000, &inner);
+        CORBA_String_var outer(echo->say("held"));
+        EXPECT_STREQ("held", outer);
+    }
+    EXPECT_EQ((std::vector<std::string>{"inner", "inner"}), inner.said);
+    EXPECT_EQ(2, fake.accepted());
+    // Nothing waits now: calls go out on the bound connection again.
+    CORBA_String_var plain(echo->say("plain"));
+    EXPECT_STREQ("plain", plain);
+    EXPECT_EQ(2, fake.accepted());
+
+    echo = nullptr;
+    EXPECT_TRUE(ktest::pollUntil([&] { return fake.closedByPeer() == 2; }, milliseconds(5000)));
+}
+
 // The object is there and the call is never answered: the connection is
 // closed before the caller hears of it. Not even the locate is answered:
 // the bind ends the same way, and the connection made for it goes.

@@ -8,6 +8,8 @@
 
 #include <sys/time.h>
 
+#include <vector>
+
 #include "dsset.h"
 #include "giop.h"
 #include "iohandle.h"
@@ -54,6 +56,20 @@ public:
     void remove(ZEBStubInfo* stub);
     unsigned stubCount() const { return _stubs.size(); }
 
+    // The connection a new call goes out on. GIOP lets replies come in any
+    // order, but this broker reads one reply per wait: a call made from a
+    // nested dispatch while a call further down the stack waits here would
+    // read, and lose, that call's reply. Such a call gets a spare
+    // connection to the same server instead (made on demand, kept for
+    // reuse, closed with this one); otherwise it is this client. Spares are
+    // in no table and carry no __bind, so a server counts its clients as
+    // before. A spare that cannot connect passes the stream's exception.
+    ZEBORBClient* forCall(const CORBA_BindOptions* options);
+    // A call reads a reply here: from its first read to its last. While
+    // any does, or a wait for input is under way, the connection is in use.
+    void reading(int delta) { _readers += delta; }
+    bool inUse() const;
+
     // The locate exchange for key, waiting send_wait + receive_wait of
     // options. OBJECT_HERE, or OBJECT_FORWARD with ior set to a new IOR the
     // caller owns. An unknown object, an unknown status or an answer that
@@ -83,6 +99,11 @@ private:
     void stopTimer();
     bool linkedHere() const;
     ZEBStubInfo* firstStub() const;
+    // Reads and drops what comes to a spare while no call waits there.
+    int drain();
+    void closeSpares();
+    IIOP::LocateStatusType locateHere(const CORBA_OctetSequence& key, IOP::IOR*& ior,
+                                      const CORBA_BindOptions* options);
 
     ZEBIIOPstream* _stream;  // owned
     DSProvider* _provider;   // one reference held
@@ -92,6 +113,9 @@ private:
     bool _closing = false;   // set once by close()
     long _references = 0;
     int _fd;                 // linked under this descriptor while open
+    int _readers = 0;        // calls reading a reply here
+    bool _spare = false;     // made by forCall for another client
+    std::vector<ZEBORBClient*> _spares;  // counted; see forCall
 };
 
 #endif

@@ -162,6 +162,10 @@ public:
     void blocking(unsigned char on) override;
     int fd() const override { return _fd; }
     CORBA::Boolean hasMoreData() const override { return _in.read_ptr < _in.read_end; }
+    // True while a reader of this stream waits for input further down the
+    // stack (the nested dispatch of a wait); a handler run meanwhile must
+    // not read from or write to it.
+    bool waiting() const { return _readWaits > 0; }
 
     // Resets the output block and writes a header of this type with size 0,
     // in our byte order. The output position is left as it is: call
@@ -288,6 +292,7 @@ private:
     int _outTcCount = 0;
     int _tcDepth = 0;
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
+    int _readWaits = 0;   // waits for input under way, nested ones counted
 };
 
 #endif

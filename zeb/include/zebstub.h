@@ -160,6 +160,12 @@ private:
     [[noreturn]] void throwReplied(GIOPstream* strm, IIOP::RequestHeader& header);
 
     ZEBORBClient* _client = nullptr;  // counted; null when not connected
+    // The connection of the call being made when it is a spare of _client
+    // (a call further down the stack waits on _client); null when the call
+    // goes out on _client itself. Counted.
+    ZEBORBClient* _call = nullptr;
+    void setCall(ZEBORBClient* client);
+    ZEBORBClient* callClient() const { return _call ? _call : _client; }
     CORBA_Object* _object;            // the reference that owns this record
     CORBA_BindOptions* _bind_options = nullptr;  // owned; null: the table's
     CORBA_OctetSequence* _principal = nullptr;   // owned; null: the table's

@@ -40,6 +40,15 @@ ZEBORBClient::ZEBORBClient(ZEBIIOPstream* stream, DSProvider* provider)
     gettimeofday(&_created, nullptr);
 }
 
+namespace {
+// Spares kept idle for reuse; busier moments make more, which are closed
+// again as their calls end.
+const size_t kIdleSpares = 2;
+
+// A connection made for one caller only: not entered in the ORB's table.
+bool makingSpare = false;
+}  // namespace
+
 ZEBORBClient* ZEBORBClient::create(DSProvider* provider, const CORBA_BindOptions* options) {
     const DSAddr& addr = provider->address();
     const std::string host(addr.ntoa());  // ntoa's buffer is shared
@@ -53,7 +62,8 @@ ZEBORBClient* ZEBORBClient::create(DSProvider* provider, const CORBA_BindOptions
     if (ZEBGlobalTable::orb_rcv_bufsize) stream->receiveBufferSize(ZEBGlobalTable::orb_rcv_bufsize);
 
     std::unique_ptr<ZEBORBClient> client(new ZEBORBClient(stream.release(), provider));
-    if (ZEBGlobalTable::_orb) ZEBGlobalTable::_orb->add(new DSAddr(addr), client.get());
+    client->_spare = makingSpare;
+    if (ZEBGlobalTable::_orb && !makingSpare) ZEBGlobalTable::_orb->add(new DSAddr(addr), client.get());
     dpDispatcher::instance()->link(client->_fd, dpDispatcher::ReadMask, client.get());
     return client.release();
 }
@@ -78,6 +88,7 @@ ZEBORBClient* ZEBORBClient::create(const IIOP::ObjectLocator& locator,
 
 ZEBORBClient::~ZEBORBClient() {
     stopTimer();
+    closeSpares();
     if (linkedHere()) dpDispatcher::instance()->unlink(_fd);
     if (ZEBGlobalTable::_orb) ZEBGlobalTable::_orb->remove(_provider->address(), this);
     delete _stream;
@@ -125,8 +136,84 @@ ZEBStubInfo* ZEBORBClient::firstStub() const {
     return w ? static_cast<ZEBStubInfo*>(w->value) : nullptr;
 }
 
+bool ZEBORBClient::inUse() const {
+    return _readers > 0 || _stream->waiting();
+}
+
+ZEBORBClient* ZEBORBClient::forCall(const CORBA_BindOptions* options) {
+    if (!inUse()) return this;
+    size_t idle = 0;
+    ZEBORBClient* found = nullptr;
+    for (size_t i = 0; i < _spares.size();) {
+        ZEBORBClient* s = _spares[i];
+        if (s->_closing || !s->_stream->open()) {
+            // Closed by its server or by a failed call: of no more use.
+            _spares.erase(_spares.begin() + static_cast<long>(i));
+            release(s);
+            continue;
+        }
+        if (!s->inUse()) {
+            if (!found) found = s;
+            else if (++idle >= kIdleSpares) {
+                _spares.erase(_spares.begin() + static_cast<long>(i));
+                s->close();
+                release(s);
+                continue;
+            }
+        }
+        ++i;
+    }
+    if (found) return found;
+    struct Flag {
+        Flag() { makingSpare = true; }
+        ~Flag() { makingSpare = false; }
+    } flag;
+    ZEBORBClient* s = create(_provider, options);
+    duplicate(s);
+    _spares.push_back(s);
+    return s;
+}
+
+void ZEBORBClient::closeSpares() {
+    std::vector<ZEBORBClient*> spares;
+    spares.swap(_spares);
+    for (ZEBORBClient* s : spares) {
+        s->close();
+        release(s);
+    }
+}
+
+int ZEBORBClient::drain() {
+    ClientHold self(this);
+    try {
+        do {
+            _stream->receiveMessage(0);
+            _stream->discardCurMsg();
+        } while (_stream->open() && _stream->hasMoreData());
+    } catch (const CORBA_Exception&) {
+        _stream->flushRead();
+        close();
+    }
+    return linkedHere() ? -1 : 0;
+}
+
 IIOP::LocateStatusType ZEBORBClient::locate(const CORBA_OctetSequence& key, IOP::IOR*& ior,
                                             const CORBA_BindOptions* options) {
+    // A spare is held for the exchange: closing this client meanwhile lets
+    // go of its spares. This client itself may be new and held by nobody
+    // yet, and a hold would delete it on the way out.
+    ZEBORBClient* c = forCall(options);
+    std::unique_ptr<ClientHold> hold(c != this ? new ClientHold(c) : nullptr);
+    c->reading(1);
+    struct Done {
+        ZEBORBClient* c;
+        ~Done() { c->reading(-1); }
+    } done{c};
+    return c->locateHere(key, ior, options);
+}
+
+IIOP::LocateStatusType ZEBORBClient::locateHere(const CORBA_OctetSequence& key, IOP::IOR*& ior,
+                                                const CORBA_BindOptions* options) {
     ior = nullptr;
     ZEBIIOPstream& s = *_stream;
     // A closed stream keeps its old descriptor number, which may belong to
@@ -169,6 +256,7 @@ IIOP::LocateStatusType ZEBORBClient::locate(const CORBA_OctetSequence& key, IOP:
 
 void ZEBORBClient::close() {
     _closing = true;
+    closeSpares();
     // A closed connection needs no keep-alive, and once closing the stubs
     // set is no longer kept up to date: the timer must not walk it.
     stopTimer();
@@ -182,6 +270,9 @@ int ZEBORBClient::inputReady(int fd) {
     // Closed under a wait that had the stream linked in its place: the set
     // is stale, and only the descriptor's entry is left to go.
     if (_closing) return linkedHere() ? -1 : 0;
+    // Nobody calls on a spare between calls: a late reply, or its server
+    // closing, is read and dropped here.
+    if (_spare) return drain();
     ZEBStubInfo* stub = firstStub();
     // Without a stub the data stays unread and select reports it again.
     if (!stub) return 0;

@@ -548,8 +548,10 @@ void ZEBIIOPstream::_waitForData(unsigned long timeout) {
             if (saved) d->link(fd, dpDispatcher::ReadMask, saved);
             if (timer) d->stopTimer(self);
             self->_waitStatus = savedStatus;
+            --self->_readWaits;
         }
     } restore{d, this, _fd, d->handler(_fd, dpDispatcher::ReadMask), timeout != 0, _waitStatus};
+    ++_readWaits;
     if (restore.saved) d->unlink(_fd);
     d->link(_fd, dpDispatcher::ReadMask, this);
     if (timeout) d->startTimer(static_cast<long>(timeout), 0, this);

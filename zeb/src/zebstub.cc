@@ -79,6 +79,7 @@ ZEBStubInfo::ZEBStubInfo(CORBA_Object* object) : _object(object) {
 
 ZEBStubInfo::~ZEBStubInfo() {
     setClient(nullptr);
+    setCall(nullptr);
     CORBA::release(_forward_key);
     delete _locator;
     delete _bind_options;
@@ -138,8 +139,16 @@ ZEBClientEventHandler* ZEBStubInfo::eventHandler() const {
     return _client_handler ? _client_handler : ZEBGlobalTable::_clientEventHandler;
 }
 
+void ZEBStubInfo::setCall(ZEBORBClient* client) {
+    if (client == _call) return;
+    ZEBORBClient::duplicate(client);
+    ZEBORBClient::release(_call);
+    _call = client;
+}
+
 void ZEBStubInfo::setClient(ZEBORBClient* client) {
     if (client == _client) return;
+    setCall(nullptr);
     ZEBORBClient::duplicate(client);
     if (_client) {
         _client->remove(this);
@@ -341,7 +350,10 @@ GIOPstream* ZEBStubInfo::create_request(const char* operation, unsigned char res
         // The connection died under the reference: bind again.
         unbind();
     }
-    ZEBIIOPstream* strm = _client->stream();
+    // The bound connection itself is not counted twice.
+    ZEBORBClient* call = _client->forCall(_bind_options);
+    setCall(call == _client ? nullptr : call);
+    ZEBIIOPstream* strm = call->stream();
     IIOP::MessageHeader h;
     std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
     h.iiop_version = IIOP::CURRENT_VERSION;
@@ -374,8 +386,8 @@ void ZEBStubInfo::reportFailure(bool sending, IIOP::RequestHeader& header,
 }
 
 void ZEBStubInfo::send(unsigned char) {
-    if (!_client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
-    ZEBORBClient* client = _client;
+    ZEBORBClient* client = callClient();
+    if (!client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
     ZEBIIOPstream* strm = client->stream();
     try {
         strm->sendMessage(sendWait(_bind_options));
@@ -397,12 +409,19 @@ void ZEBStubInfo::send(unsigned char) {
 }
 
 GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
-    if (!_client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
+    // The dispatcher calls for input on the connection the stub is bound
+    // to; a call reads where it sent.
+    ZEBORBClient* client = from_dispatcher ? _client : callClient();
+    if (!client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
     // A nested call on this stub may change its header and even its client
     // while this one waits.
     IIOP::RequestHeader header(_header);
-    ZEBORBClient* client = _client;
     ClientHold hold(client);
+    client->reading(1);
+    struct Done {
+        ZEBORBClient* c;
+        ~Done() { c->reading(-1); }
+    } done{client};
     ZEBIIOPstream* strm = client->stream();
     IIOP::ReplyHeader reply;
     for (;;) {
