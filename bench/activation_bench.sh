@@ -15,14 +15,10 @@ runs=${RUNS:-21}
 calls=${CALLS:-20000}
 cpu=${CPU:-0}
 
-bash tools/deps.sh
-if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELVANOR_BENCH=ON >/dev/null
-fi
+bench=activation_bench
+source bench/common.sh
+bench_configure "$build"
 cmake -S . -B "$build" -DKELVANOR_STATIC_ECHO_SERVER=ON >/dev/null
-type=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")
-[ "$type" = Release ] || echo "activation_bench: note: $build is a '$type' build, not Release"
-
 if ! cmake --build "$build" -j"$(nproc)" --target echo_server vex omni_echo_server \
     activation_driver >/dev/null; then
   echo "activation_bench: build failed (activation_driver needs Google Benchmark's bench" \
@@ -38,20 +34,6 @@ else
   echo "activation_bench: echo_server_static cannot be built here: the static row is left out"
 fi
 [ -x /usr/bin/omniNames ] || { echo "activation_bench: /usr/bin/omniNames is missing" >&2; exit 1; }
-
-tmp=$(mktemp -d)
-pids=()
-cleanup() {
-  # Servers the daemon started, as the driver logged them, then the rest.
-  if [ -f "$tmp/server.pids" ]; then
-    while read -r p; do kill -KILL "$p" 2>/dev/null || true; done <"$tmp/server.pids"
-  fi
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
 
 # start NAME PATTERN COMMAND...: runs it pinned in the background and waits
 # until its output holds PATTERN; returns 1 if it ended first.
@@ -105,7 +87,7 @@ fi
 
 echo "activation benchmark: $runs cold starts each, $calls warm lookups and null calls, CPU $cpu"
 if ! taskset -c "$cpu" timeout 600 "$build/activation_driver" "$build/echo_server" \
-    "$static_server" "$build/omni_echo_server" "$runs" "$calls" "$tmp/server.pids" \
+    "$static_server" "$build/omni_echo_server" "$runs" "$calls" "$tmp/extra.pids" \
     >"$tmp/figures"; then
   echo "activation_bench: the driver failed" >&2
   exit 1

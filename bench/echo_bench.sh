@@ -14,12 +14,9 @@ latency_calls=${LATENCY_CALLS:-20000}
 oneway_calls=${ONEWAY_CALLS:-200000}
 cpu=${CPU:-0}
 
-bash tools/deps.sh
-if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKELVANOR_BENCH=ON >/dev/null
-fi
-type=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")
-[ "$type" = Release ] || echo "echo_bench: note: $build is a '$type' build, not Release"
+bench=echo_bench
+source bench/common.sh
+bench_configure "$build"
 
 if ! cmake --build "$build" -j"$(nproc)" --target raw_echo_client stub_echo_client omni_echo_client \
     omni_echo_server >/dev/null; then
@@ -37,48 +34,6 @@ if ! out=$(cmake --build "$build" -j"$(nproc)" --target echo_server 2>&1); then
   has_echo_server=0
 fi
 
-tmp=$(mktemp -d)
-pids=()
-cleanup() {
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
-
-# start_server NAME COMMAND...: runs it pinned and sets server_ior once the
-# first line of its output is a complete reference. The EXIT trap stops it.
-start_server() {
-  local name=$1 out="$tmp/$1.out" pid
-  shift
-  : >"$out"  # there before the server, so that polling can read it at once
-  taskset -c "$cpu" "$@" >"$out" 2>"$tmp/$name.err" &
-  pid=$!
-  pids+=("$pid")
-  for _ in $(seq 150); do
-    server_ior=$(head -n 1 "$out")
-    if [[ $server_ior == IOR:* ]] && [ "$(wc -l <"$out")" -ge 1 ]; then return 0; fi
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  echo "echo_bench: $name gave no reference: $(cat "$tmp/$name.err")" >&2
-  exit 1
-}
-
-# run_client CLIENT IOR MODE N: one bounded run, pinned; prints its figure.
-run_client() {
-  local v
-  # $1 may carry options after the program's path, hence no quotes.
-  v=$(taskset -c "$cpu" timeout 120 $1 "$2" "$3" "$4" | awk '{print $2}') || v=
-  if [ -z "$v" ]; then
-    echo "echo_bench: $1 $3 failed" >&2
-    exit 1
-  fi
-  echo "$v"
-}
-
-median() { sort -g | awk '{v[NR] = $1} END {print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
 row() { printf '%-38s %16.2f %16.0f\n' "$1" "$2" "$3"; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.2f", a / b}'; }
 verdict() { awk -v v="$1" -v t="$3" -v op="$2" 'BEGIN {ok = (op == "<=") ? v <= t : v >= t; print (ok ? "meets" : "misses") " " op " " t}'; }

@@ -1,8 +1,10 @@
 // A client of the echo example through its generated stub, the way user code
 // calls objects: bind, then Demo::Echo::pid() and note(), for echo_bench.sh.
-// Usage: stub_echo_client [broker options] <IOR:...|@file> latency N|oneway N
+// bulk N sends N say() calls of 64 KiB each and prints calls per second.
+// Usage: stub_echo_client [broker options] <IOR:...|@file> latency N|oneway N|bulk N
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -34,9 +36,9 @@ int main(int argc, char** argv) {
         CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
         const long n = argc == 4 ? std::atol(argv[3]) : 0;
         const std::string mode = argc == 4 ? argv[2] : "";
-        if (n <= 0 || (mode != "latency" && mode != "oneway")) {
+        if (n <= 0 || (mode != "latency" && mode != "oneway" && mode != "bulk")) {
             std::cerr << "usage: stub_echo_client [broker options] <IOR:...|@file> "
-                         "latency N|oneway N"
+                         "latency N|oneway N|bulk N"
                       << std::endl;
             return 2;
         }
@@ -49,6 +51,15 @@ int main(int argc, char** argv) {
             for (long i = 0; i < n; ++i) echo->pid();
             std::cout << "latency " << secondsSince(start) * 1e6 / n << " us/call (" << n
                       << " calls)" << std::endl;
+        } else if (mode == "bulk") {
+            const std::string text(64 * 1024, 'k');
+            start = Clock::now();
+            for (long i = 0; i < n; ++i) {
+                CORBA_String_var back(echo->say(text.c_str()));
+                if (std::strlen(back.in()) != text.size()) return 1;
+            }
+            std::cout << "bulk " << static_cast<long>(n / secondsSince(start)) << " calls/s ("
+                      << n << " calls of 64 KiB)" << std::endl;
         } else {
             for (long i = 0; i < n; ++i) echo->note("");
             echo->pid();  // the reply comes after the server has read every note

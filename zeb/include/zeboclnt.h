@@ -118,4 +118,25 @@ private:
     std::vector<ZEBORBClient*> _spares;  // counted; see forCall
 };
 
+// Holds a client for the time of a call that may run the dispatcher, in
+// which its last other holder may let go; with `reading`, also marks a call
+// reading a reply there, so that calls made meanwhile take a spare.
+class ZEBClientHold {
+public:
+    explicit ZEBClientHold(ZEBORBClient* c, bool reading = false) : _c(c), _reading(reading) {
+        ZEBORBClient::duplicate(c);
+        if (_reading) c->reading(1);
+    }
+    ~ZEBClientHold() {
+        if (_reading) _c->reading(-1);
+        ZEBORBClient::release(_c);
+    }
+    ZEBClientHold(const ZEBClientHold&) = delete;
+    ZEBClientHold& operator=(const ZEBClientHold&) = delete;
+
+private:
+    ZEBORBClient* _c;
+    bool _reading;
+};
+
 #endif

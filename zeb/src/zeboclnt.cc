@@ -20,17 +20,12 @@ namespace {
 // the spelling is the one other processes of this broker use.
 const char* const kForeignObject = "FORIEGN OBJECT";
 
-// Keeps a client alive across a call that may drop its last holder.
-class ClientHold {
-public:
-    explicit ClientHold(ZEBORBClient* c) : _c(c) { ZEBORBClient::duplicate(c); }
-    ~ClientHold() { ZEBORBClient::release(_c); }
-    ClientHold(const ClientHold&) = delete;
-    ClientHold& operator=(const ClientHold&) = delete;
+// Spares kept idle for reuse; busier moments make more, which are closed
+// again as their calls end.
+const size_t kIdleSpares = 2;
 
-private:
-    ZEBORBClient* _c;
-};
+// A connection made for one caller only: not entered in the ORB's table.
+bool makingSpare = false;
 
 }  // namespace
 
@@ -39,15 +34,6 @@ ZEBORBClient::ZEBORBClient(ZEBIIOPstream* stream, DSProvider* provider)
     TBResource::ref(_provider);
     gettimeofday(&_created, nullptr);
 }
-
-namespace {
-// Spares kept idle for reuse; busier moments make more, which are closed
-// again as their calls end.
-const size_t kIdleSpares = 2;
-
-// A connection made for one caller only: not entered in the ORB's table.
-bool makingSpare = false;
-}  // namespace
 
 ZEBORBClient* ZEBORBClient::create(DSProvider* provider, const CORBA_BindOptions* options) {
     const DSAddr& addr = provider->address();
@@ -184,7 +170,7 @@ void ZEBORBClient::closeSpares() {
 }
 
 int ZEBORBClient::drain() {
-    ClientHold self(this);
+    ZEBClientHold self(this);
     try {
         do {
             _stream->receiveMessage(0);
@@ -199,16 +185,22 @@ int ZEBORBClient::drain() {
 
 IIOP::LocateStatusType ZEBORBClient::locate(const CORBA_OctetSequence& key, IOP::IOR*& ior,
                                             const CORBA_BindOptions* options) {
-    // A spare is held for the exchange: closing this client meanwhile lets
-    // go of its spares. This client itself may be new and held by nobody
-    // yet, and a hold would delete it on the way out.
     ZEBORBClient* c = forCall(options);
-    std::unique_ptr<ClientHold> hold(c != this ? new ClientHold(c) : nullptr);
-    c->reading(1);
-    struct Done {
-        ZEBORBClient* c;
-        ~Done() { c->reading(-1); }
-    } done{c};
+    if (c == this) {
+        // New, perhaps, and held by nobody yet: a hold would delete it on
+        // the way out.
+        reading(1);
+        try {
+            IIOP::LocateStatusType status = locateHere(key, ior, options);
+            reading(-1);
+            return status;
+        } catch (...) {
+            reading(-1);
+            throw;
+        }
+    }
+    // A spare is held: closing this client meanwhile lets go of its spares.
+    ZEBClientHold hold(c, true);
     return c->locateHere(key, ior, options);
 }
 
@@ -278,7 +270,7 @@ int ZEBORBClient::inputReady(int fd) {
     if (!stub) return 0;
     // The reply may run a nested dispatch in which the last holders of the
     // object or of this client let go; both stay until this call is over.
-    ClientHold self(this);
+    ZEBClientHold self(this);
     CORBA_Object_var object(CORBA_Object::_duplicate(stub->object()));
     if (!stub->receive_reply(1)) {
         // The stub has closed the connection, which took this client out of
@@ -312,7 +304,7 @@ void ZEBORBClient::timerExpired(long, long) {
         startTimer(period - static_cast<unsigned long>(age));
         return;
     }
-    ClientHold self(this);
+    ZEBClientHold self(this);
     CORBA_Object_var object(CORBA_Object::_duplicate(bound->object()));
     try {
         // An ordinary request on this connection; a failure has been dealt

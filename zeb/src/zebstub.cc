@@ -59,17 +59,6 @@ unsigned long receiveWait(const CORBA_BindOptions* options) {
     throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
 }
 
-// Holds a client for the time of a call that may run the dispatcher.
-class ClientHold {
-public:
-    explicit ClientHold(ZEBORBClient* c) : _c(c) { ZEBORBClient::duplicate(c); }
-    ~ClientHold() { ZEBORBClient::release(_c); }
-    ClientHold(const ClientHold&) = delete;
-    ClientHold& operator=(const ClientHold&) = delete;
-
-private:
-    ZEBORBClient* _c;
-};
 
 }  // namespace
 
@@ -416,12 +405,7 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
     // A nested call on this stub may change its header and even its client
     // while this one waits.
     IIOP::RequestHeader header(_header);
-    ClientHold hold(client);
-    client->reading(1);
-    struct Done {
-        ZEBORBClient* c;
-        ~Done() { c->reading(-1); }
-    } done{client};
+    ZEBClientHold hold(client, true);
     ZEBIIOPstream* strm = client->stream();
     IIOP::ReplyHeader reply;
     for (;;) {

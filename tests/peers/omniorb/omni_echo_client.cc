@@ -4,9 +4,11 @@
 //              _non_existent, one line each; exit 0 only if all are right
 //   latency N  N two-way pid() calls; prints microseconds per call
 //   oneway N   N note("") then one pid() to flush; prints calls per second
-// Usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N
+//   bulk N     N say() calls of 64 KiB each; prints calls per second
+// Usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N|bulk N
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -90,8 +92,20 @@ void oneway(Demo::Echo_ptr echo, long n) {
               << " calls)" << std::endl;
 }
 
+void bulk(Demo::Echo_ptr echo, long n) {
+    const std::string text(64 * 1024, 'k');
+    echo->pid();
+    auto start = Clock::now();
+    for (long i = 0; i < n; ++i) {
+        CORBA::String_var back = echo->say(text.c_str());
+        if (std::strlen(back.in()) != text.size()) throw CORBA::MARSHAL();
+    }
+    std::cout << "bulk " << static_cast<long>(n / secondsSince(start)) << " calls/s (" << n
+              << " calls of 64 KiB)" << std::endl;
+}
+
 int usage() {
-    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N"
+    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N|bulk N"
               << std::endl;
     return 2;
 }
@@ -119,6 +133,8 @@ int main(int argc, char** argv) {
             latency(echo, n);
         else if (mode == "oneway")
             oneway(echo, n);
+        else if (mode == "bulk")
+            bulk(echo, n);
         else
             status = usage();
         orb->destroy();
