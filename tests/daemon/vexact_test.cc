@@ -27,24 +27,15 @@ TEST_F(VexActivation, SharedServerStartsOnceAndIsRestartedAfterItDies) {
     ASSERT_GT(first, 1);
     EXPECT_EQ(lookupPid("shared"), first);
     // By interface, the running shared server is the one taken.
-    {
-        CORBA_Object_var ref(_daemon->lookup_interface("Demo::Echo", kStartLimit));
-        EXPECT_EQ(serverPid(ref), first);
-    }
-    {
-        Activation::ImplementationStatus_var s(status("shared"));
-        ASSERT_EQ(s->status.length(), 1u);
-        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(first));
-        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
-        EXPECT_NE(s->status[0].objRef.in(), nullptr);
-        EXPECT_STREQ(s->impl->path, KELVANOR_ECHO_SERVER_BINARY);
-    }
+    CORBA_Object_var ref(_daemon->lookup_interface("Demo::Echo", kStartLimit));
+    EXPECT_EQ(serverPid(ref), first);
+    EXPECT_TRUE(oneActive("shared", first));
+    EXPECT_STREQ(Activation::ImplementationStatus_var(status("shared"))->impl->path,
+                 KELVANOR_ECHO_SERVER_BINARY);
     // A running shared server may not be redefined.
-    {
-        CORBA_CreationImplDef_var old(_daemon->get_implementation("Demo::Echo", "shared"));
-        CORBA_CreationImplDef moved("Demo::Echo", "shared", CORBA_OctetSequence(), "/bin/sh");
-        EXPECT_THROW(_daemon->change_implementation(old, &moved), Activation::IsActive);
-    }
+    CORBA_CreationImplDef_var old(_daemon->get_implementation("Demo::Echo", "shared"));
+    CORBA_CreationImplDef moved("Demo::Echo", "shared", CORBA_OctetSequence(), "/bin/sh");
+    EXPECT_THROW(_daemon->change_implementation(old, &moved), Activation::IsActive);
 
     ASSERT_EQ(0, kill(first, SIGKILL));
     EXPECT_TRUE(statusLengthBecomes("shared", 0));
@@ -59,46 +50,21 @@ TEST_F(VexActivation, ClientBindingByNamesGetsAServerStarted) {
     ASSERT_NE(echo.in(), nullptr);
     CORBA_String_var said(echo->say("hello"));
     EXPECT_STREQ(said.in(), "hello");
-    const CORBA::Long pid = echo->pid();
-    track(static_cast<CORBA::ULong>(pid));
-    Activation::ImplementationStatus_var s(status("byname"));
-    ASSERT_EQ(s->status.length(), 1u);
-    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
+    EXPECT_TRUE(oneActive("byname", static_cast<CORBA::ULong>(serverPid(echo))));
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "nobody", kStartLimit),
                  Activation::NotRegistered);
 }
 
 TEST_F(VexActivation, SecondLookupDuringAStartIsBusy) {
-    const std::string echoClient =
-        std::string(KELVANOR_ECHO_SERVER_BINARY).substr(
-            0, std::string(KELVANOR_ECHO_SERVER_BINARY).rfind('/') + 1) +
-        "echo_client";
-    if (access(echoClient.c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
-    CORBA_Object_var byNames(registerScript(
-        "slow", std::string("sleep 2; exec ") + KELVANOR_ECHO_SERVER_BINARY +
-                    " -OAipaddr 127.0.0.1 \"$0\""));
-    ASSERT_NE(byNames.in(), nullptr);
-    int argc = 0;
-    CORBA::ORB_ptr orb = CORBA::ORB_init(argc, nullptr);
-    CORBA_String_var ior(orb->object_to_string(byNames));
-
+    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var slow(registerSlowEcho("slow", 2));
     // Another process binds by names and so holds the daemon in a start.
     ktest::Process client;
-    ktest::Process::Options opts;
-    opts.argv = {echoClient, ior.in(), "hi"};
-    opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test"};
-    ASSERT_TRUE(client.start(opts)) << client.error();
-    ASSERT_TRUE(ktest::pollUntil(
-        [&] {
-            Activation::ImplementationStatus_var s(status("slow"));
-            if (s->status.length() != 1) return false;
-            track(s->status[0].process_id);
-            return s->status[0].activation_state == Activation::WAITING_FOR_ACTIVATION;
-        },
-        milliseconds(10000)));
+    ASSERT_TRUE(startEchoClient(client, byNames(slow))) << client.error();
+    ASSERT_TRUE(startBegins("slow"));
     {
         Activation::ImplementationStatus_var s(status("slow"));
-        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
         EXPECT_EQ(s->status[0].objRef.in(), nullptr);
     }
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "slow", kStartLimit),
@@ -109,9 +75,7 @@ TEST_F(VexActivation, SecondLookupDuringAStartIsBusy) {
     ASSERT_TRUE(client.wait(milliseconds(20000))) << client.stderrText();
     EXPECT_EQ(client.exitCode(), 0) << client.stdoutText() << client.stderrText();
     EXPECT_NE(client.stdoutText().find("hi"), std::string::npos);
-    Activation::ImplementationStatus_var s(status("slow"));
-    ASSERT_EQ(s->status.length(), 1u);
-    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_TRUE(oneActive("slow"));
 }
 
 TEST_F(VexActivation, ProgramThatExitsAtOnceIsTriedFiveTimes) {
@@ -176,12 +140,7 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     };
     ktest::Process hand;
     ASSERT_TRUE(startEcho(hand, "hand")) << hand.stderrText();
-    {
-        Activation::ImplementationStatus_var s(status("hand"));
-        ASSERT_EQ(s->status.length(), 1u);
-        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(hand.pid()));
-        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
-    }
+    EXPECT_TRUE(oneActive("hand", static_cast<CORBA::ULong>(hand.pid())));
     EXPECT_EQ(lookupPid("hand"), hand.pid());
 
     // A server of a pair the daemon does not know is refused and runs on
@@ -193,51 +152,25 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
 
 TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
     const std::string pidFile = _dir.file("late.pid");
-    CORBA::release(registerScript("late", "echo $$ > " + pidFile + "; sleep 2; exec " +
-                                              KELVANOR_ECHO_SERVER_BINARY +
-                                              " -OAipaddr 127.0.0.1 \"$0\""));
+    CORBA::release(registerSlowEcho("late", 2, "echo $$ > " + pidFile + "; "));
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1),
                  Activation::NotResponding);
     const CORBA::ULong pid =
         static_cast<CORBA::ULong>(std::strtoul(ktest::readFile(pidFile).c_str(), nullptr, 10));
     track(pid);
     ASSERT_GT(pid, 1u);
-    {
-        Activation::ImplementationStatus_var s(status("late"));
-        EXPECT_EQ(s->status.length(), 0u);
-    }
+    EXPECT_EQ(Activation::ImplementationStatus_var(status("late"))->status.length(), 0u);
     ASSERT_TRUE(statusLengthBecomes("late", 1));
-    Activation::ImplementationStatus_var s(status("late"));
-    EXPECT_EQ(s->status[0].process_id, pid);
-    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_TRUE(oneActive("late", pid));
     EXPECT_EQ(lookupPid("late"), static_cast<CORBA::Long>(pid));
 }
 
 TEST_F(VexActivation, UnregisteringDuringAStartEndsTheWaitingLookup) {
-    const std::string pidFile = _dir.file("gone.pid");
-    CORBA_Object_var byNames(registerScript(
-        "gone", "echo $$ > " + pidFile + "; sleep 2; exec " + KELVANOR_ECHO_SERVER_BINARY +
-                    " -OAipaddr 127.0.0.1 \"$0\""));
-    int argc = 0;
-    CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(byNames));
-    const std::string echoClient =
-        std::string(KELVANOR_ECHO_SERVER_BINARY).substr(
-            0, std::string(KELVANOR_ECHO_SERVER_BINARY).rfind('/') + 1) +
-        "echo_client";
-    if (access(echoClient.c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
+    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var gone(registerSlowEcho("gone", 2));
     ktest::Process client;
-    ktest::Process::Options opts;
-    opts.argv = {echoClient, ior.in(), "hi"};
-    opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test"};
-    ASSERT_TRUE(client.start(opts)) << client.error();
-    ASSERT_TRUE(ktest::pollUntil(
-        [&] {
-            Activation::ImplementationStatus_var s(status("gone"));
-            if (s->status.length() != 1) return false;
-            track(s->status[0].process_id);
-            return true;
-        },
-        milliseconds(10000)));
+    ASSERT_TRUE(startEchoClient(client, byNames(gone))) << client.error();
+    ASSERT_TRUE(startBegins("gone"));
     _daemon->unreg_implementation("Demo::Echo", "gone");
     // The waiting lookup ends with a refusal, and the daemon serves on.
     ASSERT_TRUE(client.wait(milliseconds(20000)));

@@ -66,25 +66,31 @@ protected:
         setenv("NS_SERVER_ROOT", web.c_str(), 1);
         setenv("NS_SERVER_ID", "test", 1);
 
-        ktest::Process::Options opts;
-        opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport",
-                     std::to_string(freePort())};
-        opts.env = {"NS_SERVER_ROOT=" + web, "NS_SERVER_ID=test",
-                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
-        opts.cwd = _dir.path();
-        ASSERT_TRUE(_vex.start(opts)) << _vex.error();
-        ASSERT_TRUE(ktest::pollUntil(
-            [&] {
-                return _vex.stdoutText().find("naming service") != std::string::npos ||
-                       !_vex.running();
-            },
-            milliseconds(15000)));
-        ASSERT_NE(_vex.stdoutText().find("VEX registered with naming service\n"),
-                  std::string::npos)
-            << _vex.stdoutText() << _vex.stderrText();
+        _port = std::to_string(freePort());
+        ASSERT_TRUE(startVex(_vex, _port)) << _vex.stdoutText() << _vex.stderrText();
         _daemon = resolveVEX(nullptr);
         ASSERT_NE(_daemon.in(), nullptr);
     }
+
+    // Starts a daemon on port and waits for its verdict on the naming
+    // service; true once it says it registered.
+    bool startVex(ktest::Process& p, const std::string& port) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test",
+                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
+        opts.cwd = _dir.path();
+        return p.start(opts) &&
+               ktest::pollUntil(
+                   [&] {
+                       return p.stdoutText().find("naming service") != std::string::npos ||
+                              !p.running();
+                   },
+                   milliseconds(15000)) &&
+               p.stdoutText().find("VEX registered with naming service\n") != std::string::npos;
+    }
+
+    std::string repo() const { return _dir.path() + "/impl_dir/impl_rep"; }
 
     void TearDown() override {
         // The servers are the daemon's children: ask it for their pids
@@ -126,6 +132,35 @@ protected:
         return _daemon->reg_implementation(&d);
     }
 
+    // A start that takes `seconds`: a shell program that runs `first`,
+    // sleeps, then becomes echo_server.
+    CORBA_Object* registerSlowEcho(const char* object, int seconds, const std::string& first = "") {
+        return registerScript(object, first + "sleep " + std::to_string(seconds) + "; exec " +
+                                          KELVANOR_ECHO_SERVER_BINARY +
+                                          " -OAipaddr 127.0.0.1 \"$0\"");
+    }
+
+    static std::string echoClientBinary() {
+        const std::string server(KELVANOR_ECHO_SERVER_BINARY);
+        return server.substr(0, server.rfind('/') + 1) + "echo_client";
+    }
+    static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
+
+    // echo_client binding by the names in ior, which makes it ask the daemon.
+    bool startEchoClient(ktest::Process& p, const std::string& ior) {
+        ktest::Process::Options opts;
+        opts.argv = {echoClientBinary(), ior, "hi"};
+        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
+                    "NS_SERVER_ID=test"};
+        return p.start(opts);
+    }
+
+    std::string byNames(CORBA_Object* ref) {
+        int argc = 0;
+        CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(ref));
+        return ior.in();
+    }
+
     // The pid of the server behind ref, asked of the server itself.
     CORBA::Long serverPid(CORBA_Object* ref) {
         Demo::Echo_var echo(Demo::Echo::_narrow(ref));
@@ -144,6 +179,32 @@ protected:
         return _daemon->get_status("Demo::Echo", object);
     }
 
+    // The entry's one server: active, with a reference, and of pid if one
+    // is given.
+    ::testing::AssertionResult oneActive(const char* object, CORBA::ULong pid = 0) {
+        Activation::ImplementationStatus_var s(status(object));
+        if (s->status.length() != 1)
+            return ::testing::AssertionFailure() << s->status.length() << " servers";
+        const Activation::ObjectStatus& o = s->status[0];
+        const bool pidOk = !pid || o.process_id == pid;
+        if (o.activation_state == Activation::ACTIVE && o.objRef.in() && pidOk)
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << "pid " << o.process_id << ", state "
+                                             << o.activation_state;
+    }
+
+    // Waits until the entry has a server, started or running, and tracks it.
+    bool startBegins(const char* object) {
+        return ktest::pollUntil(
+            [&] {
+                Activation::ImplementationStatus_var s(status(object));
+                if (s->status.length() != 1) return false;
+                track(s->status[0].process_id);
+                return true;
+            },
+            milliseconds(10000));
+    }
+
     bool statusLengthBecomes(const char* object, CORBA::ULong n) {
         return ktest::pollUntil(
             [&] {
@@ -156,6 +217,7 @@ protected:
     ktest::TempDir _dir{"vexact"};
     ktest::OmniNames _ns;
     ktest::Process _vex;
+    std::string _port;  // the daemon's
     Activation::VEX_var _daemon;
     std::set<pid_t> _servers;
 };

