@@ -161,6 +161,68 @@ TEST(ZEBIIOPstreamCore, SameBytesDecodeAsInTheMemoryBuffer) {
     EXPECT_STREQ("abc", own);
 }
 
+// Values whose padding or bytes cross the end of the output block: the block
+// grows under them and the alignment still counts from the origin.
+TEST(ZEBIIOPstreamCore, ValuesAcrossBlockGrowthKeepTheirPadding) {
+    ZEBIIOPstream s;
+    std::string expect;
+    auto pad = [&](size_t n) { expect.append((n - expect.size() % n) % n, ' '); };
+    for (int i = 0; i < 300; ++i) {  // far past the first block
+        s << char('a' + i % 26);
+        expect += char('a' + i % 26);
+        double d = i + 0.5;
+        s << d;
+        pad(8);
+        expect.append(reinterpret_cast<const char*>(&d), 8);
+        s << CORBA::UShort(i);
+        CORBA::UShort u = CORBA::UShort(i);
+        expect.append(reinterpret_cast<const char*>(&u), 2);
+        s << long(-i);
+        pad(4);
+        int32_t l = -i;
+        expect.append(reinterpret_cast<const char*>(&l), 4);
+    }
+    ASSERT_EQ(expect.size(), s.outLength());
+    EXPECT_EQ(expect, written(s));
+    EXPECT_EQ(expect.size(), s.outPosition());
+
+    // And back, every value at its place.
+    ZEBIIOPstream r;
+    r.set_read_buffer(&expect[0], expect.size(), 0);
+    for (int i = 0; i < 300; ++i) {
+        char c;
+        double d;
+        CORBA::UShort u;
+        long l;
+        r >> c >> d >> u >> l;
+        ASSERT_EQ(char('a' + i % 26), c);
+        ASSERT_EQ(i + 0.5, d);
+        ASSERT_EQ(CORBA::UShort(i), u);
+        ASSERT_EQ(-i, l);
+    }
+    EXPECT_EQ(0u, r.messageBytesLeft());
+    // One byte past the end is short data, even for a value whose padding
+    // alone would fit.
+    CORBA::Octet o;
+    EXPECT_TRUE(raises<CORBA_MARSHAL>([&] { r >> o; }));
+}
+
+// A value may not be read from the next message's bytes even when they are
+// already buffered: the message bound holds on the fast path too.
+TEST(ZEBIIOPstreamCore, MessageBoundStopsAValueInsideTheBuffer) {
+    std::string data = le32(7) + le32(8);
+    ZEBIIOPstream r;
+    r.set_read_buffer(&data[0], 6, 0);  // two bytes of the second long
+    CORBA::ULong v = 0;
+    r >> v;
+    EXPECT_EQ(7u, v);
+    EXPECT_TRUE(raises<CORBA_MARSHAL>([&] { r >> v; }));
+    EXPECT_EQ(2u, r.messageBytesLeft());
+    CORBA::UShort u = 0;
+    r >> u;  // what is left can still be read
+    EXPECT_EQ(8u, u);
+}
+
 // The request header through the GIOP records: the operation's length after
 // a 3-byte key is aligned from the message start, 12-byte header included.
 TEST(ZEBIIOPstreamCore, RequestHeaderAlignsFromTheMessageStartAndReadsBack) {
@@ -295,6 +357,31 @@ TEST_F(ZEBIIOPstreamLoopback, BodiesLargerThanTheBlock) {
         sum += v;
     }
     EXPECT_EQ(3u * 999 * 1000 / 2, sum);
+}
+
+// Mixed values in a body three times the block, each refill landing inside
+// some value or its padding; the alignment counts from the message start.
+TEST_F(ZEBIIOPstreamLoopback, ValuesStraddlingRefillsAlignFromTheMessageStart) {
+    auto s = connectClient();
+    ZEBIIOPstream w;
+    w.put("HEADER-BYTES", 12);  // the reader's origin is the header's start
+    for (int i = 0; i < 400; ++i) w << char(i) << double(i) << CORBA::Short(-i) << CORBA::Long(i);
+    std::string body(w.outData() + 12, w.outLength() - 12);
+    ASSERT_GT(body.size(), 3 * ZEBGlobalTable::tcp_read_size);
+    send(giop(IIOP::Reply, body, IIOP::BYTE_ORDER != 0));
+    s->receiveMessage(5);
+    for (int i = 0; i < 400; ++i) {
+        char c;
+        double d;
+        CORBA::Short h;
+        CORBA::Long l;
+        *s >> c >> d >> h >> l;
+        ASSERT_EQ(char(i), c);
+        ASSERT_EQ(double(i), d);
+        ASSERT_EQ(-i, h);
+        ASSERT_EQ(i, l);
+    }
+    EXPECT_EQ(0u, s->messageBytesLeft());
 }
 
 // A string too long for the block, whose count covers no NUL, comes in

@@ -7,7 +7,10 @@
 #define KELVANOR_ZEBSTRM_H
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "corba.h"
 #include "giop.h"
@@ -32,6 +35,65 @@ struct ConnectionInfo {
 };
 
 }  // namespace ZEB_EXT
+
+// The wire images of the CDR primitives. C++ long and unsigned long carry 4
+// bytes; every other value travels in its own size.
+namespace ZEBcdr {
+
+template <std::size_t N>
+struct UnsignedOf;
+template <>
+struct UnsignedOf<2> {
+    using type = uint16_t;
+};
+template <>
+struct UnsignedOf<4> {
+    using type = uint32_t;
+};
+template <>
+struct UnsignedOf<8> {
+    using type = uint64_t;
+};
+
+template <class T>
+using WireFor = std::conditional_t<std::is_integral<T>::value && sizeof(T) == 8, uint32_t,
+                                   typename UnsignedOf<sizeof(T)>::type>;
+
+inline uint16_t swap(uint16_t v) { return __builtin_bswap16(v); }
+inline uint32_t swap(uint32_t v) { return __builtin_bswap32(v); }
+inline uint64_t swap(uint64_t v) { return __builtin_bswap64(v); }
+
+template <class T, class W>
+inline T fromWire(W w) {
+    if constexpr (sizeof(T) == sizeof(W)) {
+        T v;
+        std::memcpy(&v, &w, sizeof v);
+        return v;
+    } else {
+        using S = std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>;
+        S s;
+        std::memcpy(&s, &w, sizeof s);
+        return static_cast<T>(s);
+    }
+}
+
+template <class W, class T>
+inline W toWire(T v) {
+    W w;
+    if constexpr (sizeof(T) == sizeof(W)) {
+        std::memcpy(&w, &v, sizeof w);
+    } else {
+        auto narrow =
+            static_cast<std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>>(v);
+        std::memcpy(&w, &narrow, sizeof w);
+    }
+    return w;
+}
+
+// Padding bytes mean nothing; blanks, as the writer always used.
+constexpr uint64_t kBlanks = 0x2020202020202020ULL;
+
+}  // namespace ZEBcdr
 
 // Failures are CORBA system exceptions: transport faults CORBA_COMM_FAILURE
 // (minor errno, completed NO), time-outs CORBA_NO_RESPONSE, reads past the
@@ -61,33 +123,43 @@ public:
     // CORBA::string_alloc. A string whose count covers no NUL keeps all its
     // bytes and gets one behind them (in a longer buffer if need be), as
     // from the memory buffers. The caller owns the result.
-    TBistream& operator>>(char*& s) override;
-    TBistream& operator>>(char& c) override;
-    TBistream& operator>>(unsigned char& c) override;
-    TBistream& operator>>(short& v) override;
-    TBistream& operator>>(unsigned short& v) override;
-    TBistream& operator>>(int& v) override;
-    TBistream& operator>>(unsigned int& v) override;
-    TBistream& operator>>(long& v) override;
-    TBistream& operator>>(unsigned long& v) override;
-    TBistream& operator>>(float& v) override;
-    TBistream& operator>>(double& v) override;
+    TBistream& operator>>(char*& s) final;
+    // The value operators are defined here so that a caller who holds the
+    // stream by its own type gets them inline; through a base reference
+    // they cost one virtual call and run the same code.
+    TBistream& operator>>(char& c) final { return readOctet(c); }
+    TBistream& operator>>(unsigned char& c) final { return readOctet(c); }
+    TBistream& operator>>(short& v) final { return readValue(v); }
+    TBistream& operator>>(unsigned short& v) final { return readValue(v); }
+    TBistream& operator>>(int& v) final { return readValue(v); }
+    TBistream& operator>>(unsigned int& v) final { return readValue(v); }
+    TBistream& operator>>(long& v) final { return readValue(v); }
+    TBistream& operator>>(unsigned long& v) final { return readValue(v); }
+    TBistream& operator>>(float& v) final { return readValue(v); }
+    TBistream& operator>>(double& v) final { return readValue(v); }
 
-    int get() override;  // the byte as unsigned, 0 to 255
-    TBistream& get(char& c) override;
-    TBistream& get(unsigned char& c) override;
+    // The byte as unsigned, 0 to 255: a 0xff octet is never the -1 that
+    // means no data.
+    int get() final {
+        unsigned char c;
+        readOctet(c);
+        return c;
+    }
+    TBistream& get(char& c) final { return readOctet(c); }
+    TBistream& get(unsigned char& c) final { return readOctet(c); }
     // Raw bytes: no alignment, no swapping.
-    TBistream& get(char* p, unsigned n) override;
-    TBistream& get(unsigned char* p, unsigned n) override;
-    // Arrays align once, move all n elements, then swap each if needed.
-    TBistream& get(short* p, unsigned n) override;
-    TBistream& get(unsigned short* p, unsigned n) override;
-    TBistream& get(int* p, unsigned n) override;
-    TBistream& get(unsigned int* p, unsigned n) override;
-    TBistream& get(long* p, unsigned n) override;
-    TBistream& get(unsigned long* p, unsigned n) override;
-    TBistream& get(float* p, unsigned n) override;
-    TBistream& get(double* p, unsigned n) override;
+    TBistream& get(char* p, unsigned n) final;
+    TBistream& get(unsigned char* p, unsigned n) final;
+    // Arrays align once, move all n elements in one copy, then swap each if
+    // needed. n == 0 still aligns.
+    TBistream& get(short* p, unsigned n) final;
+    TBistream& get(unsigned short* p, unsigned n) final;
+    TBistream& get(int* p, unsigned n) final;
+    TBistream& get(unsigned int* p, unsigned n) final;
+    TBistream& get(long* p, unsigned n) final;
+    TBistream& get(unsigned long* p, unsigned n) final;
+    TBistream& get(float* p, unsigned n) final;
+    TBistream& get(double* p, unsigned n) final;
     // Copies min(max, count) bytes with strncpy semantics (max of all ones
     // means "the count"); the stream moves past the whole string. When the
     // string was not wholly buffered the copy is taken again from what then
@@ -98,32 +170,33 @@ public:
     // bytes are blanks. The operators return the TBostream part.
 
     // Null: count 0 and no bytes. Otherwise strlen + 1, then the text and NUL.
-    TBostream& operator<<(const char* s) override;
-    TBostream& operator<<(char c) override;
-    TBostream& operator<<(unsigned char c) override;
-    TBostream& operator<<(short v) override;
-    TBostream& operator<<(unsigned short v) override;
-    TBostream& operator<<(int v) override;
-    TBostream& operator<<(unsigned int v) override;
-    TBostream& operator<<(long v) override;
-    TBostream& operator<<(unsigned long v) override;
-    TBostream& operator<<(float v) override;
-    TBostream& operator<<(double v) override;
+    TBostream& operator<<(const char* s) final;
+    TBostream& operator<<(char c) final { return writeOctet(c); }
+    TBostream& operator<<(unsigned char c) final { return writeOctet(c); }
+    TBostream& operator<<(short v) final { return writeValue(v); }
+    TBostream& operator<<(unsigned short v) final { return writeValue(v); }
+    TBostream& operator<<(int v) final { return writeValue(v); }
+    TBostream& operator<<(unsigned int v) final { return writeValue(v); }
+    TBostream& operator<<(long v) final { return writeValue(v); }
+    TBostream& operator<<(unsigned long v) final { return writeValue(v); }
+    TBostream& operator<<(float v) final { return writeValue(v); }
+    TBostream& operator<<(double v) final { return writeValue(v); }
     TBostream& operator<<(const TBTransObject* obj) override;
     TBostream& operator<<(const TBTransObject& obj) override;
 
-    TBostream& put(char c) override;
-    TBostream& put(const char* p, unsigned n) override;
-    TBostream& put(const unsigned char* p, unsigned n) override;
-    TBostream& put(const short* p, unsigned n) override;
-    TBostream& put(const unsigned short* p, unsigned n) override;
-    TBostream& put(const int* p, unsigned n) override;
-    TBostream& put(const unsigned int* p, unsigned n) override;
-    TBostream& put(const long* p, unsigned n) override;
-    TBostream& put(const unsigned long* p, unsigned n) override;
-    TBostream& put(const float* p, unsigned n) override;
-    TBostream& put(const double* p, unsigned n) override;
-    TBostream& putCString(const char* s) override;
+    TBostream& put(char c) final { return writeOctet(c); }
+    TBostream& put(const char* p, unsigned n) final;
+    TBostream& put(const unsigned char* p, unsigned n) final;
+    // Arrays as on reading: one alignment, one copy.
+    TBostream& put(const short* p, unsigned n) final;
+    TBostream& put(const unsigned short* p, unsigned n) final;
+    TBostream& put(const int* p, unsigned n) final;
+    TBostream& put(const unsigned int* p, unsigned n) final;
+    TBostream& put(const long* p, unsigned n) final;
+    TBostream& put(const unsigned long* p, unsigned n) final;
+    TBostream& put(const float* p, unsigned n) final;
+    TBostream& put(const double* p, unsigned n) final;
+    TBostream& putCString(const char* s) final;
 
     // ---- Message life (CORBA_MarshalStream, GIOPstream).
 
@@ -150,7 +223,7 @@ public:
     CORBA::Boolean open() const override { return _open; }
     const IIOP::MessageHeader& msgHeader() const override { return _header; }
     // Input position to 0; the caller reads and stores the byte-order octet.
-    void newInEncapsulation() override { _inPos = 0; }
+    void newInEncapsulation() override { setInPos(0); }
     // Output position to 0 and the data byte order back to ours.
     void newOutEncapsulation() override;
     // Consumes what the reader left of the current message, in bounded chunks.
@@ -183,10 +256,10 @@ public:
     // The bytes written to the output block so far.
     const char* outData() const { return _out->write_base; }
     unsigned long outLength() const { return static_cast<unsigned long>(_out->writeCount()); }
-    unsigned long inPosition() const { return _inPos; }
-    unsigned long outPosition() const { return _outPos; }
+    unsigned long inPosition() const { return inPos(); }
+    unsigned long outPosition() const { return outPos(); }
     // Bytes of the current input message not yet consumed.
-    unsigned long messageBytesLeft() const { return _msgLeft; }
+    unsigned long messageBytesLeft() const { return msgLeft(); }
     unsigned long bufferedBytes() const { return static_cast<unsigned long>(_in.readAvail()); }
 
     // ---- Sockets. Host and port arguments are in host order.
@@ -229,10 +302,128 @@ private:
     ZEBIIOPstream(const ZEBIIOPstream&) = delete;
     ZEBIIOPstream& operator=(const ZEBIIOPstream&) = delete;
 
+    // ---- The fast paths. Each primitive aligns by mask, makes one bound
+    // check and copies; whatever does not fit goes to an out-of-line slow
+    // path that does the same work one step at a time (refilling from the
+    // socket, growing the block, or throwing).
+
+    // The positions are kept as origins against the pointers they count
+    // from, so that a value read or written moves one pointer and nothing
+    // else. Anything that moves a pointer by other than a read or a write
+    // saves the positions first and sets them again afterwards.
+    static std::uintptr_t addr(const char* p) { return reinterpret_cast<std::uintptr_t>(p); }
+    CORBA::ULong inPos() const { return static_cast<CORBA::ULong>(addr(_in.read_ptr) - _inOrigin); }
+    void setInPos(CORBA::ULong pos) { _inOrigin = addr(_in.read_ptr) - pos; }
+    CORBA::ULong msgLeft() const { return static_cast<CORBA::ULong>(_msgEnd - addr(_in.read_ptr)); }
+    void setMsgLeft(CORBA::ULong n) {
+        _msgEnd = addr(_in.read_ptr) + n;
+        syncInLimit();
+    }
+    CORBA::ULong outPos() const {
+        return static_cast<CORBA::ULong>(addr(_out->write_ptr) - _outOrigin);
+    }
+    void setOutPos(CORBA::ULong pos) { _outOrigin = addr(_out->write_ptr) - pos; }
+
+    // Bytes the fast read path may take: those of the current message that
+    // are already buffered.
+    std::size_t inFast() const { return static_cast<std::size_t>(_inLimit - _in.read_ptr); }
+    void advanceIn(std::size_t n) { _in.read_ptr += n; }
+    // Recomputes _inLimit; called by whatever changes the buffered bytes or
+    // the message bound.
+    void syncInLimit() {
+        std::size_t avail = static_cast<std::size_t>(_in.read_end - _in.read_ptr);
+        std::size_t left = msgLeft();
+        _inLimit = _in.read_ptr + (avail < left ? avail : left);
+    }
+
     template <class W>
-    W readWire();
+    W readWire() {
+        constexpr std::size_t n = sizeof(W);
+        const std::size_t pad = (_inOrigin - addr(_in.read_ptr)) & (n - 1);
+        W v;
+        if (pad + n <= inFast()) {
+            std::memcpy(&v, _in.read_ptr + pad, n);
+            advanceIn(pad + n);
+        } else {
+            v = static_cast<W>(readAlignedSlow(n));
+        }
+        return _byteOrder == IIOP::BYTE_ORDER ? v : ZEBcdr::swap(v);
+    }
+    template <class T>
+    TBistream& readValue(T& v) {
+        v = ZEBcdr::fromWire<T>(readWire<ZEBcdr::WireFor<T>>());
+        return *this;
+    }
+    template <class C>
+    TBistream& readOctet(C& c) {
+        if (inFast() >= 1) {
+            c = static_cast<C>(*_in.read_ptr);
+            advanceIn(1);
+        } else {
+            readRawSlow(reinterpret_cast<char*>(&c), 1);
+        }
+        return *this;
+    }
+    void readRaw(char* dest, std::size_t n) {
+        if (n <= inFast()) {
+            if (n != 0) std::memcpy(dest, _in.read_ptr, n);
+            advanceIn(n);
+            return;
+        }
+        readRawSlow(dest, n);
+    }
+
+    // The padding goes in as n blanks before the value is stored over the
+    // last of them, so that a value costs two fixed-size stores.
     template <class W>
-    void writeWire(W v);
+    void writeWire(W v) {
+        constexpr std::size_t n = sizeof(W);
+        TBipcbuf& b = *_out;
+        const std::size_t pad = (_outOrigin - addr(b.write_ptr)) & (n - 1);
+        if (pad + n <= static_cast<std::size_t>(b.writeRoom())) {
+            char* p = b.write_ptr;
+            std::memcpy(p, &ZEBcdr::kBlanks, n);
+            std::memcpy(p + pad, &v, n);
+            b.write_ptr = p + pad + n;
+            return;
+        }
+        writeAlignedSlow(v, n);
+    }
+    template <class T>
+    TBostream& writeValue(T v) {
+        writeWire(ZEBcdr::toWire<ZEBcdr::WireFor<T>>(v));
+        return *this;
+    }
+    template <class C>
+    TBostream& writeOctet(C c) {
+        TBipcbuf& b = *_out;
+        if (b.writeRoom() >= 1) {
+            *b.write_ptr++ = static_cast<char>(c);
+        } else {
+            const char byte = static_cast<char>(c);
+            writeRawSlow(&byte, 1);
+        }
+        return *this;
+    }
+    void writeRaw(const char* src, std::size_t n) {
+        TBipcbuf& b = *_out;
+        if (n <= static_cast<std::size_t>(b.writeRoom())) {
+            if (n != 0) std::memcpy(b.write_ptr, src, n);
+            b.write_ptr += n;
+            return;
+        }
+        writeRawSlow(src, n);
+    }
+
+    // The slow paths: align (padding may itself cross the end), then move
+    // the n bytes of the value.
+    // The value goes by value in the low n bytes, so that the fast path
+    // never has to keep it in memory for them.
+    uint64_t readAlignedSlow(unsigned n);
+    void writeAlignedSlow(uint64_t v, unsigned n);
+    void readRawSlow(char* dest, std::size_t n);
+    void writeRawSlow(const char* src, std::size_t n);
+
     template <class Wire, class T>
     void getArray(T* p, unsigned n);
     template <class Wire, class T>
@@ -240,8 +431,6 @@ private:
 
     void alignIn(unsigned n);
     void alignOut(unsigned n);
-    void readRaw(char* dest, std::size_t n);
-    void writeRaw(const char* src, std::size_t n);
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
@@ -264,13 +453,18 @@ private:
     TBipcbuf _in;
     // Output: the message being written lies in [write_base, write_ptr).
     std::unique_ptr<TBipcbuf> _out;
-    // Body bytes of the current input message not yet consumed; never
-    // negative: a read that would pass the end throws instead.
-    CORBA::ULong _msgLeft = 0;
+    // Body bytes of the current input message not yet consumed: _msgEnd -
+    // read_ptr as numbers; never negative: a read that would pass the end
+    // throws instead.
+    std::uintptr_t _msgEnd = 0;
     CORBA::ULong _msgSize = 0;
-    // Alignment counts: bytes read / written since the origin was last set.
-    CORBA::ULong _inPos = 0;
-    CORBA::ULong _outPos = 0;
+    // read_ptr + min(read_end - read_ptr, msgLeft()): the fast read path
+    // takes bytes from [read_ptr, _inLimit) only.
+    char* _inLimit = nullptr;
+    // Alignment counts, bytes read / written since the origin was last set:
+    // read_ptr - _inOrigin and write_ptr - _outOrigin as numbers, modulo 2^32.
+    std::uintptr_t _inOrigin = 0;
+    std::uintptr_t _outOrigin = 0;
     unsigned char _byteOrder;  // of the data being read
     TBipcbufList _freeBufs;
     TBipcbufList _pendingBufs;  // nothing feeds it yet; sendMessage drains it

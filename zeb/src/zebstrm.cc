@@ -25,58 +25,8 @@ constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
 // bytes that really arrive and not one allocation of its size.
 constexpr CORBA::ULong kDirectStringLimit = 64 * 1024;
 
-inline uint8_t swapWire(uint8_t v) { return v; }
-inline uint16_t swapWire(uint16_t v) { return __builtin_bswap16(v); }
-inline uint32_t swapWire(uint32_t v) { return __builtin_bswap32(v); }
-inline uint64_t swapWire(uint64_t v) { return __builtin_bswap64(v); }
-
-// The unsigned type of the wire image of T.
-template <std::size_t N>
-struct WireOf;
-template <>
-struct WireOf<2> {
-    using type = uint16_t;
-};
-template <>
-struct WireOf<4> {
-    using type = uint32_t;
-};
-template <>
-struct WireOf<8> {
-    using type = uint64_t;
-};
-
-// The wire image of a C++ value type: C++ long and unsigned long carry 4 bytes.
-template <class T>
-using WireFor = std::conditional_t<std::is_integral<T>::value && sizeof(T) == 8, uint32_t,
-                                   typename WireOf<sizeof(T)>::type>;
-
-template <class T, class W>
-inline T fromWire(W w) {
-    if constexpr (sizeof(T) == sizeof(W)) {
-        T v;
-        std::memcpy(&v, &w, sizeof v);
-        return v;
-    } else {
-        // C++ long and unsigned long travel in 4 bytes.
-        using S = std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>;
-        S s;
-        std::memcpy(&s, &w, sizeof s);
-        return static_cast<T>(s);
-    }
-}
-
-template <class W, class T>
-inline W toWire(T v) {
-    W w;
-    if constexpr (sizeof(T) == sizeof(W)) {
-        std::memcpy(&w, &v, sizeof w);
-    } else {
-        auto narrow = static_cast<std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>>(v);
-        std::memcpy(&w, &narrow, sizeof w);
-    }
-    return w;
-}
+using ZEBcdr::fromWire;
+using ZEBcdr::toWire;
 
 }  // namespace
 
@@ -95,56 +45,64 @@ void ZEBIIOPstream::shortData() { throw CORBA_MARSHAL(0, CORBA::COMPLETED_NO); }
 void ZEBIIOPstream::checkMessageHas(std::size_t n) const {
     // Reading on past the message would eat the next one's header and leave
     // the framing broken; the read is refused instead.
-    if (n > _msgLeft) shortData();
+    if (n > msgLeft()) shortData();
 }
 
-void ZEBIIOPstream::readRaw(char* dest, std::size_t n) {
+void ZEBIIOPstream::readRawSlow(char* dest, std::size_t n) {
     if (n == 0) return;
-    if (n <= static_cast<std::size_t>(_in.readAvail()) && n <= _msgLeft) {
-        std::memcpy(dest, _in.read_ptr, n);
-        _in.read_ptr += n;
-        _inPos += static_cast<CORBA::ULong>(n);
-        _msgLeft -= static_cast<CORBA::ULong>(n);
-        return;
-    }
     checkMessageHas(n);  // also keeps n within 32 bits
     underflow(dest, static_cast<unsigned>(n));
 }
 
 void ZEBIIOPstream::alignIn(unsigned n) {
-    unsigned r = _inPos % n;
+    unsigned r = inPos() & (n - 1);
     if (r != 0) {
         char skip[8];
         readRaw(skip, n - r);
     }
 }
 
-template <class W>
-W ZEBIIOPstream::readWire() {
-    constexpr unsigned n = sizeof(W);
+uint64_t ZEBIIOPstream::readAlignedSlow(unsigned n) {
     alignIn(n);
-    W v;
-    readRaw(reinterpret_cast<char*>(&v), n);
-    if (_byteOrder != IIOP::BYTE_ORDER) v = swapWire(v);
-    return v;
+    switch (n) {
+    case 2: {
+        uint16_t v;
+        readRaw(reinterpret_cast<char*>(&v), 2);
+        return v;
+    }
+    case 4: {
+        uint32_t v;
+        readRaw(reinterpret_cast<char*>(&v), 4);
+        return v;
+    }
+    default: {
+        uint64_t v;
+        readRaw(reinterpret_cast<char*>(&v), 8);
+        return v;
+    }
+    }
 }
 
 int ZEBIIOPstream::underflow(char* dest, unsigned n) {
     if (!_open) shortData();
     // The message ends before the n bytes do; this covers a message whose
     // end is exactly what is buffered, and refuses to read on into the next.
-    if (n > _msgLeft) shortData();
+    if (n > msgLeft()) shortData();
     unsigned have = static_cast<unsigned>(_in.readAvail());
     if (have >= n) {
         std::memcpy(dest, _in.read_ptr, n);
         _in.read_ptr += n;
-        _inPos += n;
-        _msgLeft -= n;
         return 0;
     }
     if (have > 0) std::memcpy(dest, _in.read_ptr, have);
     unsigned rest = n - have;
+    // The block starts afresh; the counts stay as they were until the bytes
+    // are in, as a read that throws consumes nothing.
+    const CORBA::ULong pos = inPos();
+    const CORBA::ULong left = msgLeft();
     _in.read_ptr = _in.read_end = _in.read_base;
+    setInPos(pos);
+    setMsgLeft(left);  // nothing readable while the socket read may throw
     // The read size may have been raised above the block's size by a buffer
     // size setting; reading more than the block holds would overrun it.
     unsigned long chunk = _readSize;
@@ -158,46 +116,10 @@ int ZEBIIOPstream::underflow(char* dest, unsigned n) {
     } else {
         _read(dest + have, rest, rest);
     }
-    _inPos += n;
-    _msgLeft -= n;
+    setInPos(pos + n);
+    setMsgLeft(left - n);
     return 0;
 }
-
-TBistream& ZEBIIOPstream::operator>>(char& c) {
-    readRaw(&c, 1);
-    return *this;
-}
-
-TBistream& ZEBIIOPstream::operator>>(unsigned char& c) {
-    readRaw(reinterpret_cast<char*>(&c), 1);
-    return *this;
-}
-
-#define KELVANOR_READ_OP(T)                                               \
-    TBistream& ZEBIIOPstream::operator>>(T& v) {                          \
-        v = fromWire<T>(readWire<WireFor<T>>());                           \
-        return *this;                                                     \
-    }
-KELVANOR_READ_OP(short)
-KELVANOR_READ_OP(unsigned short)
-KELVANOR_READ_OP(int)
-KELVANOR_READ_OP(unsigned int)
-KELVANOR_READ_OP(long)
-KELVANOR_READ_OP(unsigned long)
-KELVANOR_READ_OP(float)
-KELVANOR_READ_OP(double)
-#undef KELVANOR_READ_OP
-
-// The byte comes back unsigned, as from the memory buffers: a 0xff octet is
-// 255 and never the -1 that means no data.
-int ZEBIIOPstream::get() {
-    unsigned char c;
-    readRaw(reinterpret_cast<char*>(&c), 1);
-    return c;
-}
-
-TBistream& ZEBIIOPstream::get(char& c) { return *this >> c; }
-TBistream& ZEBIIOPstream::get(unsigned char& c) { return *this >> c; }
 
 TBistream& ZEBIIOPstream::get(char* p, unsigned n) {
     readRaw(p, n);
@@ -223,7 +145,7 @@ void ZEBIIOPstream::getArray(T* p, unsigned n) {
             for (unsigned i = 0; i < n; ++i) {
                 Wire v;
                 std::memcpy(&v, base + i * w, w);
-                v = swapWire(v);
+                v = ZEBcdr::swap(v);
                 std::memcpy(base + i * w, &v, w);
             }
         }
@@ -233,7 +155,7 @@ void ZEBIIOPstream::getArray(T* p, unsigned n) {
         for (unsigned i = n; i-- > 0;) {
             Wire v;
             std::memcpy(&v, base + i * w, w);
-            if (swap) v = swapWire(v);
+            if (swap) v = ZEBcdr::swap(v);
             p[i] = fromWire<T>(v);
         }
     }
@@ -296,8 +218,6 @@ TBistream& ZEBIIOPstream::getCString(char* buf, unsigned max) {
     if (count <= static_cast<CORBA::ULong>(_in.readAvail())) {
         std::strncpy(buf, _in.read_ptr, copy);
         _in.read_ptr += count;
-        _inPos += count;
-        _msgLeft -= count;
     } else {
         readRaw(buf, copy);
         for (CORBA::ULong i = copy; i < count; ++i) {
@@ -325,67 +245,49 @@ void ZEBIIOPstream::reserveOut(std::size_t n) {
     if (n <= static_cast<std::size_t>(_out->writeRoom())) return;
     if (static_cast<std::size_t>(_out->writeCount()) + n > static_cast<std::size_t>(INT_MAX) / 2)
         throw CORBA_NO_MEMORY(0, CORBA::COMPLETED_NO);
+    const CORBA::ULong pos = outPos();  // the block may move
     if (!_out->expand_write(static_cast<int>(n))) {
         std::perror("ZEBIIOPstream: expand_write");
         std::exit(1);
     }
+    setOutPos(pos);
 }
 
 int ZEBIIOPstream::overflow(const char* src, unsigned n) {
     reserveOut(n);
     std::memcpy(_out->write_ptr, src, n);
     _out->write_ptr += n;
-    _outPos += n;
     return 0;
 }
 
-void ZEBIIOPstream::writeRaw(const char* src, std::size_t n) {
-    if (n == 0) return;
-    if (n <= static_cast<std::size_t>(_out->writeRoom())) {
-        std::memcpy(_out->write_ptr, src, n);
-        _out->write_ptr += n;
-        _outPos += static_cast<CORBA::ULong>(n);
-        return;
-    }
+void ZEBIIOPstream::writeRawSlow(const char* src, std::size_t n) {
     if (n > UINT_MAX) throw CORBA_NO_MEMORY(0, CORBA::COMPLETED_NO);
     overflow(src, static_cast<unsigned>(n));
 }
 
 void ZEBIIOPstream::alignOut(unsigned n) {
-    unsigned r = _outPos % n;
+    unsigned r = outPos() & (n - 1);
     if (r != 0) writeRaw(kPad, n - r);
 }
 
-template <class W>
-void ZEBIIOPstream::writeWire(W v) {
-    alignOut(sizeof(W));
-    writeRaw(reinterpret_cast<const char*>(&v), sizeof(W));
-}
-
-TBostream& ZEBIIOPstream::operator<<(char c) {
-    writeRaw(&c, 1);
-    return *this;
-}
-
-TBostream& ZEBIIOPstream::operator<<(unsigned char c) {
-    writeRaw(reinterpret_cast<const char*>(&c), 1);
-    return *this;
-}
-
-#define KELVANOR_WRITE_OP(T)                                                          \
-    TBostream& ZEBIIOPstream::operator<<(T v) {                                       \
-        writeWire(toWire<WireFor<T>>(v));                                             \
-        return *this;                                                                 \
+void ZEBIIOPstream::writeAlignedSlow(uint64_t v, unsigned n) {
+    alignOut(n);
+    switch (n) {
+    case 2: {
+        const uint16_t w = static_cast<uint16_t>(v);
+        writeRaw(reinterpret_cast<const char*>(&w), 2);
+        break;
     }
-KELVANOR_WRITE_OP(short)
-KELVANOR_WRITE_OP(unsigned short)
-KELVANOR_WRITE_OP(int)
-KELVANOR_WRITE_OP(unsigned int)
-KELVANOR_WRITE_OP(long)
-KELVANOR_WRITE_OP(unsigned long)
-KELVANOR_WRITE_OP(float)
-KELVANOR_WRITE_OP(double)
-#undef KELVANOR_WRITE_OP
+    case 4: {
+        const uint32_t w = static_cast<uint32_t>(v);
+        writeRaw(reinterpret_cast<const char*>(&w), 4);
+        break;
+    }
+    default:
+        writeRaw(reinterpret_cast<const char*>(&v), 8);
+        break;
+    }
+}
 
 TBostream& ZEBIIOPstream::operator<<(const char* s) { return putCString(s); }
 
@@ -396,8 +298,6 @@ TBostream& ZEBIIOPstream::operator<<(const TBTransObject* obj) {
 TBostream& ZEBIIOPstream::operator<<(const TBTransObject& obj) {
     return TBostream::operator<<(obj);
 }
-
-TBostream& ZEBIIOPstream::put(char c) { return *this << c; }
 
 TBostream& ZEBIIOPstream::put(const char* p, unsigned n) {
     writeRaw(p, n);
@@ -423,7 +323,6 @@ void ZEBIIOPstream::putArray(const T* p, unsigned n) {
             std::memcpy(_out->write_ptr + i * w, &v, w);
         }
         _out->write_ptr += bytes;
-        _outPos += static_cast<CORBA::ULong>(bytes);
     }
 }
 
@@ -451,7 +350,7 @@ TBostream& ZEBIIOPstream::putCString(const char* s) {
 // ---------------------------------------------------------------- encapsulations
 
 void ZEBIIOPstream::newOutEncapsulation() {
-    _outPos = 0;
+    setOutPos(0);
     _byteOrder = IIOP::BYTE_ORDER;
 }
 
@@ -460,26 +359,29 @@ void ZEBIIOPstream::unputULong() {
     // the block there is nothing to take back.
     if (_out->writeCount() < 4) return;
     _out->write_ptr -= 4;
-    _outPos -= 4;
 }
 
 void ZEBIIOPstream::set_read_buffer(char* data, unsigned long size, unsigned char owned) {
     if (size > static_cast<unsigned long>(INT_MAX)) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    const CORBA::ULong pos = inPos();
     _in.set_buffer(nullptr, 0, data, static_cast<int>(size), owned);
     _in.read_end += size;
-    _msgLeft = static_cast<CORBA::ULong>(size);
+    setInPos(pos);
+    setMsgLeft(static_cast<CORBA::ULong>(size));
 }
 
 void ZEBIIOPstream::rewindInBuffer() {
+    const CORBA::ULong left = msgLeft();
     _in.read_ptr = _in.read_end = _in.read_base;
-    _inPos = 0;
+    setInPos(0);
+    setMsgLeft(left);
     _inTcCount = 0;
     _tcDepth = 0;
 }
 
 void ZEBIIOPstream::rewindOutBuffer() {
     _out->write_ptr = _out->write_base;
-    _outPos = 0;
+    setOutPos(0);
     _pendingBytes = 0;
     _outTcCount = 0;
     _tcDepth = 0;

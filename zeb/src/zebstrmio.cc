@@ -92,6 +92,9 @@ ZEBIIOPstream::ZEBIIOPstream()
     _header.byte_order = IIOP::BYTE_ORDER;
     _header.message_type = IIOP::Request;
     _header.message_size = 0;
+    setInPos(0);
+    setMsgLeft(0);
+    setOutPos(0);
     if (!sig_blocked) {
         sigaction(SIGPIPE, &ignoreAction, nullptr);
         sig_blocked = true;
@@ -311,7 +314,9 @@ ZEB_EXT::ConnectionInfo* ZEBIIOPstream::peerInfo() {
 void ZEBIIOPstream::selectMode(bool withTimeout) { blocking(withTimeout ? 0 : 1); }
 
 void ZEBIIOPstream::writeMessageHeader(IIOP::MsgType type) {
+    const CORBA::ULong pos = outPos();
     _out->write_ptr = _out->write_base;
+    setOutPos(pos);
     _byteOrder = IIOP::BYTE_ORDER;
     IIOP::MessageHeader h;
     std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
@@ -371,7 +376,7 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
     }
     fillHeaderBytes();
 
-    _msgLeft = kHeaderSize;
+    setMsgLeft(kHeaderSize);
     _byteOrder = IIOP::BYTE_ORDER;
     *this >> _header;
     if (std::memcmp(_header.magic, IIOP::MAGIC_WORD, sizeof _header.magic) != 0 ||
@@ -380,7 +385,8 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
         commFailure(0);
     if (_header.byte_order != IIOP::BYTE_ORDER)
         _header.message_size = __builtin_bswap32(_header.message_size);
-    _msgLeft = _msgSize = _header.message_size;
+    _msgSize = _header.message_size;
+    setMsgLeft(_msgSize);
     _byteOrder = _header.byte_order;
 
     if (_header.message_type == IIOP::CloseConnection)
@@ -394,9 +400,13 @@ void ZEBIIOPstream::fillHeaderBytes() {
     if (kept >= kHeaderSize) return;
     // The scratch form may have left a foreign block too small for a header.
     if (!_in.read_base || _in.read_size < kHeaderSize) wrongState();
+    const CORBA::ULong pos = inPos();
+    const CORBA::ULong left = msgLeft();
     std::memmove(_in.read_base, _in.read_ptr, static_cast<size_t>(kept));
     _in.read_ptr = _in.read_base;
     _in.read_end = _in.read_base + kept;
+    setInPos(pos);
+    setMsgLeft(left);
     long most = static_cast<long>(std::min<unsigned long>(_readSize, _in.read_size)) - kept;
     // A non-blocking stream with nothing read ahead is a client that has just
     // sent its request: the reply is hardly ever there yet, so it waits
@@ -405,6 +415,7 @@ void ZEBIIOPstream::fillHeaderBytes() {
     int got = _read(_in.read_end, kHeaderSize - kept, std::max<long>(most, kHeaderSize - kept),
                     waitFirst);
     _in.read_end += got;
+    syncInLimit();
 }
 
 void ZEBIIOPstream::sendAndWaitForReply(unsigned long timeout) {
@@ -414,15 +425,13 @@ void ZEBIIOPstream::sendAndWaitForReply(unsigned long timeout) {
 
 void ZEBIIOPstream::discardCurMsg() {
     std::unique_ptr<char[]> scratch;
-    while (_msgLeft > 0) {
-        unsigned buffered = std::min<unsigned>(static_cast<unsigned>(_in.readAvail()), _msgLeft);
+    while (msgLeft() > 0) {
+        unsigned buffered = std::min<unsigned>(static_cast<unsigned>(_in.readAvail()), msgLeft());
         if (buffered > 0) {
             _in.read_ptr += buffered;
-            _inPos += buffered;
-            _msgLeft -= buffered;
             continue;
         }
-        unsigned chunk = std::min<unsigned>(_msgLeft, kDiscardChunk);
+        unsigned chunk = std::min<unsigned>(msgLeft(), kDiscardChunk);
         if (!scratch) scratch.reset(new char[chunk]);
         readRaw(scratch.get(), chunk);
     }
