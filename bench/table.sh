@@ -56,8 +56,8 @@ for ((i = 0; i < reps; i++)); do
 done
 fig() { tr ' ' '\n' <<<"${runs[$1]}" | grep . | median; }
 
-taskset -c "$cpu" timeout 300 "$build/cdr_compare" >"$tmp/cdr"
-taskset -c "$cpu" timeout 600 "$build/repository_times" >"$tmp/repo"
+taskset -c "$cpu" timeout 300 "$build/bench/cdr_compare" >"$tmp/cdr"
+taskset -c "$cpu" timeout 600 "$build/bench/repository_times" >"$tmp/repo"
 
 echo "Kelvanor against its anchors, one run, CPU $cpu; ratio > 1 is faster where the target is >="
 printf '%-34s %12s %12s %-8s %7s  %-8s %s\n' measure Kelvanor anchor unit ratio target ""

@@ -1,7 +1,10 @@
 // DSSet: an open-address hash set of counted DSResource references. The
 // table has a power-of-two number of slots, finds a key's home slot by the
 // multiplicative method and probes downward with wrap-around. Element order
-// (iteration, the stream form, compare) is the slot order.
+// (iteration, the stream form, compare) is the slot order. Each slot keeps
+// the hash its element had when it was entered, so that a probe compares
+// numbers and calls the element's isEqual only on a match; an element must
+// not change its hash while it is in a set.
 #ifndef KELVANOR_DSSET_H
 #define KELVANOR_DSSET_H
 
@@ -31,7 +34,7 @@ public:
     DSResource* doNext(DSIterator& it) const override;
 
     // The slot holding an element equal to x, or the empty slot where the
-    // search for it ended.
+    // search for it ended. add() and remove() run the same search directly.
     virtual unsigned findIndexOf(const DSResource& x) const;
     // The element equal to key, or null.
     virtual DSResource* findObjectWithKey(const DSResource& key) const;
@@ -76,12 +79,15 @@ protected:
 private:
     void allocate(unsigned bits);
     void copyElements(const DSSet& from);
+    // findIndexOf for a hash already known: hx must be x.hash().
+    unsigned probe(const DSResource& x, unsigned hx) const;
 
     unsigned _capacity;  // number of slots, a power of two
     unsigned _count;     // full slots; always below _capacity between calls
     unsigned _bits;      // _capacity == 1 << _bits
     unsigned _mask;      // _capacity - 1
     DSResource** _table; // _capacity slots, null when empty
+    unsigned* _hashes;   // _hashes[i]: hash of _table[i]; meaningless where it is null
 };
 
 #endif

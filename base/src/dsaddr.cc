@@ -5,6 +5,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -40,16 +41,51 @@ bool firstAddress(const hostent* h, unsigned& out) {
     return true;
 }
 
+// The resolver is slow: a read of the hosts file, or a name server round
+// trip, per call. The broker asks for this machine's address for every row
+// it gives the agent, two per row, so a daemon loading ten thousand
+// registrations asked a hundred thousand times. A good answer is therefore
+// reused for a moment (a new host name or address is seen a second late at
+// most); a failure is never kept, so that each one is still reported.
+struct HostCache {
+    unsigned address;
+    timespec when;
+    bool valid;
+};
+constexpr long long kHostCacheNanos = 1000LL * 1000 * 1000;
+
+HostCache hostCache;
+
+// The coarse clock is read without a system call and is plenty for a limit
+// of a second.
+bool monotonicNow(timespec& now) { return clock_gettime(CLOCK_MONOTONIC_COARSE, &now) == 0; }
+
+bool cachedHost(unsigned& out) {
+    timespec now;
+    if (!hostCache.valid || !monotonicNow(now)) return false;
+    long long age = (now.tv_sec - hostCache.when.tv_sec) * 1000000000LL +
+                    (now.tv_nsec - hostCache.when.tv_nsec);
+    if (age < 0 || age >= kHostCacheNanos) return false;
+    out = hostCache.address;
+    return true;
+}
+
 // This machine's first address. With report set, failures are told as the
 // constructor of a local address tells them.
 bool thisHost(unsigned& out, bool report) {
+    if (cachedHost(out)) return true;
+    hostCache.valid = false;
     char name[256];
     if (gethostname(name, sizeof name) < 0) {
         if (report) std::perror("DSAddr::DSAddr: gethostname ");
         return false;
     }
     name[sizeof name - 1] = '\0';  // a truncated name need not be terminated
-    if (firstAddress(lookupName(name), out)) return true;
+    if (firstAddress(lookupName(name), out)) {
+        hostCache.address = out;
+        hostCache.valid = monotonicNow(hostCache.when);
+        return true;
+    }
     if (report) {
         std::cout << "DSAddr::DSAddr: Unable to get internet "
                   << "address for '" << name << std::endl;

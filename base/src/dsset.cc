@@ -16,30 +16,35 @@ constexpr unsigned kMaxBits = 31;
 
 }  // namespace
 
-DSSet::DSSet(unsigned n) : _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr) {
+DSSet::DSSet(unsigned n)
+    : _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr), _hashes(nullptr) {
     setCapacity(n);
 }
 
 DSSet::DSSet(const DSSet& other)
-    : DSCollection(other), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr) {
+    : DSCollection(other), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr),
+      _hashes(nullptr) {
     allocate(other._bits);
     copyElements(other);
 }
 
 DSSet::DSSet(TBistream& strm)
-    : DSCollection(strm), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr) {
+    : DSCollection(strm), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr),
+      _hashes(nullptr) {
     allocate(0);
     readElements(strm);
 }
 
 DSSet::DSSet(TBistream& strm, int)
-    : DSCollection(strm), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr) {
+    : DSCollection(strm), _capacity(0), _count(0), _bits(0), _mask(0), _table(nullptr),
+      _hashes(nullptr) {
     allocate(0);
 }
 
 DSSet::~DSSet() {
     removeAll();
     delete[] _table;
+    delete[] _hashes;
 }
 
 DSSet& DSSet::operator=(const DSSet& other) {
@@ -52,10 +57,14 @@ DSSet& DSSet::operator=(const DSSet& other) {
 
 void DSSet::allocate(unsigned bits) {
     delete[] _table;
+    delete[] _hashes;
+    _table = nullptr;
+    _hashes = nullptr;
     _bits = bits > kMaxBits ? kMaxBits : bits;
     _capacity = 1u << _bits;
     _mask = _capacity - 1;
     _table = new DSResource*[_capacity]();
+    _hashes = new unsigned[_capacity];
     _count = 0;
 }
 
@@ -73,12 +82,17 @@ void DSSet::copyElements(const DSSet& from) {
         if (from._table[i]) add(*from._table[i]);
 }
 
-unsigned DSSet::findIndexOf(const DSResource& x) const {
-    unsigned i = h(x.hash());
+unsigned DSSet::findIndexOf(const DSResource& x) const { return probe(x, x.hash()); }
+
+unsigned DSSet::probe(const DSResource& x, unsigned hx) const {
+    unsigned i = h(hx);
     // The table always keeps an empty slot, so the walk ends there; the
-    // bound only guards against a table that could not grow.
+    // bound only guards against a table that could not grow. Equal elements
+    // have equal hashes, so a slot of another hash is passed over without
+    // asking the element: weak string hashes make long chains, and most of
+    // a chain holds other hashes.
     for (unsigned steps = 0; steps < _capacity && _table[i]; ++steps) {
-        if (_table[i]->isEqual(x)) break;
+        if (_hashes[i] == hx && _table[i]->isEqual(x)) break;
         i = (i - 1) & _mask;
     }
     if (i >= _capacity) {
@@ -97,9 +111,11 @@ unsigned DSSet::occurrencesOf(const DSResource& x) const {
 }
 
 DSResource* DSSet::add(DSResource& x) {
-    unsigned i = findIndexOf(x);
+    unsigned hx = x.hash();
+    unsigned i = probe(x, hx);
     if (_table[i]) return _table[i];
     _table[i] = &x;
+    _hashes[i] = hx;
     ref(&x);
     if (++_count > _capacity - 1) reSize(2 * _capacity);
     return &x;
@@ -110,9 +126,12 @@ void DSSet::reSize(unsigned n) {
     unsigned bits = 0;
     while (bits < kMaxBits && (1u << bits) < n) ++bits;
     DSResource** old = _table;
+    unsigned* oldHashes = _hashes;
     unsigned oldCapacity = _capacity;
     _table = nullptr;
+    _hashes = nullptr;
     allocate(bits);
+    delete[] oldHashes;
     // Through the virtual add, as a derived table may index differently;
     // the unref balances the reference the new add took.
     for (unsigned i = 0; i < oldCapacity; ++i) {
@@ -124,7 +143,7 @@ void DSSet::reSize(unsigned n) {
 }
 
 int DSSet::remove(const DSResource& x) {
-    unsigned hole = findIndexOf(x);
+    unsigned hole = probe(x, x.hash());
     DSResource* gone = _table[hole];
     if (!gone) return 0;
     _table[hole] = nullptr;
@@ -136,9 +155,10 @@ int DSSet::remove(const DSResource& x) {
         j = (j - 1) & _mask;
         DSResource* e = _table[j];
         if (!e) break;
-        unsigned home = h(e->hash());
+        unsigned home = h(_hashes[j]);
         if (((home - j) & _mask) < ((hole - j) & _mask)) continue;
         _table[hole] = e;
+        _hashes[hole] = _hashes[j];
         _table[j] = nullptr;
         hole = j;
     }

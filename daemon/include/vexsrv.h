@@ -115,6 +115,9 @@ public:
     bool verbose() const { return _verbose != 0; }
 
 private:
+    // Enters the record of def, which it adopts; the path has been checked.
+    // Throws Activation::DuplicateEntry (def is freed then).
+    void enter(std::unique_ptr<CORBA_CreationImplDef> def);
     // Entry of a pair, or Activation::NotRegistered.
     VEXActivationInfo* lookupEntry(const char* interface_name, const char* object_name,
                                    DSDictionary** inner) const;

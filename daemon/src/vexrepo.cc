@@ -14,6 +14,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <unordered_set>
 
 #include "actdef.h"
 #include "except.h"
@@ -100,6 +101,9 @@ void invalidRegistration(const CORBA_CreationImplDef* impl) {
 void VEXImpl::_populateImplRep(TBfstream& strm) {
     long count = 0;
     strm >> count;
+    // Most registrations of a repository share a few programs: each path is
+    // looked up once per load, not once per entry.
+    std::unordered_set<std::string> present;
     for (long i = 0; i < count; ++i) {
         CORBA_CreationImplDef* impl = nullptr;
         try {
@@ -112,11 +116,18 @@ void VEXImpl::_populateImplRep(TBfstream& strm) {
                  << endl;
             return;
         }
+        // The definition read is the one the table keeps: no copy.
         std::unique_ptr<CORBA_CreationImplDef> owned(impl);
+        const char* path = impl->path.in() ? impl->path.in() : "";
+        if (!present.count(path)) {
+            if (!file_exists(path)) {
+                invalidRegistration(impl);
+                continue;
+            }
+            present.insert(path);
+        }
         try {
-            _addImpl(impl);
-        } catch (const Activation::InvalidPath&) {
-            invalidRegistration(impl);
+            enter(std::move(owned));
         } catch (const Activation::DuplicateEntry&) {
             // The first entry of a pair wins; the next rewrite drops this one.
         }

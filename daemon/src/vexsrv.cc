@@ -18,6 +18,7 @@
 #include "except.h"
 #include "impldef.h"
 #include "tbfstrm.h"
+#include "vexbatch.h"
 #include "vexsig.h"
 #include "zebglob.h"
 
@@ -47,7 +48,9 @@ void signalHandler(int) {
     // Runs in the signal handler, which may have interrupted anything, even
     // malloc: the process ends with status 1 without running destructors or
     // exit handlers, which are not safe here. Nothing is lost: every change
-    // is in the repository file already, and every message was flushed.
+    // is in the repository file already, and every message was flushed but
+    // those a load holds in its batch, which are written out here.
+    VEXOutputBatch::flushFromSignal();
     _exit(1);
 }
 
@@ -78,6 +81,10 @@ VEXImpl::VEXImpl(unsigned char verbose)
     _get_impl_name();
     if (file_exists(_impl_file)) {
         std::unique_ptr<TBfstream> strm(open_file(_impl_file));
+        // Under -v a load prints some twenty lines per entry; they are
+        // collected and written in large blocks, in their order among
+        // everything else the load prints.
+        std::unique_ptr<VEXOutputBatch> batch(_verbose ? new VEXOutputBatch(cout) : nullptr);
         _populateImplRep(*strm);
     }
     vex = this;
@@ -161,8 +168,11 @@ void VEXImpl::drop(VEXActivationInfo* info) {
 
 void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
     if (!file_exists(impl->path)) throw Activation::InvalidPath();
-    ZEBString ikey(impl->interface_name);
-    ZEBString okey(impl->object_name);
+    enter(std::unique_ptr<CORBA_CreationImplDef>(impl->_copy()));
+}
+
+void VEXImpl::enter(std::unique_ptr<CORBA_CreationImplDef> def) {
+    ZEBString ikey(def->interface_name);
     DSDictionary* inner = TB_CAST(DSDictionary, _impl_table.atKey(ikey));
     if (!inner) {
         inner = new DSDictionary(16);
@@ -172,13 +182,17 @@ void VEXImpl::_addImpl(CORBA_CreationImplDef* impl) {
     // repository tend to share long prefixes, which makes their chains long.
     // A refused association takes its key and wrapper with it; the record
     // was never announced and goes too.
-    std::unique_ptr<VEXActivationInfo> info(new VEXActivationInfo(impl->_copy()));
-    if (!inner->addAssoc(*new ZEBString(okey), *new DSWrapper(info.get())))
+    std::unique_ptr<VEXActivationInfo> info(new VEXActivationInfo(def.release()));
+    if (!inner->addAssoc(*new ZEBString(info->impl()->object_name), *new DSWrapper(info.get())))
         throw Activation::DuplicateEntry();
-    info.release()->_registerWithAgent();
+    VEXActivationInfo* entered = info.release();
+    entered->_registerWithAgent();
     if (_verbose) {
+        // The printing form ends every line with endl; held together, the
+        // record goes out in one write when a load batches the output.
+        VEXOutputBatch::Hold hold;
         cout << "VEX:: Added the following implementation:" << endl;
-        cout << static_cast<const CORBA_CreationImplDef*>(impl) << endl;
+        cout << static_cast<const CORBA_CreationImplDef*>(entered->impl()) << endl;
     }
 }
 

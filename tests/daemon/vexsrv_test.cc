@@ -239,6 +239,56 @@ TEST_F(RepositoryFile, ShortFilesReadAsZeroesAndCorruptOnesStop) {
     }
 }
 
+// Under -v a load prints each record in full; the lines come out exactly as
+// they would one by one, in file order among the other messages, but in a
+// few large writes instead of one per line.
+TEST_F(RepositoryFile, VerboseLoadPrintsEveryLineInOrderInFewWrites) {
+    struct Sink : std::stringbuf {
+        int flushes = 0;
+        int sync() override { return ++flushes, 0; }
+    };
+    std::string gone = env.dir() + "/removed-program";
+    std::vector<std::string> entries;
+    for (int i = 0; i < 40; ++i)
+        entries.push_back(entry("I", "o" + std::to_string(i), i == 17 ? gone : "/bin/sh", 0,
+                                {"-a", "b"}, {"X=1"}));
+    ASSERT_TRUE(ktest::writeFile(env.repo(), repofile::file(entries)));
+
+    std::string expected = "VEX: Repository file name: " + env.repo() + "\n";
+    {
+        std::ostringstream one;
+        std::streambuf* old = std::cout.rdbuf(one.rdbuf());
+        for (int i = 0; i < 40; ++i) {
+            if (i == 17) {
+                std::cout << invalid(gone);
+                continue;
+            }
+            CORBA_StringSequence args, vars;
+            args.length(2);
+            args[0] = "-a";
+            args[1] = "b";
+            vars.length(1);
+            vars[0] = "X=1";
+            CORBA_CreationImplDef d("I", ("o" + std::to_string(i)).c_str(), CORBA_OctetSequence(),
+                                    "/bin/sh", CORBA_CreationImplDef::SHARED_SERVER, args, vars);
+            std::cout << "VEX:: Added the following implementation:" << std::endl;
+            std::cout << static_cast<const CORBA_CreationImplDef*>(&d) << std::endl;
+        }
+        std::cout.rdbuf(old);
+        expected += one.str();
+    }
+
+    Sink sink;
+    std::streambuf* old = std::cout.rdbuf(&sink);
+    std::unique_ptr<VEXImpl> repo(new VEXImpl(1));
+    std::cout.rdbuf(old);
+    EXPECT_EQ(repo->entryCount(), 39u);
+    EXPECT_EQ(sink.str(), expected);
+    // The name line, the two lines about the missing program, the end of the
+    // load: each record alone has some twenty lines.
+    EXPECT_LE(sink.flushes, 4);
+}
+
 TEST_F(RepositoryFile, FailedRewritesEndTheProcessAndKeepTheOldFile) {
     VEXImpl repo(0);
     regDef(repo, "A", "x");
