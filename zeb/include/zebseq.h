@@ -11,6 +11,7 @@
 #include "corba.h"
 #include "except.h"
 #include "tbiostrm.h"
+#include "zebread.h"
 
 template <class T>
 class ZEBSequence {
@@ -89,10 +90,12 @@ public:
         strm >> count;
         if (count > 0xffffffffUL) throw CORBA_MARSHAL(0, CORBA::COMPLETED_NO);
         const CORBA::ULong n = static_cast<CORBA::ULong>(count);
+        ZEBReadGuard guard(strm);
         if (n <= _length || n <= _maximum) {
             for (CORBA::ULong i = 0; i < n; ++i) {
                 _buffer[i] = T();
                 strm >> _buffer[i];
+                guard.check();
             }
             _length = n;
             return;
@@ -109,6 +112,7 @@ public:
                 cap = next;
             }
             strm >> fresh[i];
+            guard.check();
         }
         adopt(fresh.release(), n);
         _length = n;

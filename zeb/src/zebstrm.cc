@@ -25,7 +25,7 @@ constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
 // bytes that really arrive and not one allocation of its size.
 constexpr CORBA::ULong kDirectStringLimit = 64 * 1024;
 
-inline uint8_t swapWire(uint8_t v) { return v; }
+[[maybe_unused]] inline uint8_t swapWire(uint8_t v) { return v; }
 inline uint16_t swapWire(uint16_t v) { return __builtin_bswap16(v); }
 inline uint32_t swapWire(uint32_t v) { return __builtin_bswap32(v); }
 inline uint64_t swapWire(uint64_t v) { return __builtin_bswap64(v); }
@@ -264,9 +264,12 @@ TBistream& ZEBIIOPstream::operator>>(char*& s) {
         CORBA::string_free(s);
         s = nullptr;
         if (count <= kDirectStringLimit || count <= static_cast<CORBA::ULong>(_in.readAvail())) {
-            s = CORBA::string_alloc(count);
+            // The target gets the block only once it is filled: a read that
+            // fails half way leaves it null rather than owning half a string.
+            std::unique_ptr<char[]> block(CORBA::string_alloc(count));
+            readRaw(block.get(), count);
+            s = block.release();
             room = count;
-            readRaw(s, count);
         } else {
             s = ZEBreadBlock<char>(*this, count);  // exactly count bytes
             room = 0;
