@@ -159,8 +159,9 @@ TBistream& operator>>(TBistream& strm, CORBA_OctetSequence& s) {
     }
     s._length = n;
     if (n) {
+        ZEBReadGuard guard(strm);
         strm.get(s._buffer, n);
-        ZEBcheckStream(strm);
+        guard.check();
     }
     return strm;
 }
@@ -328,6 +329,7 @@ TBistream& operator>>(TBistream& strm, CORBA_StringSequence& s) {
     unsigned long count = 0;
     strm >> count;
     CORBA::ULong n = ZEBcheckCount(count);
+    ZEBReadGuard guard(strm);
     if (!s._release || (n > s._length && n > s._maximum)) {
         // A fresh owned buffer. It grows with the elements that really
         // arrive, up to exactly n slots, so a false count cannot make us
@@ -349,7 +351,7 @@ TBistream& operator>>(TBistream& strm, CORBA_StringSequence& s) {
             }
             strm >> s._buffer[i];
             s._length = i + 1;
-            ZEBcheckStream(strm);
+            guard.check();
         }
         return strm;
     }
@@ -360,7 +362,7 @@ TBistream& operator>>(TBistream& strm, CORBA_StringSequence& s) {
         CORBA::string_free(s._buffer[i]);
         s._buffer[i] = nullptr;
         strm >> s._buffer[i];
-        ZEBcheckStream(strm);
+        guard.check();
     }
     return strm;
 }

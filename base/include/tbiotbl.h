@@ -6,6 +6,8 @@
 #ifndef KELVANOR_TBIOTBL_H
 #define KELVANOR_TBIOTBL_H
 
+#include <vector>
+
 #include <cstdint>
 
 class TBTransObject;
@@ -169,10 +171,28 @@ public:
     int lowerObjectLevel() { return --_objectLevel; }
     int objectLevel() const { return _objectLevel; }
 
+    // Objects whose reading has begun and not ended: the object read next
+    // takes number objectCount() (its constructor enters it first thing).
+    unsigned objectCount() const { return _objects.count(); }
+    void beginObject(unsigned number) { _building.push_back(number); }
+    void endObject() { _building.pop_back(); }
+    bool isBuilding(const TBTransObject* obj) const;
+    // An object that the reader could not use and nobody holds: freed when
+    // the numbers of its top-level object are forgotten, since a back
+    // reference may still name it until then; a counted one only if still
+    // nobody holds it then.
+    void orphan(TBTransObject* obj);
+
+    ~TBInTbl();
+
 private:
     TBTransCltn _objects;
     TBTypeCltn _classes;
     int _objectLevel = 0;
+    std::vector<unsigned> _building;
+    std::vector<TBTransObject*> _orphans;
+
+    static void dropOrphan(TBTransObject* obj);
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tbiostrm.h"
+#include "tbiotbl.h"
 
 TB_DEFINE_CLASS(DSSet, "DSSet", DSResource::desc());
 
@@ -260,5 +261,9 @@ void DSSet::readElements(TBistream& strm) {
         arrived.push_back(e);
     }
     setCapacity(arrived.size() == count ? count : static_cast<unsigned>(arrived.size()));
-    for (DSResource* e : arrived) add(*e);
+    for (DSResource* e : arrived) {
+        // An element the table refuses (a duplicate, or what a dictionary
+        // cannot take) and that nothing holds goes with the stream's numbers.
+        if (add(*e) != e && e->refCount() == 0) strm.inTable().orphan(e);
+    }
 }

@@ -383,6 +383,12 @@ TBTransObject* TBistream::readTransObj() {
         return nullptr;
     }
     ObjectLevel<TBInTbl> level(inTable());
+    // Marked as being read until its reader returns, also when that throws.
+    struct Building {
+        TBInTbl& t;
+        ~Building() { t.endObject(); }
+    } building{inTable()};
+    inTable().beginObject(inTable().objectCount());
     return readObject(info);
 }
 

@@ -3,6 +3,9 @@
 
 #include <cstdint>
 
+#include "tbresrc.h"
+#include "tbtinfo.h"
+
 void TBHashShape::setCapacity(unsigned n) {
     unsigned b = 0;
     while (b < 32 && (n >> b) != 0) ++b;
@@ -107,4 +110,30 @@ int TBInTbl::add(TBTransObject& obj) {
 void TBInTbl::clearObjects() {
     _objects.clear();
     TBPtrDict::clear();
+    std::vector<TBTransObject*> gone;
+    gone.swap(_orphans);
+    for (TBTransObject* obj : gone) dropOrphan(obj);
+}
+
+TBInTbl::~TBInTbl() {
+    for (TBTransObject* obj : _orphans) dropOrphan(obj);
+}
+
+void TBInTbl::orphan(TBTransObject* obj) {
+    for (TBTransObject* o : _orphans)
+        if (o == obj) return;
+    _orphans.push_back(obj);
+}
+
+void TBInTbl::dropOrphan(TBTransObject* obj) {
+    // A counted object that a later part of the graph took up is its
+    // holder's now.
+    const TBResource* r = dynamic_cast<const TBResource*>(obj);
+    if (!r || r->refCount() == 0) delete obj;
+}
+
+bool TBInTbl::isBuilding(const TBTransObject* obj) const {
+    for (unsigned number : _building)
+        if (_objects.at(static_cast<int>(number)) == obj) return true;
+    return false;
 }

@@ -2,6 +2,7 @@
 #include "tbresrc.h"
 
 #include "tbiostrm.h"
+#include "tbiotbl.h"
 
 TBResource::~TBResource() {}
 
@@ -19,7 +20,18 @@ unsigned DSResource::hash() const { return 0; }
 int DSResource::compare(const TBObject&) const { return -1; }
 
 DSResource* DSreadResource(TBistream& strm) {
+    TBInTbl& table = strm.inTable();
+    const unsigned before = table.objectCount();
     TBTransObject* obj = strm.readTransObj();
-    if (!obj || !tbCastAllowed(obj->classInfo(), DSResource::desc())) return nullptr;
+    if (!obj) return nullptr;
+    if (!tbCastAllowed(obj->classInfo(), DSResource::desc())) {
+        // Read just now and of no use to anybody: freed with the numbers.
+        if (table.objectCount() > before) table.orphan(obj);
+        return nullptr;
+    }
+    // A back reference to an object still being read would close a cycle
+    // of counts, which no count ever frees and the first release frees
+    // twice; hostile data only, so the element counts as missing.
+    if (table.isBuilding(obj)) return nullptr;
     return static_cast<DSResource*>(obj);
 }

@@ -389,4 +389,33 @@ TEST(DSSet, AStatedCountAllocatesOnlyForElementsThatArrive) {
     TBResource::unref(read);
 }
 
+// Hostile graphs: a back reference to an object still being read would
+// make a cycle of counts (freed twice on release), and an element that a
+// dictionary refuses is held by nobody. Both are read without either fault.
+TEST(DSCollectionStream, CyclesAreCutAndRefusedElementsFreed) {
+    testing::internal::CaptureStderr();
+    TBTransObject* self = dsRead(": \"DSOrderedCltn\"\n4 2 @ 0 ");
+    testing::internal::GetCapturedStderr();
+    DSOrderedCltn* c = dynamic_cast<DSOrderedCltn*>(self);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(c->size(), 0u);
+    TBResource::unref(c);  // once, and for good
+
+    const int before = DSTestKey::alive();
+    DSOrderedCltn holder(2);
+    holder.add(*new DSTestKey(7));
+    std::string text = dsText(&holder);
+    // The same element under a dictionary, which takes associations only.
+    const std::string::size_type at = text.find("DSOrderedCltn");
+    ASSERT_NE(at, std::string::npos) << text;
+    text.replace(at, 13, "DSDictionary");
+    testing::internal::CaptureStderr();
+    TBTransObject* dict = dsRead(text);
+    testing::internal::GetCapturedStderr();
+    ASSERT_NE(dynamic_cast<DSDictionary*>(dict), nullptr) << text;
+    EXPECT_EQ(dynamic_cast<DSDictionary*>(dict)->size(), 0u);
+    TBResource::unref(dynamic_cast<TBResource*>(dict));
+    EXPECT_EQ(DSTestKey::alive(), before + 1);  // only the holder's own element
+}
+
 }  // namespace

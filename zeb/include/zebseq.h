@@ -12,6 +12,7 @@
 #include "corba.h"
 #include "except.h"
 #include "tbiostrm.h"
+#include "zebread.h"
 
 template <class T>
 class ZEBSequence {
@@ -98,14 +99,16 @@ public:
         strm >> count;
         if (count > 0xffffffffUL) throw CORBA_MARSHAL(0, CORBA::COMPLETED_NO);
         const CORBA::ULong n = static_cast<CORBA::ULong>(count);
+        ZEBReadGuard guard(strm);
         if constexpr (kBulk) {
-            readBulk(strm, n);
+            readBulk(strm, n, guard);
             return;
         }
         if (n <= _length || n <= _maximum) {
             for (CORBA::ULong i = 0; i < n; ++i) {
                 _buffer[i] = T();
                 strm >> _buffer[i];
+                guard.check();
             }
             _length = n;
             return;
@@ -122,6 +125,7 @@ public:
                 cap = next;
             }
             strm >> fresh[i];
+            guard.check();
         }
         adopt(fresh.release(), n);
         _length = n;
@@ -137,7 +141,10 @@ private:
     // buffer grows as the elements arrive, as for the other element types.
     static constexpr CORBA::ULong kBulkDirect = 64 * 1024 / (sizeof(T) > 0 ? sizeof(T) : 1);
 
-    void readBulk(TBistream& strm, CORBA::ULong n) {
+    // A stream that does not throw on short data (the binary buffer stream)
+    // is stopped by the guard once a step finds nothing, so a lying count
+    // costs at most one step past the data that is there.
+    void readBulk(TBistream& strm, CORBA::ULong n, ZEBReadGuard& guard) {
         if (n == 0) {
             _length = 0;
             return;
@@ -145,6 +152,7 @@ private:
         if (n <= _length || n <= _maximum) {
             for (CORBA::ULong i = 0; i < n; ++i) _buffer[i] = T();
             strm.get(_buffer, n);
+            guard.check();
             _length = n;
             return;
         }
@@ -154,6 +162,7 @@ private:
             std::unique_ptr<T[]> bigger(new T[next]);
             for (CORBA::ULong j = 0; j < cap; ++j) bigger[j] = fresh[j];
             strm.get(bigger.get() + cap, next - cap);
+            guard.check();
             fresh = std::move(bigger);
             cap = next;
             next = cap >= n - cap ? n : 2 * cap;

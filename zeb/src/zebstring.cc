@@ -47,7 +47,15 @@ ZEBString::ZEBString(TBistream& strm) : DSResource(strm), _string(nullptr), _len
         _string = emptyText();
         return;
     }
-    _string = ZEBreadBlock<char>(strm, n);
+    // A CDR stream that runs short throws; an object stream never does, and
+    // the string is then what arrived, as its other readers leave a field.
+    CORBA::ULong got = 0;
+    _string = ZEBreadBlock<char>(strm, n, &got);
+    if (got < n) {
+        _string[got] = '\0';
+        _length = static_cast<CORBA::ULong>(std::strlen(_string));
+        return;
+    }
     // The last byte should be the NUL; force it, so that a peer that sent
     // none cannot make us run off the block.
     _string[n - 1] = '\0';

@@ -186,9 +186,12 @@ TBistream& ZEBIIOPstream::operator>>(char*& s) {
         CORBA::string_free(s);
         s = nullptr;
         if (count <= kDirectStringLimit || count <= static_cast<CORBA::ULong>(_in.readAvail())) {
-            s = CORBA::string_alloc(count);
+            // The target gets the block only once it is filled: a read that
+            // fails half way leaves it null rather than owning half a string.
+            std::unique_ptr<char[]> block(CORBA::string_alloc(count));
+            readRaw(block.get(), count);
+            s = block.release();
             room = count;
-            readRaw(s, count);
         } else {
             s = ZEBreadBlock<char>(*this, count);  // exactly count bytes
             room = 0;
