@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds Kelvanor with warnings as errors and runs every test through CTest,
-# first in an optimised build, then again under AddressSanitizer and UBSan.
+# first in an optimised build, then again under AddressSanitizer and UBSan,
+# and last runs every fuzz target for a short while (tools/fuzz.sh).
 # Usage: bash tools/test.sh     (build directories: build-test, build-test-asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,5 +18,7 @@ echo "== the same tests under AddressSanitizer and UBSan =="
 cmake -S . -B "$build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKELVANOR_WERROR=ON \
   -DKELVANOR_SANITIZE=ON -DKELVANOR_BENCH=OFF >/dev/null
 cmake --build "$build-asan" -j"$jobs"
-cd "$build-asan"
-UBSAN_OPTIONS=print_stacktrace=1 ctest -j"$jobs" --output-on-failure --timeout 300
+(cd "$build-asan" && UBSAN_OPTIONS=print_stacktrace=1 ctest -j"$jobs" --output-on-failure --timeout 300)
+
+echo "== the decoders under the fuzzer, about 30 seconds in all =="
+bash tools/fuzz.sh
