@@ -177,6 +177,11 @@ public:
     void beginObject(unsigned number) { _building.push_back(number); }
     void endObject() { _building.pop_back(); }
     bool isBuilding(const TBTransObject* obj) const;
+    // Objects that the reader allocated itself, as opposed to members that
+    // a constructor built in place and entered under numbers of their own:
+    // only the former may be held by counts and freed on their own.
+    void markMade(const TBTransObject* obj);
+    bool isMade(const TBTransObject* obj) const;
     // An object that the reader could not use and nobody holds: freed when
     // the numbers of its top-level object are forgotten, since a back
     // reference may still name it until then; a counted one only if still
@@ -191,6 +196,7 @@ private:
     int _objectLevel = 0;
     std::vector<unsigned> _building;
     std::vector<TBTransObject*> _orphans;
+    std::vector<unsigned char> _made;  // by object number
 
     static void dropOrphan(TBTransObject* obj);
 };

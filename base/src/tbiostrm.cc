@@ -389,7 +389,9 @@ TBTransObject* TBistream::readTransObj() {
         ~Building() { t.endObject(); }
     } building{inTable()};
     inTable().beginObject(inTable().objectCount());
-    return readObject(info);
+    TBTransObject* obj = readObject(info);
+    if (obj) inTable().markMade(obj);
+    return obj;
 }
 
 int TBistream::addToTbl(TBTransObject& obj) {

@@ -109,6 +109,7 @@ int TBInTbl::add(TBTransObject& obj) {
 
 void TBInTbl::clearObjects() {
     _objects.clear();
+    _made.clear();
     TBPtrDict::clear();
     std::vector<TBTransObject*> gone;
     gone.swap(_orphans);
@@ -130,6 +131,18 @@ void TBInTbl::dropOrphan(TBTransObject* obj) {
     // holder's now.
     const TBResource* r = dynamic_cast<const TBResource*>(obj);
     if (!r || r->refCount() == 0) delete obj;
+}
+
+void TBInTbl::markMade(const TBTransObject* obj) {
+    const int number = find(obj);
+    if (number < 0) return;
+    if (_made.size() <= static_cast<unsigned>(number)) _made.resize(number + 1u, 0);
+    _made[number] = 1;
+}
+
+bool TBInTbl::isMade(const TBTransObject* obj) const {
+    const int number = find(obj);
+    return number >= 0 && static_cast<unsigned>(number) < _made.size() && _made[number];
 }
 
 bool TBInTbl::isBuilding(const TBTransObject* obj) const {

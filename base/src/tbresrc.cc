@@ -33,5 +33,8 @@ DSResource* DSreadResource(TBistream& strm) {
     // of counts, which no count ever frees and the first release frees
     // twice; hostile data only, so the element counts as missing.
     if (table.isBuilding(obj)) return nullptr;
+    // A back reference to a member that its owner built in place: no count
+    // may free it, so it is no element either.
+    if (!table.isMade(obj)) return nullptr;
     return static_cast<DSResource*>(obj);
 }
