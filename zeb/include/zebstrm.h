@@ -93,6 +93,22 @@ inline W toWire(T v) {
 // Padding bytes mean nothing; blanks, as the writer always used.
 constexpr uint64_t kBlanks = 0x2020202020202020ULL;
 
+// A value stored or loaded in place, at any alignment. A typed access (not a
+// memcpy, which may touch anything) tells the compiler that it leaves the
+// stream's own pointers alone, so a run of values keeps them in registers.
+template <class W>
+struct __attribute__((packed)) Loose {
+    W v;
+};
+template <class W>
+inline void store(char* p, W v) {
+    reinterpret_cast<Loose<W>*>(p)->v = v;
+}
+template <class W>
+inline W load(const char* p) {
+    return reinterpret_cast<const Loose<W>*>(p)->v;
+}
+
 }  // namespace ZEBcdr
 
 // Failures are CORBA system exceptions: transport faults CORBA_COMM_FAILURE
@@ -342,7 +358,7 @@ private:
         const std::size_t pad = (_inOrigin - addr(_in.read_ptr)) & (n - 1);
         W v;
         if (pad + n <= inFast()) {
-            std::memcpy(&v, _in.read_ptr + pad, n);
+            v = ZEBcdr::load<W>(_in.read_ptr + pad);
             advanceIn(pad + n);
         } else {
             v = static_cast<W>(readAlignedSlow(n));
@@ -382,8 +398,8 @@ private:
         const std::size_t pad = (_outOrigin - addr(b.write_ptr)) & (n - 1);
         if (pad + n <= static_cast<std::size_t>(b.writeRoom())) {
             char* p = b.write_ptr;
-            std::memcpy(p, &ZEBcdr::kBlanks, n);
-            std::memcpy(p + pad, &v, n);
+            ZEBcdr::store<W>(p, static_cast<W>(ZEBcdr::kBlanks));
+            ZEBcdr::store<W>(p + pad, v);
             b.write_ptr = p + pad + n;
             return;
         }
