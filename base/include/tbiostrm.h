@@ -24,6 +24,7 @@
 class TBTransObject;
 class TBTypeInfo;
 class TBInTbl;   // reader's identity tables, see tbiotbl.h
+class TBipcbuf;  // see tbipcstr.h
 class TBOutTbl;  // writer's identity tables, see tbiotbl.h
 
 class TBostream {
@@ -143,6 +144,10 @@ public:
     virtual TBistream& getCString(char* buffer, unsigned max);
 
     std::istream* istreamPtr() const { return _is; }
+    // The memory buffer a binary buffer stream reads from; null for every
+    // other stream. Readers of counted data use it to see a stream that
+    // reports short data to nobody run dry.
+    virtual const TBipcbuf* inBuffer() const { return nullptr; }
     TBInTbl& inTable();
 
     static const char _class_name[];

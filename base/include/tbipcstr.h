@@ -110,6 +110,7 @@ public:
 
     void attach(TBipcbuf* buf) { _buf = buf; }
     TBipcbuf* buffer() const { return _buf; }
+    const TBipcbuf* inBuffer() const override { return _buf; }
 
     const char* className() const override;
     int isKindOf(const char* name) const override;

@@ -20,7 +20,9 @@ void ZEBcheckStream(TBistream& strm) {
 }
 
 ZEBReadGuard::ZEBReadGuard(TBistream& strm) : _strm(strm), _buf(nullptr), _last(nullptr) {
-    if (TBipcstream* ipc = dynamic_cast<TBipcstream*>(&strm)) _buf = ipc->buffer();
+    // A virtual call rather than a dynamic_cast: this runs for every
+    // sequence a message carries.
+    _buf = strm.inBuffer();
     if (_buf) _last = _buf->read_ptr;
 }
 
