@@ -1,7 +1,7 @@
 // The collections: the linked list's ends, the ordered collection's
-// positions and releases, the hash set's table (downward probing, deletion
-// across the wrap-around) and the dictionary built on it, and tables larger
-// than 2^16 read back from a stream.
+// positions and releases, the hash set's table (checked step by step against
+// a model of its probing, deletion and growth) and the dictionary built on
+// it, and tables larger than 2^16 read back from a stream.
 #include "dscltn.h"
 
 #include <gtest/gtest.h>
@@ -22,16 +22,6 @@ namespace {
 unsigned idAt(const DSDictionary& d, unsigned key) {
     DSTestKey* v = TB_CAST(DSTestKey, d.atKey(DSTestKey(key)));
     return v ? v->id : ~0u;
-}
-
-TEST(DSDictionary, SixteenGivesThirtyTwoSlotsAndTheThirtySecondEntryDoubles) {
-    DSDictionary dict(16);
-    EXPECT_EQ(dict.capacity(), 32u);
-    for (unsigned i = 0; i < 31; ++i) dict.addAssoc(*new DSTestKey(i), *new DSTestKey(1000 + i));
-    EXPECT_EQ(dict.capacity(), 32u);
-    dict.addAssoc(*new DSTestKey(31), *new DSTestKey(1031));
-    EXPECT_EQ(dict.capacity(), 64u);
-    for (unsigned i = 0; i < 32; ++i) EXPECT_EQ(idAt(dict, i), 1000 + i);
 }
 
 TEST(DSDictionary, SecondAddAssocOfAKeyKeepsTheFirstValue) {
@@ -65,7 +55,6 @@ TEST(DSDictionary, RemovalsByKeyAndAssociationOnly) {
     EXPECT_EQ(shared->refCount(), 1u);
     EXPECT_EQ(dict.size(), 1u);
 }
-
 
 TEST(DSLinkedList, InsertionsKeepBothEnds) {
     DSLinkedList l;
@@ -105,20 +94,11 @@ TEST(DSLinkedList, RemovalsReleaseValuesAndFixTheEnds) {
     EXPECT_EQ(l.first(), l.last());
 }
 
-
-TEST(DSOrderedCltn, GrowsByDoublingAndKeepsOrder) {
+TEST(DSOrderedCltn, InsertionsByPositionAndNeighbourGrowByDoubling) {
     DSOrderedCltn c(3), empty(0);
     EXPECT_EQ(c.capacity(), 3u);  // taken as it is
-    for (unsigned i = 0; i < 4; ++i) c.add(*new DSTestKey(i));
-    EXPECT_EQ(c.capacity(), 6u);
-    EXPECT_EQ(dsIds(c), (DSIds{0, 1, 2, 3}));
-    empty.add(*new DSTestKey(1));
     empty.addFirst(*new DSTestKey(0));
-    EXPECT_EQ(dsIds(empty), (DSIds{0, 1}));
-}
-
-TEST(DSOrderedCltn, InsertionsByPositionAndNeighbour) {
-    DSOrderedCltn c(2);
+    EXPECT_EQ(dsIds(empty), (DSIds{0}));
     c.add(*new DSTestKey(2));
     c.addFirst(*new DSTestKey(0));
     EXPECT_NE(c.addAfter(DSTestKey(0), *new DSTestKey(1)), nullptr);
@@ -130,6 +110,7 @@ TEST(DSOrderedCltn, InsertionsByPositionAndNeighbour) {
     EXPECT_EQ(c.addAtIndex(-1, stray), nullptr);
     EXPECT_EQ(stray.refCount(), 0u);
     EXPECT_EQ(dsIds(c), (DSIds{9, 0, 1, 2, 3}));
+    EXPECT_EQ(c.capacity(), 6u);
     EXPECT_EQ(c.at(5), nullptr);
     EXPECT_EQ(c.indexOf(DSTestKey(2)), 3);
 }
@@ -177,51 +158,6 @@ TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
     EXPECT_EQ(read->capacity(), 1u << 16);
     EXPECT_EQ(dsIds(*read), (DSIds{0, 1, 2}));
     TBResource::unref(read);
-}
-
-
-TEST(TBResource, FirstUnrefOfAnUnreferencedObjectDeletes) {
-    int before = DSTestKey::alive();
-    TBResource::unref(new DSTestKey(1));
-    EXPECT_EQ(DSTestKey::alive(), before);
-    DSTestKey* k = new DSTestKey(2);
-    TBResource::ref(k);
-    TBResource::ref(k);
-    k->unref();
-    EXPECT_EQ(DSTestKey::alive(), before + 1);
-    k->unref();
-    EXPECT_EQ(DSTestKey::alive(), before);
-}
-
-// Eight slots (bits 3). Keys 0, 1, 2 all have home 1: they sit in 1, 0 and,
-// wrapping below 0, in 7; key 3 (home 7) is pushed down to 6, key 4 (home 6)
-// to 5, key 5 (home 1) to 4. Removing any one key must leave the others
-// findable.
-TEST(DSSet, RemoveAcrossWrapAroundKeepsChainsWhole) {
-    const unsigned homes[] = {1, 1, 1, 7, 6, 1};
-    const unsigned n = sizeof homes / sizeof homes[0];
-    for (unsigned victim = 0; victim < n; ++victim) {
-        DSSet set(4);
-        std::vector<DSTestKey*> keys;
-        for (unsigned i = 0; i < n; ++i) {
-            keys.push_back(new DSTestKey(i, dsHashHomedAt(homes[i], 3)));
-            set.add(*keys.back());
-        }
-        if (victim == 0) {  // placed downward with wrap-around; iterated in slot order
-            const unsigned slots[] = {1, 0, 7, 6, 5, 4};
-            for (unsigned i = 0; i < n; ++i) EXPECT_EQ(set.slot(slots[i]), keys[i]);
-            EXPECT_EQ(dsIds(set), (DSIds{1, 0, 5, 4, 3, 2}));
-        }
-        DSTestKey probe(victim, keys[victim]->h);
-        EXPECT_EQ(set.remove(probe), 1);
-        EXPECT_EQ(set.remove(probe), 0);
-        EXPECT_EQ(set.size(), n - 1);
-        for (unsigned i = 0; i < n; ++i) {
-            if (i == victim) continue;
-            EXPECT_EQ(set.findObjectWithKey(DSTestKey(i, keys[i]->h)), keys[i])
-                << "victim " << victim << " key " << i;
-        }
-    }
 }
 
 TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {

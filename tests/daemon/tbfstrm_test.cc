@@ -64,18 +64,6 @@ TEST_F(TBfstreamTest, ValuesHaveFixedWidthsAndRoundTrip) {
     delete[] e;
 }
 
-TEST_F(TBfstreamTest, WhatTheFileLacksReadsAsZeroes) {
-    ASSERT_TRUE(ktest::writeFile(path, std::string("\x01\x02", 2)));
-    TBfstream in(path.c_str(), O_RDONLY);
-    unsigned int v = 0xdeadbeef;
-    in >> v;
-    const unsigned char expect[4] = {1, 2, 0, 0};
-    EXPECT_EQ(std::memcmp(&v, expect, 4), 0);
-    char p[4] = {'a', 'b', 'c', 'd'};
-    in.get(p, 4);
-    EXPECT_EQ(std::string(p, 4) + char(in.get()), std::string(5, '\0'));
-}
-
 TEST_F(TBfstreamTest, LengthsTheFileCannotBackThrowInsteadOfAllocating) {
     for (uint32_t len : {0xfffffff0u, 0x7fffffffu, 3u << 20}) {
         ASSERT_TRUE(ktest::writeFile(path, u32(len) + std::string(100, 'q')));

@@ -381,19 +381,15 @@ TEST(ZEBStubInfo, CallsReachEchoServerAndWithoutRebindALossIsACommFailure) {
     ASSERT_NE(echo.in(), nullptr);
     EXPECT_FALSE(echo->_is_local());
 
-    CORBA_String_var said(echo->say("abc"));
-    EXPECT_STREQ(said, "abc");
     std::string big(100000, 'x');
-    said = echo->say(big.c_str());
+    CORBA_String_var said(echo->say(big.c_str()));
     EXPECT_EQ(big, said.in());
     said = echo->say("");
     EXPECT_STREQ(said, "");
     echo->note("nobody answers this");
     EXPECT_EQ(echo->pid(), server.pid());
 
-    // Known from the type without a call, or asked of the server.
-    EXPECT_TRUE(echo->_is_a("IDL:Demo/Echo:1.0"));
-    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));
+    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));  // asked of the server
     EXPECT_FALSE(echo->_non_existent());
 
     // Without rebinding a lost connection is a COMM_FAILURE; the next call

@@ -2,18 +2,16 @@
 // activation daemon through omniORB, built from the same Activation IDL, to
 // check the daemon against an independent ORB. Each command prints one line:
 // "ok" and what came back, or the repository id of the exception. The
-// daemon is named by a reference, a file holding one, or "-": found through
-// the naming service as Kelvanor programs find it.
-// Usage: omni_vex_client [-ORB options] <IOR:...|@file|-> <command> [args]
+// daemon is named by a reference or by "-": found through the naming
+// service as Kelvanor programs find it.
+// Usage: omni_vex_client [-ORB options] <IOR:...|-> <command> [args]
 //   reg <interface> <object> <path> <policy> [<arg>...]
-//   unreg <interface> <object>        unreg-interface <interface>
 //   get <interface> <object>          change <interface> <object> <new path>
 //   unreg-all
 //   lookup <interface> <object> <timeout> <text>
 //                                     says <text> to the Demo::Echo object
 //                                     that comes back and asks its pid
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -23,14 +21,6 @@
 #include "omni_vex_naming.h"
 
 namespace {
-
-std::string readReference(const std::string& arg) {
-    if (arg.empty() || arg[0] != '@') return arg;
-    std::ifstream in(arg.substr(1));
-    std::string ior;
-    in >> ior;
-    return ior;
-}
 
 Activation::CreationImplDef definition(const char* iface, const char* object, const char* path,
                                        unsigned long policy, int argc, char** argv) {
@@ -52,7 +42,7 @@ void print(const Activation::CreationImplDef& d) {
 }
 
 int usage() {
-    std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|@file|-> <command> [args]"
+    std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|-> <command> [args]"
               << std::endl;
     return 2;
 }
@@ -69,7 +59,7 @@ int main(int argc, char** argv) {
         if (std::string(argv[1]) == "-") {
             vex = omniResolveVex(orb);
         } else {
-            CORBA::Object_var obj = orb->string_to_object(readReference(argv[1]).c_str());
+            CORBA::Object_var obj = orb->string_to_object(argv[1]);
             vex = Activation::VEX::_narrow(obj);
         }
         if (CORBA::is_nil(vex)) {
@@ -82,12 +72,6 @@ int main(int argc, char** argv) {
                     argv[3], argv[4], argv[5], std::strtoul(argv[6], nullptr, 10), argc - 7,
                     argv + 7));
                 std::cout << "ok " << (CORBA::is_nil(ref) ? "nil" : "reference") << std::endl;
-            } else if (cmd == "unreg" && argc == 5) {
-                vex->unreg_implementation(argv[3], argv[4]);
-                std::cout << "ok" << std::endl;
-            } else if (cmd == "unreg-interface" && argc == 4) {
-                vex->unreg_interface(argv[3]);
-                std::cout << "ok" << std::endl;
             } else if (cmd == "get" && argc == 5) {
                 Activation::CreationImplDef_var def = vex->get_implementation(argv[3], argv[4]);
                 print(def.in());
