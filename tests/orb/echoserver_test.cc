@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -530,3 +531,36 @@ TEST_F(EchoServerTest, PortIsTheServersAloneAndFreeAgainAtOnceAfterIt) {
 }
 
 }  // namespace
+
+// Out of descriptors, a listener stays ready with connections it cannot
+// take; the server pauses accepting instead of spinning on it (and printing
+// the failure thousands of times a second), and serves again once
+// descriptors are free.
+TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
+    ktest::EchoChild server({"/bin/sh", "-c", "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1",
+                             KELVANOR_ECHO_SERVER_BINARY});
+    ASSERT_TRUE(server.ready()) << server.output();
+    const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),
+                          server.locator->object_key.length());
+    std::vector<std::unique_ptr<Conn>> crowd;
+    for (int i = 0; i < 24; ++i) {
+        crowd.emplace_back(new Conn);
+        ASSERT_TRUE(crowd.back()->open(server.port)) << i;
+    }
+    // The server runs out of descriptors and keeps trying for a while.
+    std::this_thread::sleep_for(milliseconds(1000));
+    const std::string out = server.output();
+    size_t failures = 0;
+    for (size_t at = out.find("accept: "); at != std::string::npos; at = out.find("accept: ", at + 1))
+        ++failures;
+    EXPECT_GT(failures, 0u) << out;
+    EXPECT_LT(failures, 40u);
+    crowd.clear();
+    Conn c;
+    ASSERT_TRUE(c.open(server.port));
+    ASSERT_TRUE(c.send(request(true, 7, true, key, "pid").message()));
+    Message m;
+    ASSERT_TRUE(c.receive(m)) << c.why();
+    EXPECT_EQ(kReply, m.type);
+    EXPECT_TRUE(server.running());
+}

@@ -66,6 +66,8 @@ public:
 
     // A new connection: accepted and handed to a ZEBBOAClient. Always 0.
     int inputReady(int fd) override;
+    // Ends a pause in accepting (see inputReady).
+    void timerExpired(long sec, long usec) override;
 
     void registerImpl(ZEBSkelInfo* skel);
     void unregisterImpl(ZEBSkelInfo* skel);
@@ -130,6 +132,7 @@ private:
     DSDictionary _services;    // ZEBString -> DSDictionary(ZEBRefData -> ZEBSkelInfo)
     unsigned long _last_id = 0;
     dpDispatcher& _dispatcher;
+    bool _acceptPaused = false;
     Activation::VEX* _vex = nullptr;  // the daemon, owned; null until found
 };
 

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -91,6 +92,7 @@ ZEBBOA::ZEBBOA(dpDispatcher& d)
 }
 
 ZEBBOA::~ZEBBOA() {
+    if (_acceptPaused) _dispatcher.stopTimer(this);
     if (_listener.fd() >= 0) _dispatcher.unlink(_listener.fd());
     // Skeletons made from an implementation belong to the adapter: nobody
     // else drops their own reference. Those of objects go with the objects.
@@ -105,16 +107,32 @@ ZEBBOA::~ZEBBOA() {
     CORBA::release(_vex);
 }
 
-int ZEBBOA::inputReady(int) {
+int ZEBBOA::inputReady(int listenFd) {
     int fd = -1;
     try {
         _listener.accept(fd);
-    } catch (const CORBA_SystemException&) {
+    } catch (const CORBA_SystemException& e) {
+        // Out of descriptors or of kernel memory: the connection stays in
+        // the backlog, select reports the listener ready again at once, and
+        // the loop would spin printing the failure. Accepting pauses for a
+        // tenth of a second instead; the clients wait in the backlog.
+        const CORBA::ULong why = e.minor();
+        if (why == EMFILE || why == ENFILE || why == ENOBUFS || why == ENOMEM) {
+            _dispatcher.unlink(listenFd);
+            _dispatcher.startTimer(0, 100000, this);
+            _acceptPaused = true;
+        }
         return 0;
     }
     // The connection registers itself and lives until it deletes itself.
     new ZEBBOAClient(fd, this);
     return 0;
+}
+
+void ZEBBOA::timerExpired(long, long) {
+    if (!_acceptPaused) return;
+    _acceptPaused = false;
+    if (_listener.fd() >= 0) _dispatcher.link(_listener.fd(), dpDispatcher::ReadMask, this);
 }
 
 unsigned long ZEBBOA::getUniqueId() {
