@@ -537,6 +537,12 @@ TEST_F(EchoServerTest, PortIsTheServersAloneAndFreeAgainAtOnceAfterIt) {
 // the failure thousands of times a second), and serves again once
 // descriptors are free.
 TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizers' own checks open descriptors (UBSan's vptr check reads
+    // memory through a pipe): out of them, the server under test would be
+    // stopped by its instrumentation, not by anything of ours.
+    GTEST_SKIP() << "needs a build without sanitizers";
+#endif
     ktest::EchoChild server({"/bin/sh", "-c", "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1",
                              KELVANOR_ECHO_SERVER_BINARY});
     ASSERT_TRUE(server.ready()) << server.output();
@@ -557,7 +563,7 @@ TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
     EXPECT_LT(failures, 40u);
     crowd.clear();
     Conn c;
-    ASSERT_TRUE(c.open(server.port));
+    ASSERT_TRUE(c.open(server.port)) << server.output().substr(0, 2000);
     ASSERT_TRUE(c.send(request(true, 7, true, key, "pid").message()));
     Message m;
     ASSERT_TRUE(c.receive(m)) << c.why();
