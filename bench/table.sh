@@ -10,7 +10,8 @@
 # Every process runs on one CPU (taskset) over 127.0.0.1; the network
 # figures are medians of REPS runs taken in turns.
 # Usage: bash bench/table.sh [build-dir]     (default: build-bench)
-# Knobs: REPS (3), LATENCY_CALLS (20000), ONEWAY_CALLS (200000),
+# Knobs: REPS (3), LATENCY_CALLS (20000), ONEWAY_CALLS (1000000: shorter runs
+#        are dominated by the first filling of the socket buffers),
 #        BULK_CALLS (2000), CPU (0).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,7 +19,7 @@ cd "$(dirname "$0")/.."
 build=${1:-build-bench}
 reps=${REPS:-3}
 latency_calls=${LATENCY_CALLS:-20000}
-oneway_calls=${ONEWAY_CALLS:-200000}
+oneway_calls=${ONEWAY_CALLS:-1000000}
 bulk_calls=${BULK_CALLS:-2000}
 cpu=${CPU:-0}
 
