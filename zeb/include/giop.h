@@ -17,9 +17,9 @@
 
 #include <iosfwd>
 
-#include "corba.h"
-#include "sequence.h"
-#include "zebseq.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/sequence.h>
+#include <kelvanor/zebseq.h>
 
 class TBistream;
 class TBostream;
