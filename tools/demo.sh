@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds Kelvanor and runs the activation daemon beside a real naming service:
-# omniNames on 127.0.0.1 (GIOP 1.0 references), its root context's IOR in the
+# omniNames on 127.0.0.1 (with its defaults: IIOP 1.2 references), its root context's IOR in the
 # file where vex looks for it, vex in verbose mode on a repository with one
 # registration, a second registration made over IIOP with vexctl, and the
 # naming service listing vex under "VEX". Then a client binds to the echo
@@ -29,24 +29,33 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# wait_for FILE TEXT: up to 10 seconds for TEXT to appear in FILE.
+# wait_for FILE TEXT [PID]: up to 10 seconds for TEXT to appear in FILE,
+# less if the process PID ends first.
 wait_for() {
   for _ in $(seq 100); do
     grep -q "$2" "$1" 2>/dev/null && return 0
+    [ -n "${3:-}" ] && ! kill -0 "$3" 2>/dev/null && return 1
     sleep 0.1
   done
   return 1
 }
 
-port=$(( 20000 + RANDOM % 20000 ))
 mkdir -p "$work/ns" "$work/impl_dir" "$work/web/wai/NameService"
-omniNames -start "$port" -logdir "$work/ns" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
-  -ORBmaxGIOPVersion 1.0 >"$work/ns.out" 2>&1 &
-pids+=($!)
-wait_for "$work/ns.out" 'Root context is IOR:' ||
-  { echo "demo: omniNames did not start" >&2; cat "$work/ns.out" >&2; exit 1; }
+# A port picked at random may be taken: omniNames then ends at once, and
+# another is tried.
+for attempt in 1 2 3 4 5; do
+  port=$(( 20000 + RANDOM % 20000 ))
+  rm -rf "$work/ns"/*
+  omniNames -start "$port" -logdir "$work/ns" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
+    >"$work/ns.out" 2>&1 &
+  pids+=($!)
+  wait_for "$work/ns.out" 'Root context is IOR:' $! && break
+  [ "$attempt" -eq 5 ] &&
+    { echo "demo: omniNames did not start" >&2; cat "$work/ns.out" >&2; exit 1; }
+done
 ior=$(grep -o 'IOR:[0-9a-f]*' "$work/ns.out" | head -1)
-echo "demo: naming service on 127.0.0.1:$port"
+echo "demo: naming service on 127.0.0.1:$port; its root reference, as iordump reads it:"
+"$bin/iordump" "$ior" | sed 's/^/  /'
 # As a web server leaves it: the reference and a line end.
 echo "$ior" > "$work/web/wai/NameService/demo.IOR"
 export NS_SERVER_ROOT="$work/web" NS_SERVER_ID=demo KELVANOR_IMPL_PATH="$work/impl_dir"
