@@ -263,14 +263,19 @@ CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelI
     // answers with its definition of the pair, or NotRegistered for one it
     // does not manage, which leaves the object to the agent.
     CORBA_Object_var ref(createObjRef(skel));
-    try {
-        return _vex->boa_activate_obj(ref, interface_name, pid);
-    } catch (const CORBA_SystemException&) {
-        // The daemon we knew is gone; the next report looks it up again.
-        forgetVEX();
-    } catch (const CORBA_Exception&) {
+    for (;;) {
+        try {
+            return _vex->boa_activate_obj(ref, interface_name, pid);
+        } catch (const CORBA_SystemException&) {
+            // The daemon we knew is gone; the next report looks it up again.
+            // A reference inherited from the daemon that started us is
+            // stale: the naming service is asked at once.
+            forgetVEX();
+            if (forgetEnvironmentVEX() && bind_to_vex()) continue;
+        } catch (const CORBA_Exception&) {
+        }
+        return nullptr;
     }
-    return nullptr;
 }
 
 void ZEBBOA::forgetVEX() {
