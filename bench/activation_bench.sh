@@ -63,7 +63,7 @@ for _ in 1 2 3 4 5; do
   p=$(port)
   rm -rf "$tmp/ns"/*
   if start omniNames "Root context is IOR:" /usr/bin/omniNames -start "$p" -logdir "$tmp/ns" \
-      -ORBendPoint "giop:tcp:127.0.0.1:$p" -ORBmaxGIOPVersion 1.0; then
+      -ORBendPoint "giop:tcp:127.0.0.1:$p"; then
     started=1
     break
   fi

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds Kelvanor and runs the activation daemon beside a real naming service:
-# omniNames on 127.0.0.1 (GIOP 1.0 references), its root context's IOR in the
+# omniNames on 127.0.0.1 (with its defaults: IIOP 1.2 references), its root context's IOR in the
 # file where vex looks for it, vex in verbose mode on a repository with one
 # registration, a second registration made over IIOP with vexctl, and the
 # naming service listing vex under "VEX". Then a client binds to the echo
@@ -28,7 +28,8 @@ trap cleanup EXIT
 mkdir -p "$work/impl_dir"
 start_naming "$work" || { echo "demo: no naming service" >&2; exit 1; }
 ior=$naming_ior
-echo "demo: naming service on 127.0.0.1:$naming_port"
+echo "demo: naming service on 127.0.0.1:$naming_port; its root reference, as iordump reads it:"
+"$bin/iordump" "$ior" | sed 's/^/  /'
 export KELVANOR_IMPL_PATH="$work/impl_dir"
 
 # A repository with one registration, written in the file's own layout:

@@ -2,17 +2,17 @@
 # Installs what building and testing Kelvanor needs on a fresh Debian
 # machine: the compiler and build tools, GoogleTest, Google Benchmark,
 # omniNames, the naming service that the tests and the demo run beside vex,
-# and omniORB's IDL compiler, IDL files and libraries, from which the
-# interoperability peers and the echo benchmark are built; and what the
-# packaging test uses: dpkg-shlibdeps and file for the .deb's dependencies,
-# man to open the man pages.
+# omniORB's IDL compiler, IDL files and libraries, from which the
+# interoperability peers and the echo benchmark are built, Combat, an ORB in
+# Tcl, the second independent peer, and what the packaging test uses:
+# dpkg-shlibdeps and file for the .deb's dependencies, man for the man pages.
 # Does nothing when everything is present already.
 set -euo pipefail
 
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 for pkg in g++ cmake ninja-build libgtest-dev googletest libbenchmark-dev omniorb-nameserver omniorb \
-           omniidl omniorb-idl libomniorb4-dev pkg-config dpkg-dev file man-db; do
+           omniidl omniorb-idl libomniorb4-dev pkg-config tcl tcl-combat dpkg-dev file man-db; do
   have_pkg "$pkg" || need+=("$pkg")
 done
 [ ${#need[@]} -eq 0 ] && exit 0

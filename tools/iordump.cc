@@ -1,7 +1,7 @@
 // iordump: prints what a stringified object reference holds, one field to a
 // line: the type id, each profile's tag, and for an IIOP profile its
 // version, host, port and object key, with the parsed key when this broker
-// made it. The reference comes as the argument or on standard input. A
+// made it, and the tagged components of 1.1 and later profiles. The reference comes as the argument or on standard input. A
 // profile that does not decode is reported on standard error by its number,
 // after the rest has been printed, and the status is then 1.
 #include <cstdio>
@@ -58,6 +58,41 @@ void dumpKeyKind(std::ostream& out, const CORBA_OctetSequence& key) {
 
 std::string failure(const CORBA_SystemException& e) { return e._desc()->name; }
 
+// Names of the component tags that ORBs commonly put in 1.1 and later
+// profiles; others print by number alone.
+const char* componentName(CORBA::ULong tag) {
+    switch (tag) {
+    case 0: return "ORB type";
+    case 1: return "code sets";
+    case 2: return "policies";
+    case 3: return "alternate IIOP address";
+    case 20: return "SSL transport";
+    case 33: return "CSI mechanisms";
+    default: return nullptr;
+    }
+}
+
+// "component: tag 0 (ORB type) length 8", and for the ORB type its value,
+// which names the ORB that made the reference.
+void dumpComponent(std::ostream& out, const IIOP::TaggedComponent& c) {
+    const CORBA_OctetSequence& data = c.component_data;
+    out << "component: tag " << c.tag;
+    if (const char* name = componentName(c.tag)) out << " (" << name << ')';
+    out << " length " << data.length();
+    if (c.tag == 0 && data.length() == 8) {
+        // An encapsulation: byte order, three bytes of padding, the value.
+        const CORBA::Octet* p = data.get_buffer();
+        CORBA::ULong v = p[0] ? (CORBA::ULong(p[7]) << 24 | CORBA::ULong(p[6]) << 16 |
+                                 CORBA::ULong(p[5]) << 8 | p[4])
+                              : (CORBA::ULong(p[4]) << 24 | CORBA::ULong(p[5]) << 16 |
+                                 CORBA::ULong(p[6]) << 8 | p[7]);
+        char text[16];
+        std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(v));
+        out << " value " << text;
+    }
+    out << '\n';
+}
+
 // One profile. The data of an IIOP profile is decoded before anything of it
 // is printed; when it does not decode, only the tag line stands and the
 // reason goes to damaged.
@@ -68,8 +103,9 @@ void dumpProfile(std::ostream& out, CORBA::ULong index, const IOP::TaggedProfile
     std::ostringstream body;
     std::string why;
     try {
+        std::vector<IIOP::TaggedComponent> components;
         std::unique_ptr<IIOP::ObjectLocator> loc(
-            IIOP::ObjectLocator::convert(profile.profile_data));
+            IIOP::ObjectLocator::convert(profile.profile_data, &components));
         body << "iiop: " << static_cast<unsigned>(loc->iiop_version.major) << '.'
              << static_cast<unsigned>(loc->iiop_version.minor) << ' '
              << (loc->host.in() ? loc->host.in() : "") << ' ' << loc->port << '\n';
@@ -77,6 +113,7 @@ void dumpProfile(std::ostream& out, CORBA::ULong index, const IOP::TaggedProfile
         hex(body, loc->object_key);
         body << '\n';
         dumpKeyKind(body, loc->object_key);
+        for (const IIOP::TaggedComponent& c : components) dumpComponent(body, c);
         out << body.str();
         return;
     } catch (const CORBA_SystemException& e) {

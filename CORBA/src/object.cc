@@ -193,7 +193,11 @@ void CORBA_Object::_object_name(const char* name) {
     else if (_impl->skeleton) _impl->skeleton->_name = name;
 }
 
-const char* CORBA_Object::_repository_id() const { return _type_info()->repository_id(); }
+const char* CORBA_Object::_repository_id() const {
+    if (_impl->kind == ZEBObjectImpl::STUB)
+        if (const char* id = _impl->stub->typeId()) return id;
+    return _type_info()->repository_id();
+}
 
 const CORBA_OctetSequence& CORBA_Object::_principal() const {
     if (_impl->kind == ZEBObjectImpl::STUB) return _impl->stub->principal();

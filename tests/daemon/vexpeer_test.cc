@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include "giop.h"
+#include "mstrm.h"
 #include "vexfixture.h"
 
 namespace {
@@ -67,11 +69,16 @@ TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
     registerOmniEcho("omni");
 
     // An omniORB client starts the server through the daemon and calls it.
+    // The reference comes typed as the server reported it, so omniORB's
+    // _narrow asks nobody: its trace shows no remote _is_a.
     ktest::Process first;
-    ASSERT_TRUE(runOmniClient(first, {"lookup", "Demo::Echo", "omni", "-1", "hello"}))
+    ASSERT_TRUE(runOmniClient(first, {"-ORBtraceInvocations", "1", "lookup", "Demo::Echo", "omni",
+                                      "-1", "hello"}))
         << first.stderrText();
     EXPECT_EQ(first.exitCode(), 0) << first.stdoutText() << first.stderrText();
     EXPECT_EQ(first.stdoutText().find("ok say hello pid "), 0u) << first.stdoutText();
+    EXPECT_NE(first.stderrText().find("Invoke 'say'"), std::string::npos) << first.stderrText();
+    EXPECT_EQ(first.stderrText().find("'_is_a'"), std::string::npos) << first.stderrText();
     const long pid = pidIn(first.stdoutText());
     ASSERT_GT(pid, 1) << first.stdoutText();
     track(static_cast<CORBA::ULong>(pid));
@@ -103,6 +110,32 @@ TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
     ASSERT_TRUE(runOmniClient(refused, {"lookup", "Demo::Echo", "nobody", "5", "x"}));
     EXPECT_EQ(refused.stdoutText(), "exception IDL:pellomar/Activation/NotRegistered:1.0\n")
         << refused.stderrText();
+}
+
+TEST_F(VexPeers, RepliesOnlyWhenAskedAndHandsOutTheServersOwnType) {
+    registerEcho("typed");
+    // Two-way operations sent without response_expected get no reply; a
+    // stray one would be read as the answer to the next call.
+    for (int i = 0; i < 2; ++i) {
+        GIOPstream* s = _daemon->_create_request("get_implementation", 0, 0);
+        *s << "Demo::Echo" << "typed";
+        _daemon->_send();
+        CORBA_CreationImplDef_var d(_daemon->get_implementation("Demo::Echo", "typed"));
+        EXPECT_STREQ(d->object_name.in(), "typed");
+    }
+
+    // The reference handed out is typed as the server reported it, so that a
+    // client of another ORB can narrow it without asking the server.
+    GIOPstream* s = _daemon->_create_request("lookup_implementation", 1, 0);
+    *s << "Demo::Echo" << "typed" << static_cast<CORBA::Long>(-1);
+    s = _daemon->_invoke();
+    IOP::IOR ior;
+    *s >> ior;
+    s->flushRead();
+    EXPECT_STREQ(ior.type_id.in(), "IDL:Demo/Echo:1.0");
+    Activation::ImplementationStatus_var st(status("typed"));
+    ASSERT_EQ(st->status.length(), 1u);
+    track(st->status[0].process_id);
 }
 
 TEST_F(VexPeers, ClientKilledDuringItsLookupLeavesTheDaemonServing) {

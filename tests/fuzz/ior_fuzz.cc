@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "common.h"
 #include "except.h"
@@ -61,7 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             CORBA_OctetSequence profile(static_cast<CORBA::ULong>(size - 1));
             profile.length(static_cast<CORBA::ULong>(size - 1));
             for (size_t i = 1; i < size; ++i) profile[static_cast<CORBA::ULong>(i - 1)] = data[i];
-            std::unique_ptr<IIOP::ObjectLocator> loc(IIOP::ObjectLocator::convert(profile));
+            std::vector<IIOP::TaggedComponent> components;
+            std::unique_ptr<IIOP::ObjectLocator> loc(
+                IIOP::ObjectLocator::convert(profile, &components));
             if (loc) std::unique_ptr<CORBA_OctetSequence>(loc->convert());
             break;
         }

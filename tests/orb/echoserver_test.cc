@@ -353,11 +353,28 @@ TEST_F(EchoServerTest, RefusesForeignKeysMissingObjectsAndUnknownOperations) {
     expectSaid(c, id, "still here");
 }
 
-TEST_F(EchoServerTest, OnewayAndBindCallsAnswerAsTheyShould) {
+TEST_F(EchoServerTest, RepliesExactlyWhenTheRequestAsks) {
     Conn c;
     ASSERT_TRUE(connect(c));
-    ASSERT_TRUE(c.send(request(true, 20, false, _key, "note").string("hi").message()));
-    EXPECT_TRUE(c.quiet());
+    // The request's flag decides, not the operation's IDL: a two-way call or
+    // a built-in operation sent without it leaves nothing to read, and a
+    // oneway sent with it gets one empty reply.
+    uint32_t id = 100;
+    for (bool little : {true, false}) {
+        SCOPED_TRACE(little ? "little-endian" : "big-endian");
+        ASSERT_TRUE(c.send(request(little, ++id, false, _key, "note").string("hi").message()));
+        ASSERT_TRUE(c.send(request(little, ++id, false, _key, "say").string("unanswered").message()));
+        ASSERT_TRUE(c.send(request(little, ++id, false, _key, "_is_a").string(kRepoId).message()));
+        ASSERT_TRUE(c.send(request(little, ++id, false, _key, "__bind").message()));
+        EXPECT_TRUE(c.quiet());
+        CdrIn body;
+        ASSERT_TRUE(c.send(request(little, ++id, true, _key, "note").string("hi").message()));
+        ASSERT_TRUE(reply(c, id, 0, body));
+        EXPECT_EQ(0u, body.left());
+        EXPECT_TRUE(c.quiet());
+        ASSERT_TRUE(c.send(say(++id, _key, "answered", little)));
+        expectSaid(c, id, "answered");
+    }
 
     // __bind is an empty NO_EXCEPTION reply; __unbind is never answered,
     // whether a response is expected or not.

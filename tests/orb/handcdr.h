@@ -144,18 +144,26 @@ inline std::string keyById(uint32_t uid) {
 }
 
 // An IIOP 1.minor profile body, an encapsulation of its own.
+// From version 1.1 on, two tagged components follow the key, as other ORBs
+// write them: an ORB type and one of a tag nobody knows.
 inline std::string iiopProfile(bool little, const std::string& host, uint16_t port,
-                               const std::string& key, uint8_t minor = 0) {
+                               const std::string& key, uint8_t minor = 0, uint8_t major = 1) {
     Cdr p(little);
-    p.octet(little ? 1 : 0).octet(1).octet(minor).string(host).ushort(port).octets(key);
+    p.octet(little ? 1 : 0).octet(major).octet(minor).string(host).ushort(port).octets(key);
+    if (major == 1 && minor >= 1) {
+        Cdr orbType(little);
+        orbType.octet(little ? 1 : 0).raw("\0\0\0").ulong(0x41545400);
+        p.ulong(2).ulong(0).octets(orbType.bytes()).ulong(0x7fff0001).octets("abc");
+    }
     return p.bytes();
 }
 
 // A stringified reference whose one profile is IIOP at 127.0.0.1:port.
 inline std::string iorText(bool little, const std::string& typeId, uint16_t port,
-                           const std::string& key, uint8_t minor = 0) {
+                           const std::string& key, uint8_t minor = 0, uint8_t major = 1) {
     Cdr ior(little);
-    ior.octet(little ? 1 : 0).ior(typeId, iiopProfile(little, "127.0.0.1", port, key, minor));
+    ior.octet(little ? 1 : 0)
+        .ior(typeId, iiopProfile(little, "127.0.0.1", port, key, minor, major));
     std::string text = "IOR:";
     for (unsigned char c : ior.bytes()) {
         text += "0123456789abcdef"[c >> 4];

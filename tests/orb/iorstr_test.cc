@@ -221,7 +221,12 @@ TEST(IORDump, ReadsTheRootReferenceOfOmniNames) {
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("type_id: IDL:omg.org/CosNaming/NamingContext"), std::string::npos)
         << r.out;
-    EXPECT_NE(r.out.find("iiop: 1.0 127.0.0.1 " + std::to_string(names.port()) + "\nkey: "),
+    // omniNames with its defaults publishes IIOP 1.2, with omniORB's ORB type.
+    EXPECT_NE(r.out.find("iiop: 1.2 127.0.0.1 " + std::to_string(names.port()) + "\nkey: "),
+              std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("component: tag 0 (ORB type) length 8 value 0x41545400\n"
+                         "component: tag 1 (code sets) length "),
               std::string::npos)
         << r.out;
 }

@@ -18,6 +18,7 @@
 #include "giop.h"
 #include "handcdr.h"
 #include "impldef.h"
+#include "iorstr.h"
 #include "loopback_orb.h"
 #include "orb.h"
 #include "zebglob.h"
@@ -210,7 +211,7 @@ TEST(ObjectReference, NilAndMalformedText) {
     EXPECT_THROW(o->string_to_object("IOR:01 00"), CORBA_MARSHAL);
 }
 
-TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
+TEST(ObjectReference, UnknownTypeFallsBackAndAnyIiopOneIsTaken) {
     CORBA_ORB* o = ktest::loopbackOrb();
     std::string text =
         iorText(false, "IDL:Nobody/Knows:1.0", 9, persistentKey(false, "Nobody::Knows", "x"));
@@ -220,11 +221,37 @@ TEST(ObjectReference, UnknownTypeFallsBackAndWrongVersionIsRefused) {
     // Answered from the type, without a call.
     EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
 
+    // Passed on, it keeps the type id it came with, not its fallback's.
+    CORBA_String_var again(o->object_to_string(obj));
+    std::unique_ptr<IOP::IOR> ior(stringToIOR(again));
+    EXPECT_STREQ(ior->type_id.in(), "IDL:Nobody/Knows:1.0");
+
+    // Profiles 1.1 and 1.2, components after the key, either byte order:
+    // host, port and key are taken, and the reference goes on as 1.0.
+    const std::string key = "foreign key";
+    for (bool little : {false, true}) {
+        for (uint8_t minor : {1, 2}) {
+            text = iorText(little, "IDL:Demo/Echo:1.0", 9, key, minor);
+            obj = o->string_to_object(text.c_str());
+            ASSERT_NE(obj.in(), nullptr);
+            again = o->object_to_string(obj);
+            ior.reset(stringToIOR(again));
+            std::unique_ptr<IIOP::ObjectLocator> loc(
+                IIOP::ObjectLocator::convert(ior->profiles[0].profile_data));
+            EXPECT_EQ(loc->iiop_version.minor, 0);
+            EXPECT_STREQ(loc->host.in(), "127.0.0.1");
+            EXPECT_EQ(loc->port, 9);
+            EXPECT_EQ(std::string(reinterpret_cast<const char*>(loc->object_key.get_buffer()),
+                                  loc->object_key.length()),
+                      key);
+        }
+    }
+
     testing::internal::CaptureStdout();
-    text = iorText(false, "IDL:Demo/Echo:1.0", 9, "foreign key", 1);
+    text = iorText(false, "IDL:Demo/Echo:1.0", 9, key, 0, 2);
     EXPECT_THROW(o->string_to_object(text.c_str()), CORBA_INV_OBJREF);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Kelvanor: Unknown IIOP version:\n\tMajor: 1\n\tMinor: 1\n"
+              "Kelvanor: Unknown IIOP version:\n\tMajor: 2\n\tMinor: 0\n"
               "Expecting version:\n\tMajor: 1\n\tMinor: 0\n");
 }
 

@@ -71,7 +71,7 @@ bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_poi
     std::string p = std::to_string(port);
     Process::Options opts;
     opts.argv = {binary(), "-start", p, "-logdir", _dir->path(),
-                 "-ORBendPoint", "giop:tcp:127.0.0.1:" + p, "-ORBmaxGIOPVersion", "1.0"};
+                 "-ORBendPoint", "giop:tcp:127.0.0.1:" + p};
     opts.cwd = _dir->path();
     opts.stdoutPath = _dir->file("stdout");
     opts.stderrPath = _dir->file("stderr");

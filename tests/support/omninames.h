@@ -1,6 +1,6 @@
-// A private omniNames for tests: 127.0.0.1, GIOP 1.0 at most, a free port,
-// data in a temporary directory; ready once it printed its root reference
-// and accepts connections. Stopped by its pid on every way out.
+// A private omniNames for tests: 127.0.0.1 with its default options (its
+// references carry IIOP 1.2), a free port, data in a temporary directory;
+// ready once it printed its root reference and accepts connections. Stopped by its pid on every way out.
 #ifndef KELVANOR_TEST_OMNINAMES_H
 #define KELVANOR_TEST_OMNINAMES_H
 

@@ -16,6 +16,7 @@
 #endif
 
 #include <iosfwd>
+#include <vector>
 
 #include <kelvanor/corba.h>
 #include <kelvanor/sequence.h>
@@ -127,6 +128,13 @@ struct ShmConnectRequestHeader {
     CORBA_String_var name;
 };
 
+// One tagged component of an IIOP 1.1 or later profile (ORB type, code
+// sets, ...), kept as it came.
+struct TaggedComponent {
+    CORBA::ULong tag = 0;
+    CORBA_OctetSequence component_data;
+};
+
 // The body of a profile of tag IOP::TAG_INTERNET_IOP.
 struct ObjectLocator {
     Version iiop_version = CURRENT_VERSION;
@@ -138,8 +146,11 @@ struct ObjectLocator {
     // the alignment origin at the octet. The caller owns the result.
     CORBA_OctetSequence* convert() const;
     // Decodes profile data in either byte order. The caller owns the
-    // result. Data that ends early throws CORBA_MARSHAL.
-    static ObjectLocator* convert(const CORBA_OctetSequence& data);
+    // result. Data that ends early throws CORBA_MARSHAL. A profile of
+    // version 1.1 or later carries tagged components after the key; they are
+    // left unread unless components is given, which then receives them.
+    static ObjectLocator* convert(const CORBA_OctetSequence& data,
+                                  std::vector<TaggedComponent>* components = nullptr);
     // A deep copy owned by the caller.
     ObjectLocator* copy() const;
 };

@@ -47,7 +47,12 @@ struct ZEBBOAClientData {
 
     ZEBBOAClient* _client;
     IIOP::ReplyHeader _reply;
-    CORBA::ULong _with_header = 1;  // prepareReply starts a message
+    // The request's response_expected. The client gets a Reply exactly when
+    // it asked for one, whatever the operation's IDL says: a reply written
+    // without it is dropped by the stream, and a oneway operation asked for
+    // one gets an empty reply once the servant returns.
+    CORBA::ULong _with_header = 1;
+    CORBA::ULong _prepared = 0;     // prepareReply has run for this request
     IIOP::MessageHeader _header;    // a Reply header in our byte order
     ZEBSkelInfo* _skel = nullptr;
     CORBA::ULong _run_hooks = 1;    // prepareReply calls sending_reply

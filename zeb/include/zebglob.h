@@ -80,7 +80,8 @@ public:
     // ---- References, locators and IORs. The caller owns the results.
 
     static IIOP::ObjectLocator* getLocator(CORBA_Object* obj);
-    // The IIOP profile of ior as a locator; null without one.
+    // The first IIOP profile of ior as a locator, any 1.x version read as
+    // 1.0; null without one. The caller owns the result.
     static IIOP::ObjectLocator* getLocator(const IOP::IOR& ior);
     static IOP::IOR* getIOR(CORBA_Object* obj);
     // A local object of this process (duplicated) or a new stub bound to

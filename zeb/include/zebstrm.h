@@ -224,6 +224,12 @@ public:
     // Patches message_size (total less 12) into the header and writes the
     // block. The block must start with a header (writeMessageHeader).
     void sendMessage(unsigned long timeout) override;
+    // The next sendMessage throws the message written so far away instead of
+    // sending it, once. A server answering a request that asked for no reply
+    // writes it as usual and lets it fall here, so that no skeleton needs to
+    // know. keepNextMessage takes the mark back.
+    void dropNextMessage() { _dropNext = 1; }
+    void keepNextMessage() { _dropNext = 0; }
     // Discards the rest of the previous message, reads the next header and
     // leaves the body to the read operators. CloseConnection from the peer
     // is CORBA_COMM_FAILURE (completed MAYBE), MessageError CORBA_INV_IDENT
@@ -452,6 +458,8 @@ private:
     void selectMode(bool withTimeout);
     void fillHeaderBytes();
     void sendPending();
+    // Returns the pending blocks to the free list (or deletes foreign ones).
+    void recyclePending();
 
     // Reads at least minimum bytes; waitFirst waits for input before the
     // first read.
@@ -492,6 +500,7 @@ private:
     IIOP::MessageHeader _header;
     CORBA::Boolean _open = 0;
     CORBA::Boolean _blocking = 1;
+    CORBA::Boolean _dropNext = 0;  // see dropNextMessage
     unsigned long _blockSize;
     // Bytes asked for per read. Buffer size settings overwrite it; reads
     // into the block never ask for more than the block holds.

@@ -138,6 +138,12 @@ public:
     const char* object_name() const { return _object_name; }
     void object_name(const char* name) { _object_name = name; }
     const IIOP::ObjectLocator* currentLocator() const { return _locator; }
+    // The type id a reference came with when this process has no class for
+    // it, so that handing the reference on keeps the server's own type
+    // rather than the class it fell back to; null otherwise. Not copied by
+    // clone: a narrowed copy is of the class it was narrowed to.
+    const char* typeId() const { return _type_id.length() ? _type_id.string() : nullptr; }
+    void typeId(const char* id) { _type_id = id; }
     CORBA_Object* object() const { return _object; }
     // The connection, or null; not counted for the caller.
     ZEBORBClient* client() const { return _client; }
@@ -175,6 +181,7 @@ private:
     ZEBString _host;
     ZEBString _interface_name;  // "*" for a service
     ZEBString _object_name;
+    ZEBString _type_id;  // see typeId
     IIOP::ObjectLocator* _locator = nullptr;         // owned
     CORBA_OctetSequence* _forward_key = nullptr;     // counted
     IIOP::RequestHeader _header;  // of the last request made with this stub

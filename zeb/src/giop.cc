@@ -376,7 +376,8 @@ ObjectLocator* ObjectLocator::copy() const {
     return c;
 }
 
-ObjectLocator* ObjectLocator::convert(const CORBA_OctetSequence& data) {
+ObjectLocator* ObjectLocator::convert(const CORBA_OctetSequence& data,
+                                      std::vector<TaggedComponent>* components) {
     ZEBIIOPstream s;
     // The stream only reads the bytes; it does not own them.
     s.set_read_buffer(const_cast<char*>(reinterpret_cast<const char*>(data.get_buffer())),
@@ -387,6 +388,16 @@ ObjectLocator* ObjectLocator::convert(const CORBA_OctetSequence& data) {
     in >> order;
     s.byteOrder(order);
     in >> *loc;
+    if (components && loc->iiop_version.major == 1 && loc->iiop_version.minor >= 1) {
+        // Each component is at least eight bytes, so a lying count runs out
+        // of data long before it costs time or memory.
+        CORBA::ULong count = 0;
+        in >> count;
+        for (CORBA::ULong i = 0; i < count; ++i) {
+            components->emplace_back();
+            in >> components->back().tag >> components->back().component_data;
+        }
+    }
     return loc.release();
 }
 

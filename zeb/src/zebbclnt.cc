@@ -52,6 +52,19 @@ private:
     ZEBBOAClient* _client;
 };
 
+// A reply that was prepared but never sent (__unbind, a servant that threw
+// after preparing) must not leave its drop mark for the next request's.
+class DropMarkClearer {
+public:
+    explicit DropMarkClearer(ZEBIIOPstream* stream) : _stream(stream) {}
+    ~DropMarkClearer() { _stream->keepNextMessage(); }
+    DropMarkClearer(const DropMarkClearer&) = delete;
+    DropMarkClearer& operator=(const DropMarkClearer&) = delete;
+
+private:
+    ZEBIIOPstream* _stream;
+};
+
 // The reference skelAt gave, dropped on every way out.
 struct SkelRef {
     ZEBSkelInfo* skel = nullptr;
@@ -271,6 +284,7 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
 
     data._reply.reply_status = IIOP::NO_EXCEPTION;
     data._with_header = header.response_expected;
+    DropMarkClearer clearer(_stream);
     // A request served in a nested dispatch of another may find the outer
     // one's object here; it is let go rather than lost.
     CORBA::release(_table->current_object);
@@ -338,6 +352,16 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
         return -1;
     }
     if (busyMark) skel->_busy = 0;
+    if (header.response_expected && !data._prepared) {
+        // A oneway operation sent with response_expected: GIOP wants a Reply,
+        // so it gets an empty one now that the servant has returned.
+        try {
+            prepareReply(&data);
+            _stream->sendMessage(0);
+        } catch (const CORBA_SystemException&) {
+            return -1;
+        }
+    }
     // A per-method server ends the connection after every call.
     return skel->_policy == CORBA_CreationImplDef::SERVER_PER_METHOD ? -1 : 0;
 }
@@ -364,15 +388,21 @@ void ZEBBOAClient::remember(const CORBA_OctetSequence& key, ZEBSkelInfo* skel) {
 void ZEBBOAClient::prepareReply(void* p) {
     ZEBBOAClientData* data = static_cast<ZEBBOAClientData*>(p);
     ZEBIIOPstream* s = data->_client->_stream;
-    if (data->_skel && data->_run_hooks)
-        data->_client->_table->sending_reply(data->_skel->_object, data->_reply, *s);
-    TBostream& out = *s;
+    data->_prepared = 1;
+    // Departs from the older rule, under which a request without
+    // response_expected had its reply body written with no message header:
+    // a GIOP client then read stray bytes. The reply is now always a whole
+    // message, and one that nobody asked for never leaves the stream.
     if (data->_with_header) {
-        s->beginWrite(0);
-        s->newOutEncapsulation();
-        out << data->_header;
+        if (data->_skel && data->_run_hooks)
+            data->_client->_table->sending_reply(data->_skel->_object, data->_reply, *s);
     }
+    TBostream& out = *s;
+    s->beginWrite(0);
+    s->newOutEncapsulation();
+    out << data->_header;
     out << data->_reply;
+    if (!data->_with_header) s->dropNextMessage();
 }
 
 int ZEBBOAClient::locateRequest(const IIOP::MessageHeader&) {

@@ -182,9 +182,19 @@ IIOP::ObjectLocator* ZEBGlobalTable::getLocator(CORBA_Object* obj) {
 }
 
 IIOP::ObjectLocator* ZEBGlobalTable::getLocator(const IOP::IOR& ior) {
-    for (CORBA::ULong i = 0; i < ior.profiles.length(); ++i)
-        if (ior.profiles[i].tag == IOP::TAG_INTERNET_IOP)
-            return IIOP::ObjectLocator::convert(ior.profiles[i].profile_data);
+    for (CORBA::ULong i = 0; i < ior.profiles.length(); ++i) {
+        if (ior.profiles[i].tag != IOP::TAG_INTERNET_IOP) continue;
+        IIOP::ObjectLocator* loc = IIOP::ObjectLocator::convert(ior.profiles[i].profile_data);
+        // Departs from the older rule that took IIOP 1.0 profiles only: every
+        // current ORB publishes 1.1 or 1.2, whose host, port and key sit where
+        // 1.0 has them, followed by tagged components that we do not need.
+        // Any 1.x server must accept GIOP 1.0, so we talk 1.0 to it, and a
+        // reference we write again from this locator is a 1.0 one. Another
+        // major version is left for getObject to refuse.
+        if (loc->iiop_version.major == IIOP::CURRENT_VERSION.major)
+            loc->iiop_version = IIOP::CURRENT_VERSION;
+        return loc;
+    }
     return nullptr;
 }
 
@@ -204,8 +214,7 @@ IOP::IOR* ZEBGlobalTable::getIOR(CORBA_Object* obj) {
 CORBA_Object* ZEBGlobalTable::getObject(const IOP::IOR& ior, const CORBA_TypeInfo* type) {
     std::unique_ptr<IIOP::ObjectLocator> loc(getLocator(ior));
     if (!loc) return nullptr;
-    if (loc->iiop_version.major != IIOP::CURRENT_VERSION.major ||
-        loc->iiop_version.minor != IIOP::CURRENT_VERSION.minor) {
+    if (loc->iiop_version.major != IIOP::CURRENT_VERSION.major) {
         cout << "Kelvanor: Unknown IIOP version:" << endl;
         cout << "\tMajor: " << int(loc->iiop_version.major) << endl;
         cout << "\tMinor: " << int(loc->iiop_version.minor) << endl;
@@ -237,14 +246,24 @@ CORBA_Object* ZEBGlobalTable::getObject(const IOP::IOR& ior, const CORBA_TypeInf
             }
         }
     }
+    bool fellBack = false;
     if (typeKnown) {
         found = CORBA_TypeInfo::type_info(ior.type_id.in());
-        if (!found) found = type ? type : &CORBA_Object::_desc();
+        if (!found) {
+            found = type ? type : &CORBA_Object::_desc();
+            fellBack = true;
+        }
     }
     if (!found) throw CORBA_INITIALIZE(0, CORBA::COMPLETED_NO);
     ZEBFactory factory = found->factory() ? found->factory() : &CORBA_Object::_factory;
     CORBA_Object* obj = factory();
     obj->_stub()->bind(loc.release(), 0);
+    // Departs from the older rule, under which a reference passed on by a
+    // process that did not know its type (the daemon handing out a server's
+    // reference, above all) went out typed as the class it fell back to. A
+    // typed client of another ORB would then have to ask the server with
+    // _is_a before it could narrow.
+    if (fellBack && ior.type_id.in() && *ior.type_id.in()) obj->_stub()->typeId(ior.type_id.in());
     return obj;
 }
 

@@ -328,6 +328,12 @@ void ZEBIIOPstream::writeMessageHeader(IIOP::MsgType type) {
 }
 
 void ZEBIIOPstream::sendMessage(unsigned long timeout) {
+    if (_dropNext) {
+        _dropNext = 0;
+        recyclePending();
+        rewindOutBuffer();
+        return;
+    }
     _waitTimeout = timeout;
     selectMode(timeout != 0);
     if (_pendingBufs.count() == 0) {
@@ -350,6 +356,10 @@ void ZEBIIOPstream::sendPending() {
     CORBA::ULong size = static_cast<CORBA::ULong>(total - kHeaderSize);
     std::memcpy(first->write_base + 8, &size, sizeof size);
     _writev(total, first, _pendingBufs.count());
+    recyclePending();
+}
+
+void ZEBIIOPstream::recyclePending() {
     for (TBipcbuf* b = _pendingBufs.first(); b;) {
         TBipcbuf* next = b->next;
         if (b->owned) {

@@ -23,12 +23,11 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* options[][2] = {{"maxGIOPVersion", "1.0"},
-                                {"endPoint", "giop:tcp:127.0.0.1:"},
-                                {nullptr, nullptr}};
-    // An explicit end point replaces ours: omniORB would listen on both.
+    // omniORB's defaults otherwise: its references carry IIOP 1.2. An
+    // explicit end point replaces ours: omniORB would listen on both.
+    const char* options[][2] = {{"endPoint", "giop:tcp:127.0.0.1:"}, {nullptr, nullptr}};
     for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "-ORBendPoint") == 0) options[1][0] = options[1][1] = nullptr;
+        if (std::strcmp(argv[i], "-ORBendPoint") == 0) options[0][0] = options[0][1] = nullptr;
     try {
         CORBA::ORB_var orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
         if (argc > 1) {

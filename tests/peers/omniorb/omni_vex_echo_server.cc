@@ -101,11 +101,10 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* options[][2] = {{"maxGIOPVersion", "1.0"},
-                                {"endPoint", "giop:tcp:127.0.0.1:"},
-                                {nullptr, nullptr}};
+    // omniORB's defaults otherwise: its references carry IIOP 1.2.
+    const char* options[][2] = {{"endPoint", "giop:tcp:127.0.0.1:"}, {nullptr, nullptr}};
     for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "-ORBendPoint") == 0) options[1][0] = options[1][1] = nullptr;
+        if (std::strcmp(argv[i], "-ORBendPoint") == 0) options[0][0] = options[0][1] = nullptr;
     try {
         CORBA::ORB_var orb = CORBA::ORB_init(argc, argv, "omniORB4", options);
         long reports = 1;
