@@ -12,8 +12,8 @@
 #ifndef KELVANOR_ANY_H
 #define KELVANOR_ANY_H
 
-#include "corba.h"
-#include "tckind.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/tckind.h>
 
 class CORBA_Any {
 public:

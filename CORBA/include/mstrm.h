@@ -7,8 +7,8 @@
 #ifndef KELVANOR_MSTRM_H
 #define KELVANOR_MSTRM_H
 
-#include "corba.h"
-#include "tbiostrm.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/tbiostrm.h>
 
 class CORBA_TypeCode;
 namespace IIOP {

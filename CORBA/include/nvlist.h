@@ -3,8 +3,8 @@
 #ifndef KELVANOR_NVLIST_H
 #define KELVANOR_NVLIST_H
 
-#include "corba.h"
-#include "except.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/except.h>
 
 class CORBA_Any;
 

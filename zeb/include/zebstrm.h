@@ -12,11 +12,11 @@
 #include <memory>
 #include <type_traits>
 
-#include "corba.h"
-#include "giop.h"
-#include "iohandle.h"
-#include "mstrm.h"
-#include "tbipcstr.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/giop.h>
+#include <kelvanor/iohandle.h>
+#include <kelvanor/mstrm.h>
+#include <kelvanor/tbipcstr.h>
 
 struct sockaddr_in;
 
