@@ -119,11 +119,12 @@ public:
 private:
     friend union ZEBStaticTypeCode;
     typedef CORBA_TypeCode* (*Builder)();
+    struct StaticTag {};
 
     // For the statics: nothing but constants, so the object is ready before
     // any dynamic initialiser runs. A builder fills in the parameters at
     // first use.
-    constexpr CORBA_TypeCode(CORBA::TCKind kind, Builder build)
+    constexpr CORBA_TypeCode(StaticTag, CORBA::TCKind kind, Builder build)
         : _kind(kind), _params(nullptr), _count(0), _defaultIndex(-1), _static(1),
           _id(nullptr), _refcount(1), _builder(build) {}
     CORBA_TypeCode(const CORBA_TypeCode&) = delete;
@@ -155,10 +156,10 @@ private:
 // destroyed, so that it outlives every other static object that may still
 // hold it at exit.
 union ZEBStaticTypeCode {
-    constexpr explicit ZEBStaticTypeCode(CORBA::TCKind kind) : tc(kind, nullptr) {}
+    constexpr explicit ZEBStaticTypeCode(CORBA::TCKind kind) : tc(CORBA_TypeCode::StaticTag(), kind, nullptr) {}
     // build returns a new TypeCode whose contents move into this one.
     constexpr ZEBStaticTypeCode(CORBA::TCKind kind, CORBA_TypeCode* (*build)())
-        : tc(kind, build) {}
+        : tc(CORBA_TypeCode::StaticTag(), kind, build) {}
     ~ZEBStaticTypeCode() {}
     CORBA_TypeCode tc;
 };
