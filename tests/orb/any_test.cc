@@ -117,6 +117,7 @@ TEST(Any, EmptyInsertionAndExtraction) {
     CORBA_Any a;
     EXPECT_EQ(CORBA::_tc_null, a.type());
     CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
     a.write_value(out);
     EXPECT_EQ(0u, out.length());
 
