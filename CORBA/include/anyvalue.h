@@ -8,11 +8,57 @@
 #include <iosfwd>
 
 #include "corba.h"
+#include "tckind.h"
 
 class CORBA_MarshalOutBuffer;
 class CORBA_TypeCode;
 class TBistream;
 class TBostream;
+
+// The C++ types of a simple kind: Held is its value in an Any and the
+// element of a bulk array, Wire what the stream operators take (C++ long
+// and unsigned long carry the 4 bytes of a CDR long).
+template <class H, class W>
+struct ZEBSimple {
+    typedef H Held;
+    typedef W Wire;
+};
+
+// Calls f(ZEBSimple<...>()) for the simple kinds, tk_short to tk_octet and
+// tk_enum, and gives true; false for any other kind.
+template <class F>
+bool ZEBwithSimple(CORBA::TCKind kind, F&& f) {
+    switch (kind) {
+    case CORBA::tk_short:
+        f(ZEBSimple<CORBA::Short, short>());
+        return true;
+    case CORBA::tk_ushort:
+        f(ZEBSimple<CORBA::UShort, unsigned short>());
+        return true;
+    case CORBA::tk_long:
+        f(ZEBSimple<CORBA::Long, long>());
+        return true;
+    case CORBA::tk_ulong:
+    case CORBA::tk_enum:
+        f(ZEBSimple<CORBA::ULong, unsigned long>());
+        return true;
+    case CORBA::tk_float:
+        f(ZEBSimple<CORBA::Float, float>());
+        return true;
+    case CORBA::tk_double:
+        f(ZEBSimple<CORBA::Double, double>());
+        return true;
+    case CORBA::tk_char:
+        f(ZEBSimple<CORBA::Char, char>());
+        return true;
+    case CORBA::tk_boolean:
+    case CORBA::tk_octet:
+        f(ZEBSimple<CORBA::Octet, unsigned char>());
+        return true;
+    default:
+        return false;
+    }
+}
 
 // A struct for which a static TypeCode and a native class exist. The
 // functions work on a pointer to that class.

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "anyvalue.h"
 #include "except.h"
@@ -32,29 +33,11 @@ Form formOf(CORBA_TypeCode* tc) {
     CORBA_TypeCode_var t = ZEBunaliased(tc);
     if (!t) return f;
     f.kind = t->kind();
+    if (ZEBwithSimple(f.kind, [&](auto k) { f.size = sizeof(typename decltype(k)::Held); })) {
+        f.held = Held::simple;
+        return f;
+    }
     switch (f.kind) {
-    case CORBA::tk_short:
-    case CORBA::tk_ushort:
-        f.held = Held::simple;
-        f.size = 2;
-        break;
-    case CORBA::tk_long:
-    case CORBA::tk_ulong:
-    case CORBA::tk_float:
-    case CORBA::tk_enum:
-        f.held = Held::simple;
-        f.size = 4;
-        break;
-    case CORBA::tk_double:
-        f.held = Held::simple;
-        f.size = 8;
-        break;
-    case CORBA::tk_boolean:
-    case CORBA::tk_char:
-    case CORBA::tk_octet:
-        f.held = Held::simple;
-        f.size = 1;
-        break;
     case CORBA::tk_any:
         f.held = Held::any;
         break;
@@ -88,114 +71,37 @@ Form formOf(CORBA_TypeCode* tc) {
 
 void* newSimple(int size) { return ::operator new(static_cast<size_t>(size)); }
 
-template <class Wire, class Held>
-void* readSimple(TBistream& strm) {
-    Wire w;
-    strm >> w;
-    ZEBcheckStream(strm);
-    Held v = static_cast<Held>(w);
-    void* p = newSimple(sizeof v);
-    std::memcpy(p, &v, sizeof v);
+void* readSimple(TBistream& strm, CORBA::TCKind kind) {
+    void* p = nullptr;
+    ZEBwithSimple(kind, [&](auto k) {
+        typename decltype(k)::Wire w;
+        strm >> w;
+        ZEBcheckStream(strm);
+        const auto v = static_cast<typename decltype(k)::Held>(w);
+        p = newSimple(sizeof v);
+        std::memcpy(p, &v, sizeof v);
+    });
     return p;
 }
 
-template <class Held, class Wire>
-void writeSimple(TBostream& strm, const void* p) {
-    Held v;
-    std::memcpy(&v, p, sizeof v);
-    strm << static_cast<Wire>(v);
+void writeSimple(TBostream& strm, CORBA::TCKind kind, const void* p) {
+    ZEBwithSimple(kind, [&](auto k) {
+        typename decltype(k)::Held v;
+        std::memcpy(&v, p, sizeof v);
+        strm << static_cast<typename decltype(k)::Wire>(v);
+    });
 }
 
-void* readSimpleKind(TBistream& strm, CORBA::TCKind kind) {
-    switch (kind) {
-    case CORBA::tk_short:
-        return readSimple<short, CORBA::Short>(strm);
-    case CORBA::tk_ushort:
-        return readSimple<unsigned short, CORBA::UShort>(strm);
-    case CORBA::tk_long:
-        return readSimple<long, CORBA::Long>(strm);
-    case CORBA::tk_float:
-        return readSimple<float, CORBA::Float>(strm);
-    case CORBA::tk_double:
-        return readSimple<double, CORBA::Double>(strm);
-    case CORBA::tk_char:
-        return readSimple<char, CORBA::Char>(strm);
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet:
-        return readSimple<unsigned char, CORBA::Octet>(strm);
-    default:  // tk_ulong, tk_enum
-        return readSimple<unsigned long, CORBA::ULong>(strm);
-    }
-}
-
-void writeSimpleKind(TBostream& strm, CORBA::TCKind kind, const void* p) {
-    switch (kind) {
-    case CORBA::tk_short:
-        return writeSimple<CORBA::Short, short>(strm, p);
-    case CORBA::tk_ushort:
-        return writeSimple<CORBA::UShort, unsigned short>(strm, p);
-    case CORBA::tk_long:
-        return writeSimple<CORBA::Long, long>(strm, p);
-    case CORBA::tk_float:
-        return writeSimple<CORBA::Float, float>(strm, p);
-    case CORBA::tk_double:
-        return writeSimple<CORBA::Double, double>(strm, p);
-    case CORBA::tk_char:
-        return writeSimple<CORBA::Char, char>(strm, p);
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet:
-        return writeSimple<CORBA::Octet, unsigned char>(strm, p);
-    default:
-        return writeSimple<CORBA::ULong, unsigned long>(strm, p);
-    }
-}
-
-void printSimpleKind(std::ostream& os, CORBA::TCKind kind, const void* p) {
-    switch (kind) {
-    case CORBA::tk_short: {
-        CORBA::Short v;
+void printSimple(std::ostream& os, CORBA::TCKind kind, const void* p) {
+    ZEBwithSimple(kind, [&](auto k) {
+        typename decltype(k)::Held v;
         std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    case CORBA::tk_ushort: {
-        CORBA::UShort v;
-        std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    case CORBA::tk_long: {
-        CORBA::Long v;
-        std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    case CORBA::tk_float: {
-        CORBA::Float v;
-        std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    case CORBA::tk_double: {
-        CORBA::Double v;
-        std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    case CORBA::tk_char:
-        os << *static_cast<const char*>(p);
-        break;
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet:
-        os << static_cast<unsigned>(*static_cast<const unsigned char*>(p));
-        break;
-    default: {
-        CORBA::ULong v;
-        std::memcpy(&v, p, sizeof v);
-        os << v;
-        break;
-    }
-    }
+        // A char prints as itself, an octet or boolean as a number.
+        if constexpr (std::is_same<decltype(v), CORBA::Char>::value)
+            os << v;
+        else
+            os << +v;
+    });
 }
 
 // A walk of a held CDR block; its length bounds the reads.
@@ -213,7 +119,7 @@ void* readHeld(TBistream& strm, CORBA_TypeCode* tc, CORBA::Long& size) {
     switch (f.held) {
     case Held::simple:
         size = f.size;
-        return readSimpleKind(strm, f.kind);
+        return readSimple(strm, f.kind);
     case Held::string: {
         char* s = nullptr;
         strm >> s;
@@ -260,7 +166,7 @@ void writeHeld(TBostream& strm, CORBA_TypeCode* tc, const void* value, CORBA::Lo
     const Form f = formOf(tc);
     switch (f.held) {
     case Held::simple:
-        if (value) writeSimpleKind(strm, f.kind, value);
+        if (value) writeSimple(strm, f.kind, value);
         break;
     case Held::string:
         strm << static_cast<const char*>(value);
@@ -583,7 +489,7 @@ std::ostream& operator<<(std::ostream& os, const CORBA_Any& a) {
     }
     switch (f.held) {
     case Held::simple:
-        printSimpleKind(os, f.kind, v);
+        printSimple(os, f.kind, v);
         break;
     case Held::string:
         os << static_cast<const char*>(v);

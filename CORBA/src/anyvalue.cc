@@ -75,55 +75,20 @@ void Walk::members(CORBA_TypeCode* tc) {
 void Walk::unionValue(CORBA_TypeCode* tc) {
     CORBA_TypeCode_var dt = tc->discriminator_type();
     CORBA_TypeCode_var d = ZEBunaliased(dt);
-    CORBA_Any disc;
-    switch (d->kind()) {
-    case CORBA::tk_short: {
-        short v;
-        _in >> v;
-        _out << v;
-        disc <<= static_cast<CORBA::Short>(v);
-        break;
-    }
-    case CORBA::tk_ushort: {
-        unsigned short v;
-        _in >> v;
-        _out << v;
-        disc <<= static_cast<CORBA::UShort>(v);
-        break;
-    }
-    case CORBA::tk_long: {
-        long v;
-        _in >> v;
-        _out << v;
-        disc <<= static_cast<CORBA::Long>(v);
-        break;
-    }
-    case CORBA::tk_ulong:
-    case CORBA::tk_enum: {
-        unsigned long v;
-        _in >> v;
-        _out << v;
-        disc <<= static_cast<CORBA::ULong>(v);
-        break;
-    }
-    case CORBA::tk_char: {
-        char v;
-        _in >> v;
-        _out << v;
-        disc <<= CORBA_Any::from_char(v);
-        break;
-    }
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet: {
-        unsigned char v;
-        _in >> v;
-        _out << v;
-        disc <<= CORBA_Any::from_octet(v);
-        break;
-    }
-    default:
+    const CORBA::TCKind kind = d->kind();
+    // The discriminator in its held form, for the labels to be matched.
+    unsigned char disc[sizeof(CORBA::ULong)];
+    size_t discSize = 0;
+    if (kind == CORBA::tk_float || kind == CORBA::tk_double ||
+        !ZEBwithSimple(kind, [&](auto k) {
+            typename decltype(k)::Wire w;
+            _in >> w;
+            _out << w;
+            const auto v = static_cast<typename decltype(k)::Held>(w);
+            std::memcpy(disc, &v, sizeof v);
+            discSize = sizeof v;
+        }))
         throw CORBA_INTERNAL(0, CORBA::COMPLETED_NO);
-    }
     // The first label whose bytes match the discriminator's, in member
     // order; the default's label is an octet 0 and takes part too, so a
     // discriminator whose first byte is 0 may meet it first. Kept so.
@@ -131,8 +96,9 @@ void Walk::unionValue(CORBA_TypeCode* tc) {
     for (CORBA::ULong i = 0; i < n; ++i) {
         const CORBA_Any& label = tc->param(2 + 3 * i);
         const void* lv = label.value();
-        if (!lv || label.size() < 1 || label.size() > disc.size()) continue;
-        if (std::memcmp(lv, disc.value(), static_cast<size_t>(label.size())) == 0) {
+        const size_t n = label.size() > 0 ? static_cast<size_t>(label.size()) : 0;
+        if (!lv || n < 1 || n > discSize) continue;
+        if (std::memcmp(lv, disc, n) == 0) {
             CORBA_TypeCode_var m = tc->member_type(i);
             value(m);
             return;
@@ -142,27 +108,10 @@ void Walk::unionValue(CORBA_TypeCode* tc) {
 
 void Walk::elements(CORBA_TypeCode* element, CORBA::ULong n) {
     CORBA_TypeCode_var e = ZEBunaliased(element);
-    switch (e->kind()) {
-    case CORBA::tk_short:
-        return many<short>(n);
-    case CORBA::tk_ushort:
-        return many<unsigned short>(n);
-    case CORBA::tk_long:
-        return many<int>(n);  // 4 bytes each; C++ long has 8
-    case CORBA::tk_ulong:
-        return many<unsigned int>(n);
-    case CORBA::tk_float:
-        return many<float>(n);
-    case CORBA::tk_double:
-        return many<double>(n);
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet:
-        return many<unsigned char>(n);
-    case CORBA::tk_char:
-        return many<char>(n);
-    default:
-        break;
-    }
+    // Kinds 2 to 10 move in bulk, as arrays of their held type.
+    if (e->kind() != CORBA::tk_enum &&
+        ZEBwithSimple(e->kind(), [&](auto k) { many<typename decltype(k)::Held>(n); }))
+        return;
     ZEBReadGuard guard(_in);
     for (CORBA::ULong i = 0; i < n; ++i) {
         value(e);
@@ -210,25 +159,8 @@ void Walk::value(CORBA_TypeCode* tc) {
         }
         return;
     }
+    if (ZEBwithSimple(kind, [&](auto k) { one<typename decltype(k)::Wire>(); })) return;
     switch (kind) {
-    case CORBA::tk_short:
-        return one<short>();
-    case CORBA::tk_ushort:
-        return one<unsigned short>();
-    case CORBA::tk_long:
-        return one<long>();
-    case CORBA::tk_ulong:
-    case CORBA::tk_enum:
-        return one<unsigned long>();
-    case CORBA::tk_float:
-        return one<float>();
-    case CORBA::tk_double:
-        return one<double>();
-    case CORBA::tk_boolean:
-    case CORBA::tk_octet:
-        return one<unsigned char>();
-    case CORBA::tk_char:
-        return one<char>();
     case CORBA::tk_string: {
         CORBA_String_var s;
         _in >> s.out();

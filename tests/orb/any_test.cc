@@ -103,16 +103,6 @@ std::vector<CORBA_Any_var> everyKind() {
     return v;
 }
 
-template <class E, class F>
-bool raises(F&& f) {
-    try {
-        f();
-    } catch (const E&) {
-        return true;
-    }
-    return false;
-}
-
 TEST(Any, EmptyInsertionAndExtraction) {
     CORBA_Any a;
     EXPECT_EQ(CORBA::_tc_null, a.type());
@@ -224,7 +214,7 @@ TEST(Any, ObjectReferenceGoesAsItsTypeAndIor) {
     ktest::loopbackOrb();
     std::unique_ptr<ktest::EchoServant> servant(new ktest::EchoServant("anytest"));
     CORBA_Any a;
-    EXPECT_TRUE(raises<CORBA_BAD_PARAM>([&] { a <<= static_cast<CORBA_Object*>(nullptr); }));
+    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>([&] { a <<= static_cast<CORBA_Object*>(nullptr); }));
     a <<= static_cast<CORBA_Object*>(servant.get());
     EXPECT_STREQ("IDL:Demo/Echo:1.0", a.type()->id());
     CORBA_Object* back = nullptr;
@@ -253,7 +243,7 @@ TEST(Any, HostileInputIsMarshalWithoutBigAllocations) {
     auto fails = [&](const handcdr::Cdr& m) {
         pair.raw(m.message());
         CORBA_Any a;
-        return raises<CORBA_MARSHAL>([&] { *pair.in >> a; });
+        return ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> a; });
     };
     handcdr::Cdr members;  // a struct TypeCode that claims 0x7fffffff members
     members.header(handcdr::kReply).ulong(CORBA::tk_struct).string("IDL:L:1.0").string("L");
@@ -286,7 +276,7 @@ TEST(Any, HostileInputIsMarshalWithoutBigAllocations) {
     badUnion.ulong(CORBA::tk_string).ulong(0).ulong(0).ulong(0).string("x");
     pair.raw(badUnion.message());
     CORBA_Any u;
-    EXPECT_TRUE(raises<CORBA_INTERNAL>([&] { *pair.in >> u; }));
+    EXPECT_TRUE(ktest::raises<CORBA_INTERNAL>([&] { *pair.in >> u; }));
 
     EXPECT_LT(maxRssKb() - before, 64 * 1024);
 }
