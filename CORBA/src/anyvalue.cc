@@ -17,10 +17,13 @@ namespace {
 // Elements of a simple array moved per step: the storage of a lying length
 // grows only as its data arrive.
 constexpr CORBA::ULong kChunk = 8192;
-// Steps a walk may take per byte gathered (one per item, and every real
-// item gathers at least one byte within 64 levels), and beyond them.
-constexpr unsigned long kStepsPerByte = 64;
-constexpr unsigned long kFreeSteps = 4096;
+// Steps a walk may take per byte gathered, and before the first. A real
+// value gathers at least one byte for each item, and a byte lies within at
+// most 65 items (itself and 64 levels around it); the items still open have
+// gathered nothing yet, at most 65 again. Empty members beyond that are a
+// TypeCode made to loop.
+constexpr unsigned long kStepsPerByte = 66;
+constexpr unsigned long kFreeSteps = 128;
 
 class Walk {
 public:
