@@ -80,7 +80,7 @@ void Walk::unionValue(CORBA_TypeCode* tc) {
     CORBA_TypeCode_var d = ZEBunaliased(dt);
     const CORBA::TCKind kind = d->kind();
     // The discriminator in its held form, for the labels to be matched.
-    unsigned char disc[sizeof(CORBA::ULong)];
+    unsigned char disc[sizeof(CORBA::Double)];  // room for any simple kind
     size_t discSize = 0;
     if (kind == CORBA::tk_float || kind == CORBA::tk_double ||
         !ZEBwithSimple(kind, [&](auto k) {
