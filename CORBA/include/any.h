@@ -55,7 +55,7 @@ public:
     // the held form of the kind (see the top of the file). For a CDR kind the
     // size comes from one walk of the block.
     CORBA_Any(CORBA_TypeCode* tc, void* value, CORBA::Boolean release);
-    // The bytes of buf as the block of tc (duplicated); a copy if buf owns
+    // The bytes of buf as the block of tc (taken, as above); a copy if buf owns
     // its block, else the Any takes the block over.
     CORBA_Any(CORBA_TypeCode* tc, const CORBA_MarshalOutBuffer& buf);
     CORBA_Any& operator=(const CORBA_Any& other);
