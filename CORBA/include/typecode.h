@@ -47,6 +47,9 @@ public:
     explicit CORBA_TypeCode(TBistream& strm);
     // The same, after the kind, which the caller has read already.
     CORBA_TypeCode(TBistream& strm, CORBA::ULong kind);
+    // As the constructor, but a simple kind gives its static TypeCode. The
+    // caller releases the result.
+    static CORBA_TypeCode* _read(TBistream& strm, CORBA::ULong kind);
     // Simple kinds only: a kind of tk_objref or above is CORBA_BAD_PARAM.
     CORBA_TypeCode(CORBA::TCKind kind, unsigned char isStatic);
     // tk_struct or tk_except (anything else is CORBA_BAD_PARAM). The member
@@ -77,7 +80,10 @@ public:
 
     // Accessors. A kind without the item throws BadKind, an index beyond
     // the members Bounds. Results marked "new" are the caller's to release.
-    CORBA::TCKind kind() const;
+    CORBA::TCKind kind() const {
+        ready();
+        return _kind;
+    }
     const char* id() const;  // objref, struct, union, enum, alias, except
     const char* name() const;
     CORBA::ULong member_count() const;                // struct, union, enum, except
@@ -91,7 +97,10 @@ public:
     CORBA_TypeCode* content_type() const;
     // New reference to parameter i, any kind.
     CORBA_Any* parameter(CORBA::Long i) const;
-    CORBA::ULong param_count() const;
+    CORBA::ULong param_count() const {
+        ready();
+        return _count;
+    }
     CORBA::Boolean equal(CORBA_TypeCode* tc) const;
     CORBA::ULong _hash(CORBA::ULong maximum) const;
     CORBA::Boolean is_static() const { return _static; }

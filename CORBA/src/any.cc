@@ -30,8 +30,14 @@ struct Form {
 
 Form formOf(CORBA_TypeCode* tc) {
     Form f;
-    CORBA_TypeCode_var t = ZEBunaliased(tc);
-    if (!t) return f;
+    if (!tc) return f;
+    // Most types are no alias: only those pay for the walk through.
+    CORBA_TypeCode_var named;
+    CORBA_TypeCode* t = tc;
+    if (tc->kind() == CORBA::tk_alias) {
+        named = ZEBunaliased(tc);
+        t = named;
+    }
     f.kind = t->kind();
     if (ZEBwithSimple(f.kind, [&](auto k) { f.size = sizeof(typename decltype(k)::Held); })) {
         f.held = Held::simple;

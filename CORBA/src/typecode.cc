@@ -257,11 +257,6 @@ const char* CORBA_TypeCode::kindName(CORBA::TCKind kind) {
     return kind <= CORBA::tk_except ? kKindNames[kind] : "tk_?";
 }
 
-CORBA::TCKind CORBA_TypeCode::kind() const {
-    ready();
-    return _kind;
-}
-
 void CORBA_TypeCode::need(bool ok) const {
     if (!ok) throw BadKind();
 }
@@ -278,11 +273,6 @@ bool CORBA_TypeCode::named() const {
     default:
         return false;
     }
-}
-
-CORBA::ULong CORBA_TypeCode::param_count() const {
-    ready();
-    return _count;
 }
 
 const CORBA_Any& CORBA_TypeCode::param(CORBA::ULong i) const {
@@ -495,7 +485,9 @@ char* readText(TBistream& strm) {
 
 CORBA_Any* readTextParam(TBistream& strm) {
     CORBA_String_var s(readText(strm));
-    return textParam(s.in());
+    CORBA_Any* a = new CORBA_Any(CORBA::_tc_string, s.inout(), 1);
+    s._retn();  // the Any holds it now
+    return a;
 }
 
 CORBA_Any* readTypeParam(TBistream& strm) {
@@ -616,6 +608,17 @@ CORBA_TypeCode::CORBA_TypeCode(TBistream& strm, CORBA::ULong kind) : CORBA_TypeC
     }
 }
 
+CORBA_TypeCode* CORBA_TypeCode::_read(TBistream& strm, CORBA::ULong kind) {
+    // The simple kinds have no parameters: the statics serve for them all.
+    static CORBA_TypeCode* const simple[] = {
+        CORBA::_tc_null,  CORBA::_tc_void,   CORBA::_tc_short,   CORBA::_tc_long,
+        CORBA::_tc_ushort, CORBA::_tc_ulong, CORBA::_tc_float,   CORBA::_tc_double,
+        CORBA::_tc_boolean, CORBA::_tc_char, CORBA::_tc_octet,   CORBA::_tc_any,
+        CORBA::_tc_TypeCode, CORBA::_tc_Principal};
+    if (kind < sizeof simple / sizeof simple[0]) return simple[kind];
+    return new CORBA_TypeCode(strm, kind);
+}
+
 TBostream& operator<<(TBostream& strm, CORBA_TypeCode* tc) {
     if (!tc) tc = CORBA::_tc_null;
     if (strm.isKindOf(CORBA_MarshalStream::_class_name))
@@ -629,7 +632,7 @@ TBistream& operator>>(TBistream& strm, CORBA_TypeCode*& tc) {
     if (strm.isKindOf(CORBA_MarshalStream::_class_name))
         static_cast<CORBA_MarshalStream&>(strm).getTypeCode(tc);
     else
-        tc = new CORBA_TypeCode(strm);
+        tc = CORBA_TypeCode::_read(strm, readKind(strm));
     return strm;
 }
 

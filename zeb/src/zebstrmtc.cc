@@ -55,7 +55,7 @@ void ZEBIIOPstream::getTypeCode(CORBA_TypeCode*& tc) {
     const CORBA::ULong start = inPos();
     const CORBA::ULong kind = readWire<uint32_t>();
     if (kind != kIndirection) {
-        CORBA_TypeCode* read = new CORBA_TypeCode(*this, kind);
+        CORBA_TypeCode* read = CORBA_TypeCode::_read(*this, kind);
         _inTcTable->addTypeCode(read, static_cast<CORBA::Long>(start));
         _inTcCount = static_cast<int>(_inTcTable->size());
         tc = read;
