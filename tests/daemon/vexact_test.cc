@@ -162,7 +162,7 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     std::unique_ptr<IOP::IOR> stale(ZEBGlobalTable::getIOR(_daemon));
     std::unique_ptr<IIOP::ObjectLocator> loc(
         IIOP::ObjectLocator::convert(stale->profiles[0].profile_data));
-    loc->port = static_cast<CORBA::UShort>(vextest::freePort());
+    loc->port = static_cast<CORBA::UShort>(ktest::freeLoopbackPort());
     stale->profiles[0].profile_data = *CORBA_OctetSequence_var(loc->convert()).ptr();
     const std::string staleText = CORBA_String_var(iorToString(*stale)).in();
     auto startEcho = [&](ktest::Process& p, const char* name) {

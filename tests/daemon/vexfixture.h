@@ -4,9 +4,7 @@
 #ifndef KELVANOR_TESTS_VEXFIXTURE_H
 #define KELVANOR_TESTS_VEXFIXTURE_H
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -25,6 +23,7 @@
 #include "omninames.h"
 #include "orb.h"
 #include "process.h"
+#include "sockets.h"
 #include "vex_functions.h"
 
 namespace vextest {
@@ -34,17 +33,6 @@ using std::chrono::milliseconds;
 // Seconds a single start may take before the daemon gives up on it.
 constexpr CORBA::Long kStartLimit = 20;
 
-inline unsigned short freePort() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
-}
 
 inline CORBA_StringSequence strings(const std::vector<std::string>& v) {
     CORBA_StringSequence s(static_cast<CORBA::ULong>(v.size()));
@@ -66,7 +54,7 @@ protected:
         setenv("NS_SERVER_ROOT", web.c_str(), 1);
         setenv("NS_SERVER_ID", "test", 1);
 
-        _port = std::to_string(freePort());
+        _port = std::to_string(ktest::freeLoopbackPort());
         ASSERT_TRUE(startVex(_vex, _port)) << _vex.stdoutText() << _vex.stderrText();
         _daemon = resolveVEX(nullptr);
         ASSERT_NE(_daemon.in(), nullptr);

@@ -58,7 +58,7 @@ TEST_F(VexNaming, RegistersServesItsInterfaceAndKeepsItsBindingFromASecond) {
 
     // A second daemon registers too, and leaves the first one's binding.
     ktest::Process second;
-    ASSERT_TRUE(startVex(second, std::to_string(vextest::freePort()))) << second.stdoutText();
+    ASSERT_TRUE(startVex(second, std::to_string(ktest::freeLoopbackPort()))) << second.stdoutText();
     EXPECT_TRUE(second.running());
     Activation::VEX_var again(resolveVEX(nullptr));
     ASSERT_NE(again.in(), nullptr);
