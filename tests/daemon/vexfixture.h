@@ -65,8 +65,7 @@ protected:
     bool startVex(ktest::Process& p, const std::string& port) {
         ktest::Process::Options opts;
         opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
-        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test",
-                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
+        opts.env = {"KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
         opts.cwd = _dir.path();
         return p.start(opts) &&
                ktest::pollUntil(
@@ -134,12 +133,11 @@ protected:
     }
     static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
 
-    // echo_client binding by the names in ior, which makes it ask the daemon.
+    // echo_client binding by the names in ior, which makes it ask the daemon
+    // (found through the naming service that the environment names).
     bool startEchoClient(ktest::Process& p, const std::string& ior) {
         ktest::Process::Options opts;
         opts.argv = {echoClientBinary(), ior, "hi"};
-        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
-                    "NS_SERVER_ID=test"};
         return p.start(opts);
     }
 
@@ -181,26 +179,17 @@ protected:
                                              << o.activation_state;
     }
 
-    // Waits until the entry has a server, started or running, and tracks it.
-    bool startBegins(const char* object) {
-        return ktest::pollUntil(
-            [&] {
-                Activation::ImplementationStatus_var s(status(object));
-                if (s->status.length() != 1) return false;
-                track(s->status[0].process_id);
-                return true;
-            },
-            milliseconds(10000));
-    }
-
+    // Waits until the entry has n servers, started or running, and tracks them.
     bool statusLengthBecomes(const char* object, CORBA::ULong n) {
         return ktest::pollUntil(
             [&] {
                 Activation::ImplementationStatus_var s(status(object));
+                for (CORBA::ULong i = 0; i < s->status.length(); ++i) track(s->status[i].process_id);
                 return s->status.length() == n;
             },
             milliseconds(10000));
     }
+    bool startBegins(const char* object) { return statusLengthBecomes(object, 1); }
 
     ktest::TempDir _dir{"vexact"};
     ktest::OmniNames _ns;

@@ -66,8 +66,6 @@ bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_poi
     opts.argv = {binary(), "-start", p, "-logdir", _dir->path(),
                  "-ORBendPoint", "giop:tcp:127.0.0.1:" + p};
     opts.cwd = _dir->path();
-    opts.stdoutPath = _dir->file("stdout");
-    opts.stderrPath = _dir->file("stderr");
     _proc.reset(new Process);
     if (!_proc->start(opts)) {
         _error = _proc->error();

@@ -85,17 +85,13 @@ bool Process::start(const Options& opts) {
         _error = _pid > 0 ? "already started" : "no program";
         return false;
     }
-    _stdoutPath = opts.stdoutPath;
-    _stderrPath = opts.stderrPath;
-    if (_stdoutPath.empty() || _stderrPath.empty()) {
-        _ownDir = makeTempDir("kelvanor-proc");
-        if (_ownDir.empty()) {
-            _error = std::string("mkdtemp: ") + std::strerror(errno);
-            return false;
-        }
-        if (_stdoutPath.empty()) _stdoutPath = _ownDir + "/stdout";
-        if (_stderrPath.empty()) _stderrPath = _ownDir + "/stderr";
+    _ownDir = makeTempDir("kelvanor-proc");
+    if (_ownDir.empty()) {
+        _error = std::string("mkdtemp: ") + std::strerror(errno);
+        return false;
     }
+    _stdoutPath = _ownDir + "/stdout";
+    _stderrPath = _ownDir + "/stderr";
 
     std::vector<char*> argv;
     for (const auto& a : opts.argv) argv.push_back(const_cast<char*>(a.c_str()));

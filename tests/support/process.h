@@ -42,8 +42,8 @@ public:
         std::vector<std::string> env;   // "NAME=value", added or replacing
         bool clearEnv = false;          // start from an empty environment
         std::string cwd;                // empty keeps ours
-        // Empty output paths mean private files; empty input is /dev/null.
-        std::string stdoutPath, stderrPath, stdinPath;
+        std::string stdinPath;          // empty: /dev/null
+        // Standard output and error go to private files.
     };
 
     Process() = default;
@@ -76,7 +76,6 @@ private:
     bool _reaped = false;
     int _exitCode = -1;
     std::string _stdoutPath, _stderrPath, _error;
-    std::vector<std::string> _ownFiles;  // capture files we made
     std::string _ownDir;
 };
 
