@@ -184,7 +184,8 @@ protected:
         return ktest::pollUntil(
             [&] {
                 Activation::ImplementationStatus_var s(status(object));
-                for (CORBA::ULong i = 0; i < s->status.length(); ++i) track(s->status[i].process_id);
+                for (CORBA::ULong i = 0; i < s->status.length(); ++i)
+                    track(s->status[i].process_id);
                 return s->status.length() == n;
             },
             milliseconds(10000));

@@ -16,20 +16,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A program run to its end within 20 seconds.
-struct ToolRun {
-    int status;
-    std::string out, err;
-};
-ToolRun runTool(std::vector<std::string> argv) {
-    ktest::Process::Options opts;
-    opts.argv = std::move(argv);
-    ktest::Process p;
-    EXPECT_TRUE(p.start(opts));
-    EXPECT_TRUE(p.wait(milliseconds(20000)));
-    return ToolRun{p.exitCode(), p.stdoutText(), p.stderrText()};
-}
-
 // Asks the object itself, over the wire, whether it is of that type.
 bool remoteIsA(CORBA_Object* obj, const char* id) {
     GIOPstream* s = obj->_create_request("_is_a", 1, 0);
@@ -89,7 +75,7 @@ TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
     const std::string ior = byNames(_daemon);
     auto run = [&](std::vector<std::string> args) {
         args.insert(args.begin(), {client, ior});
-        ToolRun r = runTool(args);
+        ktest::Outcome r = ktest::run(args);
         EXPECT_EQ(r.status, 0) << r.out << r.err;
         return r.out;
     };
@@ -107,9 +93,9 @@ TEST_F(VexNaming, OmniorbClientAdministersTheDaemon) {
 TEST_F(VexNaming, VexctlFindsTheDaemonAndReportsRefusalsByStatus) {
     auto vexctl = [](std::vector<std::string> args) {
         args.insert(args.begin(), KELVANOR_VEXCTL_BINARY);
-        return runTool(args);
+        return ktest::run(args);
     };
-    ToolRun r = vexctl({"reg", "Demo::Echo", "e", "/bin/sh", "--policy", "unshared", "--arg=-OAport",
+    ktest::Outcome r = vexctl({"reg", "Demo::Echo", "e", "/bin/sh", "--policy", "unshared", "--arg=-OAport",
                     "--arg", "7", "--env", "A=1"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(ktest::readFile(repo()),

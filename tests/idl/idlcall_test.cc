@@ -206,7 +206,8 @@ TEST_F(IdlRemote, ClassArgumentsAndNullValues) {
     r.l = 999;
     KTest::Record* out = nullptr;
     KTest::Colour c = KTest::red;
-    const CORBA_BAD_PARAM e = ktest::thrown<CORBA_BAD_PARAM>([&] { delete shape->describe(r, out, c); });
+    const CORBA_BAD_PARAM e =
+        ktest::thrown<CORBA_BAD_PARAM>([&] { delete shape->describe(r, out, c); });
     EXPECT_EQ(e.minor(), 0u);
     EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
     EXPECT_EQ(out, nullptr);

@@ -11,6 +11,8 @@
 #include <sstream>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -169,6 +171,21 @@ bool Process::stop(int sig, std::chrono::milliseconds grace) {
     if (wait(grace)) return true;
     killAndReap();
     return false;
+}
+
+Outcome run(const Process::Options& opts, std::chrono::milliseconds limit) {
+    Outcome r;
+    Process p;
+    if (!p.start(opts)) {
+        ADD_FAILURE() << p.error();
+    } else if (!p.wait(limit)) {
+        ADD_FAILURE() << opts.argv[0] << " did not end in time";
+    } else {
+        r.status = p.exitCode();
+    }
+    r.out = p.stdoutText();
+    r.err = p.stderrText();
+    return r;
 }
 
 }  // namespace ktest

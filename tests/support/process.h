@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -62,7 +63,6 @@ public:
     bool stop(int sig = 15, std::chrono::milliseconds grace = std::chrono::milliseconds(2000));
 
     int exitCode() const { return _exitCode; }  // -1 if killed by a signal
-    bool exited() const { return _reaped; }
 
     std::string stdoutText() const { return readFile(_stdoutPath); }
     std::string stderrText() const { return readFile(_stderrPath); }
@@ -78,6 +78,22 @@ private:
     std::string _stdoutPath, _stderrPath, _error;
     std::string _ownDir;
 };
+
+// A program run to its end: its status (-1 if it was killed by a signal, or
+// did not start or end within the limit, which also fails the test) and
+// what it printed.
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+Outcome run(const Process::Options& opts,
+            std::chrono::milliseconds limit = std::chrono::milliseconds(20000));
+inline Outcome run(std::vector<std::string> argv,
+                   std::chrono::milliseconds limit = std::chrono::milliseconds(20000)) {
+    Process::Options opts;
+    opts.argv = std::move(argv);
+    return run(opts, limit);
+}
 
 }  // namespace ktest
 
