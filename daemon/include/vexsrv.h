@@ -40,10 +40,12 @@ public:
 
     // The operations of the daemon's interface that keep the repository.
     // Each change is in the file before the operation returns; a rewrite
-    // that fails ends the process with status 1.
+    // that fails ends the process with status 1. Each throws
+    // CORBA_NO_PERMISSION to a peer off loopback unless -a was given.
 
     // Registers impl (copied) and rewrites the file. Throws
-    // Activation::InvalidPath if impl->path names nothing on this host,
+    // Activation::InvalidPath if impl->path is no regular executable file
+    // on this host or lies outside the -x directories,
     // Activation::DuplicateEntry if the pair is registered. Returns a new
     // reference to the object, for the caller to release; null until the
     // broker's object references exist.
@@ -106,6 +108,9 @@ public:
     VEXActivationInfo* findEntry(const char* interface_name, const char* object_name) const;
     // Inner dictionary of an interface (object name -> DSWrapper), or null.
     DSDictionary* findInterface(const char* interface_name) const;
+    // A program that may be registered: a regular executable file, within
+    // the -x directories if any were given. Throws Activation::InvalidPath.
+    void checkProgram(const char* path) const;
     // Number of registered pairs.
     unsigned long entryCount() const;
 

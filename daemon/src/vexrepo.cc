@@ -31,14 +31,10 @@ namespace {
 class TempFile {
 public:
     explicit TempFile(const char* dir) : _name(std::string(dir) + "/vexXXXXXX") {
+        // mkostemp makes the file private (0600), and it stays so: the
+        // repository holds the environments of the servers. This departs
+        // from the older mode, which followed the umask.
         _fd = mkostemp(&_name[0], O_CLOEXEC);
-        if (_fd >= 0) {
-            // mkostemp makes the file private; give it the mode that a file
-            // created by open(..., 0777) would have had.
-            mode_t mask = umask(0);
-            umask(mask);
-            fchmod(_fd, 0777 & ~mask);  // a failure only leaves it private
-        }
     }
     ~TempFile() {
         if (_fd >= 0) ::close(_fd);

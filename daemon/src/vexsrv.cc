@@ -20,6 +20,7 @@
 #include "tbfstrm.h"
 #include "vexbatch.h"
 #include "vexsig.h"
+#include "vextrust.h"
 #include "zebglob.h"
 
 using std::cout;
@@ -196,9 +197,22 @@ void VEXImpl::enter(std::unique_ptr<CORBA_CreationImplDef> def) {
     }
 }
 
+void VEXImpl::checkProgram(const char* path) const {
+    // Departs from the older rule, under which any name that stat found was
+    // taken, a directory too, and from anywhere on the host.
+    if (!VEXTrust::isExecutableFile(path)) throw Activation::InvalidPath();
+    if (!VEXTrust::inProgramDirs(path)) {
+        if (_verbose)
+            cout << "VEX:: Refused " << path << ": it is outside the program directories "
+                 << VEXTrust::programDirs() << endl;
+        throw Activation::InvalidPath();
+    }
+}
+
 CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
+    VEXTrust::checkAdmin("reg_implementation", _verbose);
     VEXChildExitBlock exits;
-    if (!file_exists(impl->path)) throw Activation::InvalidPath();
+    checkProgram(impl->path);
     _addImpl(impl);
     _updateRepository();
     // A reference by names: whoever uses it binds through the daemon, which
@@ -207,6 +221,7 @@ CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
 }
 
 void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
+    VEXTrust::checkAdmin("unreg_implementation", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(interface_name, object_name, &inner);
@@ -222,6 +237,7 @@ void VEXImpl::unreg_implementation(const char* interface_name, const char* objec
 }
 
 void VEXImpl::unreg_interface(const char* interface_name) {
+    VEXTrust::checkAdmin("unreg_interface", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner) throw Activation::NotRegistered();
@@ -247,6 +263,7 @@ CORBA_CreationImplDef* VEXImpl::get_implementation(const char* interface_name,
 
 void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
                                     CORBA_CreationImplDef* new_impl) {
+    VEXTrust::checkAdmin("change_implementation", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(old_impl->interface_name, old_impl->object_name, &inner);
@@ -262,6 +279,7 @@ void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
 }
 
 void VEXImpl::unregister_all() {
+    VEXTrust::checkAdmin("unregister_all", _verbose);
     VEXChildExitBlock exits;
     DSIterator it(_impl_table);
     while (DSResource* e = it.next())
