@@ -97,8 +97,17 @@ public:
     // Activation::DuplicateEntry.
     void _addImpl(CORBA_CreationImplDef* impl);
     // Loads the entries of strm. Entries whose program is gone are reported
-    // and skipped, later duplicates dropped in silence.
+    // and skipped, later duplicates dropped in silence. A file that ends
+    // early or has bytes after its last entry is kept aside first.
     void _populateImplRep(TBfstream& strm);
+    // Removes the temporary files of this repository that a crash left in
+    // its directory (named "<file>.tmp-" and six letters or digits); under
+    // -v a line each.
+    void _removeStaleTemps();
+    // Copies the repository to "<file>.damaged-<YYYYmmdd-HHMMSS>" beside it
+    // and says so; exit(1) if the copy cannot be made, since the next
+    // rewrite would lose what the load could not read.
+    void _keepDamagedCopy();
     // Writes the whole table to a temporary file, makes it durable and
     // renames it over the repository. On failure: messages and exit(1),
     // the old file left whole.

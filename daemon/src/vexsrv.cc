@@ -80,6 +80,7 @@ TBfstream* open_file(const char* name) {
 VEXImpl::VEXImpl(unsigned char verbose)
     : _sk_Activation::_sk_VEX(nullptr), _impl_table(16), _verbose(verbose) {
     _get_impl_name();
+    _removeStaleTemps();
     if (file_exists(_impl_file)) {
         std::unique_ptr<TBfstream> strm(open_file(_impl_file));
         // Under -v a load prints some twenty lines per entry; they are

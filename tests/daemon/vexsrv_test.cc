@@ -216,17 +216,36 @@ TEST_F(RepositoryFile, LoadSkipsMissingProgramsAndLaterDuplicates) {
     EXPECT_EQ(pairs.size(), 2u);
 }
 
-TEST_F(RepositoryFile, ShortFilesReadAsZeroesAndCorruptOnesStop) {
+// A damaged file is copied aside, named in one line, before anything can
+// rewrite it; what could be read is loaded.
+TEST_F(RepositoryFile, DamagedFilesAreKeptAsideAndTheirReadableEntriesLoaded) {
     ASSERT_TRUE(ktest::writeFile(env.repo(), ""));  // an empty repository
     EXPECT_EQ(load()->entryCount(), 0u);
     EXPECT_EQ(printed, "");
+    auto keptCopy = [&](const std::string& bytes) {
+        const std::string tag = "is damaged; a copy is kept as ";
+        const size_t at = printed.find("VEX: Repository file " + env.repo() + " " + tag);
+        if (at == std::string::npos) return ::testing::AssertionFailure() << printed;
+        const size_t from = printed.find(tag, at) + tag.size();
+        const std::string copy = printed.substr(from, printed.find('\n', from) - from);
+        if (copy.find(env.repo() + ".damaged-") != 0 || ktest::readFile(copy) != bytes)
+            return ::testing::AssertionFailure() << copy;
+        unlink(copy.c_str());
+        return ::testing::AssertionSuccess();
+    };
     // Cut inside the second of three entries: the rest reads as empty
     // strings, and the empty path fails the existence test.
     std::string good = entry("A", "x");
     std::string whole = repofile::file({good, entry("A", "y"), entry("A", "z")});
-    ASSERT_TRUE(ktest::writeFile(env.repo(), whole.substr(0, 4 + good.size() + 7)));
+    std::string cut = whole.substr(0, 4 + good.size() + 7);
+    ASSERT_TRUE(ktest::writeFile(env.repo(), cut));
     EXPECT_EQ(load()->entryCount(), 1u);
-    EXPECT_EQ(printed, invalid("") + invalid(""));
+    EXPECT_EQ(printed.find(invalid("") + invalid("")), 0u);
+    EXPECT_TRUE(keptCopy(cut));
+    // Bytes left over after the last entry.
+    ASSERT_TRUE(ktest::writeFile(env.repo(), whole + "x"));
+    EXPECT_EQ(load()->entryCount(), 3u);
+    EXPECT_TRUE(keptCopy(whole + "x"));
 
     // Counts and lengths far beyond the file end the load.
     std::string head = repofile::u32(2) + good + repofile::str("B") + repofile::str("o");
@@ -236,7 +255,26 @@ TEST_F(RepositoryFile, ShortFilesReadAsZeroesAndCorruptOnesStop) {
         ASSERT_TRUE(ktest::writeFile(env.repo(), bytes));
         EXPECT_LE(load()->entryCount(), 1u);
         EXPECT_NE(printed.find("VEX:: Repository file is damaged"), std::string::npos);
+        EXPECT_TRUE(keptCopy(bytes));
     }
+}
+
+TEST_F(RepositoryFile, AStartRemovesOnlyTheTemporaryFilesOfItsOwnPattern) {
+    const std::vector<std::string> others = {"impl_rep.tmp-abc12", "impl_rep.tmp-abc1234",
+                                             "other.tmp-abc123", "impl_rep.tmp-ab.123"};
+    for (const std::string& n : others) ASSERT_TRUE(ktest::writeFile(env.dir() + "/" + n, "x"));
+    ASSERT_TRUE(ktest::writeFile(env.dir() + "/impl_rep.tmp-aB3xY9", "x"));
+    std::ostringstream out;
+    std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+    { VEXImpl repo(1); }
+    std::cout.rdbuf(old);
+    EXPECT_NE(out.str().find("VEX: Removed " + env.dir() + "/impl_rep.tmp-aB3xY9, left by an earlier run\n"),
+              std::string::npos);
+    std::vector<std::string> left = filesIn(env.dir());
+    std::sort(left.begin(), left.end());
+    std::vector<std::string> expected = others;
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(left, expected);
 }
 
 // Under -v a load prints each record in full; the lines come out exactly as
