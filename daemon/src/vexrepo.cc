@@ -14,6 +14,7 @@
 #include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -44,9 +45,11 @@ bool isTempName(const std::string& name, const std::string& base) {
     return true;
 }
 
+}  // namespace
+
 // A temporary file that is removed unless commit() is called. Creation is
 // exclusive, so two daemons on one directory never share a name.
-class TempFile {
+class VEXImpl::TempFile {
 public:
     explicit TempFile(const std::string& file)
         : _name(file + kTempInfix + std::string(kTempRandom, 'X')) {
@@ -88,11 +91,7 @@ private:
     bool _committed = false;
 };
 
-[[noreturn]] void backupFailed(const char* dir) {
-    cout << "VEX: Could not back up repository" << endl;
-    cout << "Hint: Check if you have write permission in " << dir << endl;
-    exit(1);
-}
+namespace {
 
 // Makes a rename in dir durable. The new name is in place for every reader
 // already, so a failure here is not fatal: at worst a power loss brings back
@@ -237,44 +236,69 @@ void VEXImpl::_populateImplRep(TBfstream& strm) {
     if (damaged) _keepDamagedCopy();
 }
 
-void VEXImpl::_updateRepository() {
-    TempFile temp(_impl_file.string());
-    if (!temp.ok()) backupFailed(_impl_path);
+bool VEXImpl::RepoEdit::skips(const char* interface_name, const char* object_name) const {
+    if (skipAll) return true;
+    if (!skipInterface || std::strcmp(skipInterface, interface_name) != 0) return false;
+    return !skipObject || std::strcmp(skipObject, object_name) == 0;
+}
 
-    unsigned long count = entryCount();
-    {
-        TBfstream strm(temp.fd());
-        strm << count;
+void VEXImpl::_updateRepository(const RepoEdit& edit) {
+    // Departs from the older rewrite, which ended the daemon when it failed:
+    // the file is now written as the table will be after the change and
+    // before the change is made, so a failure refuses the operation and
+    // leaves the table and the file as they were.
+    TempFile temp(_impl_file.string());
+    if (!temp.ok()) rewriteFailed(errno, temp);
+
+    // Two walks: the count stands first in the file.
+    unsigned long count = edit.add ? 1 : 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        TBfstream* out = nullptr;
+        std::unique_ptr<TBfstream> strm;
+        if (pass == 1) {
+            strm.reset(out = new TBfstream(temp.fd()));
+            *out << count;
+        }
         DSIterator outer(_impl_table);
         while (DSResource* e = outer.next()) {
+            const char* iface = TB_CAST(ZEBString, TB_CAST(DSAssoc, e)->key)->string();
             DSIterator it(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
             while (DSResource* f = it.next()) {
-                DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, f)->value);
-                const VEXActivationInfo* info = static_cast<const VEXActivationInfo*>(w->value);
+                DSAssoc* a = TB_CAST(DSAssoc, f);
+                if (edit.skips(iface, TB_CAST(ZEBString, a->key)->string())) continue;
+                if (!out) {
+                    ++count;
+                    continue;
+                }
+                const VEXActivationInfo* info =
+                    static_cast<const VEXActivationInfo*>(TB_CAST(DSWrapper, a->value)->value);
                 // A record without a definition throws CORBA_BAD_PARAM; the
                 // temporary file then goes and the repository stays.
                 if (!info) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
-                strm << *info;
+                *out << *info;
             }
         }
-        // A failed write (a full disk) must not put a short file in place:
-        // the old file stays and the daemon stops.
-        if (!strm.flush()) {
-            temp.discard();
-            backupFailed(_impl_path);
-        }
+        if (!out) continue;
+        if (edit.add) *out << edit.add;
+        // A failed write (a full disk) must not put a short file in place.
+        errno = 0;
+        if (!out->flush()) rewriteFailed(errno, temp);
     }
-    if (!temp.sync()) {
-        temp.discard();
-        backupFailed(_impl_path);
-    }
-    temp.commit();
+    if (!temp.sync()) rewriteFailed(errno, temp);
     if (rename(temp.name(), _impl_file) < 0) {
+        const int err = errno;
         perror("rename:");
         cout << "VEX:: Rename of backup file failed" << endl;
         cout << "Repository file name: " << _impl_file.string() << endl;
-        // The temporary file stays for the administrator to look at.
-        exit(1);
+        rewriteFailed(err, temp);
     }
+    temp.commit();
     syncDirectory(_impl_path);
+}
+
+void VEXImpl::rewriteFailed(int err, TempFile& temp) const {
+    temp.discard();
+    cout << "VEX: Could not back up repository" << endl;
+    cout << "Hint: Check if you have write permission in " << _impl_path.string() << endl;
+    throw CORBA_PERSIST_STORE(static_cast<CORBA::ULong>(err ? err : EIO), CORBA::COMPLETED_NO);
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -327,44 +329,84 @@ TEST_F(RepositoryFile, VerboseLoadPrintsEveryLineInOrderInFewWrites) {
     EXPECT_LE(sink.flushes, 4);
 }
 
-TEST_F(RepositoryFile, FailedRewritesEndTheProcessAndKeepTheOldFile) {
+// The soft limit of a resource lowered for the guard's lifetime.
+class Limit {
+public:
+    Limit(int resource, rlim_t value) : _resource(resource) {
+        getrlimit(resource, &_old);
+        struct rlimit lim = _old;
+        lim.rlim_cur = value;
+        setrlimit(resource, &lim);
+    }
+    ~Limit() { setrlimit(_resource, &_old); }
+
+private:
+    int _resource;
+    struct rlimit _old;
+};
+
+// Every way a rewrite fails refuses the operation with PERSIST_STORE and
+// errno as minor: the table, the file and the directory stay as they were.
+TEST_F(RepositoryFile, FailedRewritesAreRefusedAndChangeNothing) {
     VEXImpl repo(0);
     regDef(repo, "A", "x");
-    std::string before = ktest::readFile(env.repo());
-    // Writing fails: no file may grow past 200 bytes, which leaves room for
-    // the messages that the death test collects.
-    EXPECT_EXIT(
-        {
-            dup2(2, 1);
-            signal(SIGXFSZ, SIG_IGN);
-            struct rlimit lim;
-            lim.rlim_cur = lim.rlim_max = 200;
-            setrlimit(RLIMIT_FSIZE, &lim);
-            regDef(repo, "B", "y", "/bin/sh", 30);
-        },
-        ::testing::ExitedWithCode(1),
-        "VEX: Could not back up repository\nHint: Check if you have write permission in " +
-            env.dir() + "\n");
+    regDef(repo, "A", "y");
+    regDef(repo, "B", "z");
+    const std::string before = ktest::readFile(env.repo());
+    CORBA_CreationImplDef x = makeDef("A", "x"), moved = makeDef("C", "w");
+    const std::vector<std::function<void()>> ops = {
+        [&] { regDef(repo, "C", "w", "/bin/sh", 30); },
+        [&] { repo.unreg_implementation("A", "x"); },
+        [&] { repo.unreg_interface("A"); },
+        [&] { repo.change_implementation(&x, &moved); },
+        [&] { repo.unregister_all(); },
+    };
+    auto refused = [&](int minor, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            try {
+                ops[i]();
+                ADD_FAILURE() << "operation " << i << " was served";
+            } catch (const CORBA_PERSIST_STORE& e) {
+                EXPECT_EQ(e.minor(), static_cast<CORBA::ULong>(minor)) << i;
+                EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+            }
+            EXPECT_EQ(repo.entryCount(), 3u) << i;
+            EXPECT_NE(repo.findEntry("A", "x"), nullptr) << i;
+        }
+    };
+    std::ostringstream out;
+    std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+    {
+        // No descriptor left for the temporary file.
+        int lowest = open("/dev/null", O_RDONLY);
+        close(lowest);
+        Limit fds(RLIMIT_NOFILE, static_cast<rlim_t>(lowest));
+        refused(EMFILE, ops.size());
+    }
+    {
+        // A full disk: no file may grow past 200 bytes (only the first op
+        // writes that much).
+        signal(SIGXFSZ, SIG_IGN);
+        Limit size(RLIMIT_FSIZE, 200);
+        refused(EFBIG, 1);
+    }
+    signal(SIGXFSZ, SIG_DFL);
+    std::cout.rdbuf(old);
+    EXPECT_NE(out.str().find("VEX: Could not back up repository\n"), std::string::npos);
     EXPECT_EQ(ktest::readFile(env.repo()), before);
     EXPECT_EQ(filesIn(env.dir()), std::vector<std::string>{"impl_rep"});
 
-    // Rename fails (a directory stands in the way): the temporary file,
-    // complete, stays for the administrator.
+    // Rename fails (a directory stands in the way); the daemon serves on
+    // once the way is clear.
     ASSERT_EQ(unlink(env.repo().c_str()), 0);
     ASSERT_EQ(mkdir(env.repo().c_str(), 0755), 0);
-    EXPECT_EXIT(
-        {
-            dup2(2, 1);
-            regDef(repo, "C", "z");
-        },
-        ::testing::ExitedWithCode(1),
-        "rename:: .*\nVEX:: Rename of backup file failed\nRepository file name: " + env.repo() +
-            "\n");
-    std::vector<std::string> names = filesIn(env.dir()), pairs;
-    ASSERT_EQ(names.size(), 2u);
-    std::string temp = names[0] == "impl_rep" ? names[1] : names[0];
-    EXPECT_TRUE(repofile::parse(ktest::readFile(env.dir() + "/" + temp), &pairs));
-    EXPECT_EQ(pairs.size(), 2u);
+    old = std::cout.rdbuf(out.rdbuf());
+    refused(EISDIR, ops.size());
+    std::cout.rdbuf(old);
+    EXPECT_EQ(filesIn(env.dir()), std::vector<std::string>{"impl_rep"});
+    ASSERT_EQ(rmdir(env.repo().c_str()), 0);
+    repo.unregister_all();
+    EXPECT_EQ(ktest::readFile(env.repo()), std::string(4, '\0'));
 }
 
 // A child rewrites the file over and over with changing sizes and is killed
