@@ -459,7 +459,8 @@ TEST_F(EchoServerTest, SurvivesClientsThatVanishOrSendGarbage) {
         {"a 2 GiB body announced, then gone", huge, kLeave},
         {"a request followed by a close before the reply", say(42, _key, "unread"), kLeave},
         {"text that is no GIOP", "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n", kClosed},
-        {"GIOP of another version", otherVersion, kClosed},
+        {"GIOP of another version", otherVersion, kErrorAndClosed},
+        {"a 2 GiB body announced by a client that stays", huge.substr(0, 12), kErrorAndClosed},
         {"a key length far past the end of the message",
          Cdr().header(kRequest).ulong(0).ulong(51).octet(1).ulong(0x7ffffff0u).raw("ZEB").message(),
          kClosed},
@@ -553,6 +554,35 @@ TEST_F(EchoServerTest, PortIsTheServersAloneAndFreeAgainAtOnceAfterIt) {
 // take; the server pauses accepting instead of spinning on it (and printing
 // the failure thousands of times a second), and serves again once
 // descriptors are free.
+// Clients that leave their messages unfinished or never read their replies,
+// all kept connected: another client's calls are answered all the same.
+TEST_F(EchoServerTest, StalledClientsHoldNobodyUp) {
+    const std::string full = say(1, _key, "a message that stops");
+    std::string burst;  // 4 MiB of replies
+    for (uint32_t i = 0; i < 64; ++i) burst += say(i, _key, std::string(64 << 10, 'x'));
+    std::vector<std::unique_ptr<Conn>> crowd;
+    for (const std::string& bytes : {full.substr(0, 6), full.substr(0, 12 + (full.size() - 12) / 2)}) {
+        crowd.emplace_back(new Conn);
+        ASSERT_TRUE(connect(*crowd.back()) && crowd.back()->send(bytes));
+    }
+    for (int i = 0; i < 30; ++i) {
+        crowd.emplace_back(new Conn);
+        ASSERT_TRUE(connect(*crowd.back()) && crowd.back()->send(burst)) << i;
+    }
+    Conn c;
+    ASSERT_TRUE(connect(c));
+    for (uint32_t id = 100; id < 150; ++id) {
+        ASSERT_TRUE(c.send(request(true, id, true, _key, "pid").message()));
+        expectPid(c, id);
+    }
+    // The unfinished ones are still connected, and the readers get all.
+    EXPECT_TRUE(crowd[0]->quiet(0) && crowd[1]->quiet(0));
+    Message m;
+    for (int i = 0; i < 64; ++i) ASSERT_TRUE(crowd.back()->receive(m)) << i;
+}
+
+// A connection limit above the descriptors there are: the reserve lets each
+// connection beyond them in only to close it.
 TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
 #if defined(__SANITIZE_ADDRESS__)
     // The sanitizers' own checks open descriptors (UBSan's vptr check reads
@@ -560,7 +590,8 @@ TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
     // stopped by its instrumentation, not by anything of ours.
     GTEST_SKIP() << "needs a build without sanitizers";
 #endif
-    ktest::EchoChild server({"/bin/sh", "-c", "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1",
+    ktest::EchoChild server({"/bin/sh", "-c",
+                             "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1 -OAmaxconn 100",
                              KELVANOR_ECHO_SERVER_BINARY});
     ASSERT_TRUE(server.ready()) << server.output();
     const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),
