@@ -581,6 +581,27 @@ TEST_F(EchoServerTest, StalledClientsHoldNobodyUp) {
     for (int i = 0; i < 64; ++i) ASSERT_TRUE(crowd.back()->receive(m)) << i;
 }
 
+// -OAidle 1: a connection that sends nothing, or stops within a message, is
+// closed after a second or two; one that goes on talking is not.
+TEST(EchoServerLimits, IdleConnectionsAreClosed) {
+    ktest::EchoChild server(ktest::echoServerArgv({"-OAidle", "1"}));
+    ASSERT_TRUE(server.ready()) << server.output();
+    const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),
+                          server.locator->object_key.length());
+    Conn silent, stopped, talking;
+    ASSERT_TRUE(silent.open(server.port) && stopped.open(server.port) && talking.open(server.port));
+    ASSERT_TRUE(stopped.send(say(1, key, "unfinished").substr(0, 20)));
+    const auto start = std::chrono::steady_clock::now();
+    for (uint32_t id = 0; std::chrono::steady_clock::now() - start < milliseconds(2500); ++id) {
+        ASSERT_TRUE(talking.send(request(true, id, true, key, "pid").message()));
+        Message m;
+        ASSERT_TRUE(talking.receive(m)) << talking.why();
+        std::this_thread::sleep_for(milliseconds(300));
+    }
+    EXPECT_TRUE(silent.closed()) << silent.why();
+    EXPECT_TRUE(stopped.closed()) << stopped.why();
+}
+
 // A connection limit above the descriptors there are: the reserve lets each
 // connection beyond them in only to close it.
 TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
