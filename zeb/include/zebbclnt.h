@@ -149,7 +149,7 @@ private:
     ZEBSkelInfo* _lastSkel = nullptr;
     bool _linked = false;
     bool _writeLinked = false;
-    // Monotonic seconds: the last bytes in, the last move of the unfinished
+    // Monotonic milliseconds: the last bytes in, the last move of the unfinished
     // message, the last move of queued output.
     long _lastInput;
     long _inputMoved;

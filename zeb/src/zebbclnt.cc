@@ -84,10 +84,12 @@ ZEBObjectId* decodeKey(const CORBA_OctetSequence& key) {
     }
 }
 
-long monotonicSeconds() {
+// Milliseconds of the monotonic clock: deadlines of whole seconds, counted
+// from the moment to the millisecond.
+long monotonicMs() {
     timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
-    return static_cast<long>(t.tv_sec);
+    return static_cast<long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
 }
 
 bool isPerConnection(CORBA::ULong policy) {
@@ -105,7 +107,7 @@ ZEBBOAClient::ZEBBOAClient(int fd, ZEBBOA* boa) : _boa(boa), _bound(16) {
     _stream = new ZEBIIOPstream;
     _stream->attach(fd);
     _stream->queueOutput();
-    _lastInput = _inputMoved = _outputMoved = monotonicSeconds();
+    _lastInput = _inputMoved = _outputMoved = monotonicMs();
     if (ZEBGlobalTable::boa_send_bufsize) _stream->sendBufferSize(ZEBGlobalTable::boa_send_bufsize);
     if (ZEBGlobalTable::boa_rcv_bufsize) _stream->receiveBufferSize(ZEBGlobalTable::boa_rcv_bufsize);
     _peer = _stream->peerInfo();
@@ -175,7 +177,7 @@ int ZEBBOAClient::inputReady(int) {
     int result = 0;
     bool ended = false;
     try {
-        if (s->readAvailable(messageLimit(), ended) > 0) _lastInput = _inputMoved = monotonicSeconds();
+        if (s->readAvailable(messageLimit(), ended) > 0) _lastInput = _inputMoved = monotonicMs();
     } catch (const CORBA_SystemException&) {
         result = -1;
     }
@@ -213,7 +215,7 @@ int ZEBBOAClient::outputReady(int) {
     ++_active;
     int result = 0;
     try {
-        if (_stream->flushQueued() > 0) _outputMoved = monotonicSeconds();
+        if (_stream->flushQueued() > 0) _outputMoved = monotonicMs();
         result = settle(ZEBIIOPstream::INPUT_PARTIAL);
     } catch (const CORBA_SystemException&) {
         result = -1;
@@ -251,7 +253,7 @@ void ZEBBOAClient::relink() {
     d->link(_stream->fd(), dpDispatcher::ReadMask, this);
     if (wantWrite) {
         d->link(_stream->fd(), dpDispatcher::WriteMask, this);
-        if (!_writeLinked) _outputMoved = monotonicSeconds();
+        if (!_writeLinked) _outputMoved = monotonicMs();
     }
     _writeLinked = wantWrite;
 }
@@ -261,10 +263,11 @@ long ZEBBOAClient::nextDeadline() const {
     auto earliest = [&at](long t) {
         if (!at || t < at) at = t;
     };
-    if (ZEBGlobalTable::boa_idle) earliest(_lastInput + static_cast<long>(ZEBGlobalTable::boa_idle));
+    if (ZEBGlobalTable::boa_idle)
+        earliest(_lastInput + 1000 * static_cast<long>(ZEBGlobalTable::boa_idle));
     if (_stream->messageBytesLeft() == 0 && _stream->bufferedBytes() > 0)
-        earliest(_inputMoved + kStallSeconds);
-    if (_stream->queuedBytes() > 0) earliest(_outputMoved + kOutputSeconds);
+        earliest(_inputMoved + 1000 * kStallSeconds);
+    if (_stream->queuedBytes() > 0) earliest(_outputMoved + 1000 * kOutputSeconds);
     return at;
 }
 
@@ -274,18 +277,19 @@ void ZEBBOAClient::armTimer() {
     dpDispatcher* d = dpDispatcher::instance();
     if (_timerAt) d->stopTimer(this);
     _timerAt = at;
-    d->startTimer(std::max(0L, at - monotonicSeconds()), 0, this);
+    const long wait = std::max(0L, at - monotonicMs());
+    d->startTimer(wait / 1000, (wait % 1000) * 1000, this);
 }
 
 void ZEBBOAClient::timerExpired(long, long) {
     _timerAt = 0;
-    const long now = monotonicSeconds();
+    const long now = monotonicMs();
     const long at = nextDeadline();
     // Busy on the stack (a request being served, or waiting in it): the
     // connection is not idle, whatever the clock says.
     if (_active > 0 || !at || at > now) {
         if (_active > 0 && at && at <= now) {
-            _timerAt = now + 1;
+            _timerAt = now + 1000;
             dpDispatcher::instance()->startTimer(1, 0, this);
         } else {
             armTimer();
