@@ -53,6 +53,9 @@ TEST_F(VexLimits, StalledClientsHoldNobodyUp) {
 // Out of descriptors: a registration is served or refused, the daemon never
 // ends, and it serves again once the crowd has gone.
 TEST_F(VexLimits, FortyIdleClientsNeverEndTheDaemon) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizers' own checks need descriptors";
+#endif
     Activation::ImplStatusList_var none(_daemon->get_status_all());  // connected first
     struct rlimit lim;
     ASSERT_EQ(0, prlimit(_vex.pid(), RLIMIT_NOFILE, nullptr, &lim));
