@@ -19,8 +19,19 @@ CosNaming::NamingContext* getRootNamingFromFile(char* server_id);
 // service. Other failures of the naming service pass on as exceptions.
 int RegisterVEX(Activation::VEX* vex, char* server_id);
 
-// The daemon bound under "VEX", or null when it cannot be found for any
-// reason. The caller releases the result.
+// The environment variable in which the daemon hands its stringified
+// reference to the servers it starts.
+constexpr const char* kVexIorVariable = "KELVANOR_VEX_IOR";
+
+// The daemon: the reference in $KELVANOR_VEX_IOR when it is set and has not
+// failed (see forgetEnvironmentVEX), else the one bound under "VEX" in the
+// naming service; null when it cannot be found for any reason. The caller
+// releases the result.
 Activation::VEX* resolveVEX(char* server_id);
+
+// A call on the reference from $KELVANOR_VEX_IOR failed (the daemon that
+// started us is gone or moved): from now on resolveVEX asks the naming
+// service. True if that reference was in use, so that a retry may help.
+bool forgetEnvironmentVEX();
 
 #endif

@@ -75,7 +75,37 @@ int RegisterVEX(Activation::VEX* vex, char* server_id) {
     return 1;
 }
 
+namespace {
+
+// Set once the environment's reference has failed; resolveVEX then skips it.
+bool environmentFailed = false;
+
+// The daemon named by the environment, or null; the reference is not tried
+// here, so this costs no round trip.
+Activation::VEX* environmentVEX() {
+    const char* ior = environmentFailed ? nullptr : std::getenv(kVexIorVariable);
+    if (!ior || !*ior) return nullptr;
+    try {
+        int argc = 0;
+        CORBA_Object_var obj(CORBA::ORB_init(argc, nullptr)->string_to_object(ior));
+        if (Activation::VEX* vex = Activation::VEX::_narrow(obj)) return vex;
+    } catch (const CORBA_Exception&) {
+    }
+    environmentFailed = true;
+    return nullptr;
+}
+
+}  // namespace
+
+bool forgetEnvironmentVEX() {
+    const char* ior = std::getenv(kVexIorVariable);
+    const bool inUse = !environmentFailed && ior && *ior;
+    environmentFailed = true;
+    return inUse;
+}
+
 Activation::VEX* resolveVEX(char* server_id) {
+    if (Activation::VEX* vex = environmentVEX()) return vex;
     try {
         CosNaming::NamingContext_var root(getRootNamingFromFile(server_id));
         if (CORBA::is_nil(root.in())) return nullptr;

@@ -3,6 +3,7 @@
 // status queries of administration tools.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -14,6 +15,7 @@
 #include "dispatch.h"
 #include "except.h"
 #include "impldef.h"
+#include "vex_functions.h"
 #include "vexsig.h"
 #include "vexsrv.h"
 #include "vextrust.h"
@@ -157,6 +159,17 @@ unsigned long VEXActivationInfo::_spawn() {
             const char* e = _impl->env[i];
             env.emplace_back(e ? e : "");
         }
+    }
+    // A registration with an environment of its own gets the daemon's
+    // reference added to it (an inherited environment has it already); ours
+    // replaces one the registration names.
+    const char* self = std::getenv(kVexIorVariable);
+    if (!env.empty() && self) {
+        const std::string prefix = std::string(kVexIorVariable) + "=";
+        env.erase(std::remove_if(env.begin(), env.end(),
+                                 [&](const std::string& e) { return e.compare(0, prefix.size(), prefix) == 0; }),
+                  env.end());
+        env.push_back(prefix + self);
     }
     std::vector<char*> argv;
     argv.reserve(args.size() + 3);

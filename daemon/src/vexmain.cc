@@ -82,6 +82,10 @@ int main(int argc, char** argv) {
 
     VEXImpl servant(verbose);
     boa->obj_is_ready(&servant, nullptr);
+    // The servers this daemon starts inherit its reference here and report
+    // to it straight away, without a round trip to the naming service.
+    CORBA_String_var self(orb->object_to_string(&servant));
+    setenv(kVexIorVariable, self.in(), 1);
 
     if (!RegisterVEX(&servant, nullptr)) {
         cout << "VEX did not register with naming service" << endl;

@@ -7,6 +7,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +16,9 @@
 #include <gtest/gtest.h>
 
 #include "boa.h"
+#include "giop.h"
+#include "iorstr.h"
+#include "zebglob.h"
 #include "vexfixture.h"
 
 using vextest::kStartLimit;
@@ -126,13 +131,45 @@ TEST_F(VexActivation, UnsharedEntryStartsAProcessPerLookup) {
     EXPECT_THROW(_daemon->get_status_interface("No::Such"), Activation::NotRegistered);
 }
 
+TEST_F(VexActivation, StartedServersInheritTheDaemonsReference) {
+    // With an inherited environment and with one of the registration's own.
+    const std::string dir = _dir.path() + "/";
+    for (const char* object : {"inherit", "ownenv"}) {
+        const std::string script = "echo \"$KELVANOR_VEX_IOR\" > " + dir + object + "; exec " +
+                                   KELVANOR_ECHO_SERVER_BINARY + " -OAipaddr 127.0.0.1 \"$0\"";
+        CORBA_CreationImplDef d("Demo::Echo", object, CORBA_OctetSequence(), "/bin/sh",
+                                CORBA_CreationImplDef::SHARED_SERVER, strings({"-c", script}),
+                                strings(std::strcmp(object, "ownenv") == 0
+                                            ? std::vector<std::string>{"KELVANOR_VEX_IOR=old"}
+                                            : std::vector<std::string>{}));
+        CORBA::release(_daemon->reg_implementation(&d));
+        ASSERT_GT(lookupPid(object), 1);
+        int argc = 0;
+        CORBA_ORB* orb = CORBA::ORB_init(argc, nullptr);
+        std::string got = ktest::readFile(dir + object);
+        while (!got.empty() && got.back() == '\n') got.pop_back();
+        CORBA_Object_var inherited(orb->string_to_object(got.c_str()));
+        ASSERT_NE(inherited.in(), nullptr) << got;
+        EXPECT_STREQ(CORBA_String_var(orb->object_to_string(inherited)),
+                     CORBA_String_var(orb->object_to_string(_daemon)));
+    }
+}
+
 TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     registerEcho("hand");
-    auto startEcho = [](ktest::Process& p, const char* name) {
+    // A daemon reference in the environment that leads nowhere: the server
+    // asks the naming service instead.
+    std::unique_ptr<IOP::IOR> stale(ZEBGlobalTable::getIOR(_daemon));
+    std::unique_ptr<IIOP::ObjectLocator> loc(
+        IIOP::ObjectLocator::convert(stale->profiles[0].profile_data));
+    loc->port = static_cast<CORBA::UShort>(vextest::freePort());
+    stale->profiles[0].profile_data = *CORBA_OctetSequence_var(loc->convert()).ptr();
+    const std::string staleText = CORBA_String_var(iorToString(*stale)).in();
+    auto startEcho = [&](ktest::Process& p, const char* name) {
         ktest::Process::Options opts;
         opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1", name};
         opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
-                    "NS_SERVER_ID=test"};
+                    "NS_SERVER_ID=test", "KELVANOR_VEX_IOR=" + staleText};
         return p.start(opts) &&
                ktest::pollUntil([&] { return p.stdoutText().find("IOR:") == 0 || !p.running(); },
                                 milliseconds(10000)) &&

@@ -1,8 +1,10 @@
-// Interoperability with an independent ORB: omniORB's echo client calls
-// every operation of Demo::Echo on echo_server and checks each result.
+// Interoperability with independent ORBs: omniORB's echo client calls every
+// operation of Demo::Echo on echo_server and checks each result, and so does
+// a client of Combat, an ORB in Tcl, by dynamic invocation.
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,27 @@ TEST(OmniorbPeer, OmniClientChecksEchoServer) {
     if (!ktest::runnable(KELVANOR_OMNI_ECHO_CLIENT_BINARY)) GTEST_SKIP() << "omniORB not built";
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     expectCheckPasses(ktest::echoServerArgv());
+}
+
+TEST(CombatPeer, CombatClientCallsEchoServer) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    if (system("echo 'package require combat' | tclsh >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "tclsh with Combat (tcl-combat) is not installed";
+    ktest::EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    ktest::Process::Options opts;
+    opts.argv = {"/usr/bin/tclsh", KELVANOR_SOURCE_DIR "/tests/peers/combat/echo_check.tcl",
+                 server.ior};
+    ktest::Process client;
+    ASSERT_TRUE(client.start(opts)) << client.error();
+    bool ended = client.wait(milliseconds(30000));
+    if (!ended) client.stop(9, milliseconds(0));
+    ASSERT_TRUE(ended) << "the Combat client did not finish in time";
+    EXPECT_EQ(0, client.exitCode()) << client.stdoutText() << client.stderrText();
+    EXPECT_EQ(client.stdoutText(), "say: hello\npid: " + std::to_string(server.pid()) +
+                                       "\nis_a: 1\nnote answered\nafter: after\n")
+        << client.stderrText();
+    EXPECT_TRUE(server.running()) << server.output();
 }
 
 }  // namespace

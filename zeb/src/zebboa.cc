@@ -2,7 +2,9 @@
 // ready to withdrawn, the agent's rows, and the server loop.
 #include "zebboa.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -55,6 +57,12 @@ int ZEBRefData::compare(const TBObject& other) const {
 namespace {
 
 bool isStar(const char* s) { return s && std::strcmp(s, "*") == 0; }
+
+// A dotted IPv4 address, which needs no resolver.
+bool numericAddress(const char* s) {
+    in_addr a;
+    return s && inet_pton(AF_INET, s, &a) == 1;
+}
 
 // The inner dictionary stored under name in outer, made if missing.
 DSDictionary* innerDict(DSDictionary& outer, const char* name, bool make) {
@@ -285,14 +293,19 @@ CORBA_ImplementationDef* ZEBBOA::_informVEX(const char* interface_name, ZEBSkelI
     // answers with its definition of the pair, or NotRegistered for one it
     // does not manage, which leaves the object to the agent.
     CORBA_Object_var ref(createObjRef(skel));
-    try {
-        return _vex->boa_activate_obj(ref, interface_name, pid);
-    } catch (const CORBA_SystemException&) {
-        // The daemon we knew is gone; the next report looks it up again.
-        forgetVEX();
-    } catch (const CORBA_Exception&) {
+    for (;;) {
+        try {
+            return _vex->boa_activate_obj(ref, interface_name, pid);
+        } catch (const CORBA_SystemException&) {
+            // The daemon we knew is gone; the next report looks it up again.
+            // A reference inherited from the daemon that started us is
+            // stale: the naming service is asked at once.
+            forgetVEX();
+            if (forgetEnvironmentVEX() && bind_to_vex()) continue;
+        } catch (const CORBA_Exception&) {
+        }
+        return nullptr;
     }
-    return nullptr;
 }
 
 void ZEBBOA::forgetVEX() {
@@ -328,8 +341,11 @@ void ZEBBOA::_agentRows(const char* iface, const char* object, int type, DSAddr*
         // built for it: for the daemon that was half the time of loading a
         // large repository. The one thing building them shows, each
         // provider's two lookups of this machine's address (with a message
-        // when the host name does not resolve), still happens.
-        for (int i = 0; i < 2 * (named ? 5 : 3); ++i) DSAddr here(0);
+        // when the host name does not resolve), still happens, unless
+        // -OAipaddr names a numeric address: then the host name plays no
+        // part, and its lookup was the largest cost of a server's start.
+        if (!numericAddress(ZEBGlobalTable::boa_ipaddr))
+            for (int i = 0; i < 2 * (named ? 5 : 3); ++i) DSAddr here(0);
         return;
     }
     const int ifaceType = type == DS_SERVICE_OBJECT ? DS_SERVICE_OBJECT_INTERFACE

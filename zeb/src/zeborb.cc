@@ -32,15 +32,23 @@ constexpr long kAgentWait = 5;
 // The object that the activation daemon names for an interface and an
 // object name (an empty object name asks for any object of the interface),
 // starting its server if need be; nil when there is no daemon to ask. The
-// daemon is found through the naming service and may take as long as the
+// daemon is found as resolveVEX finds it and may take as long as the
 // server's start takes. Its refusals (NotRegistered, Busy, NotResponding)
 // go to the caller.
 CORBA_Object* askDaemon(const char* iface, const char* object) {
     if (!iface || !*iface) return nullptr;
-    Activation::VEX_var daemon(resolveVEX(nullptr));
-    if (CORBA::is_nil(daemon.in())) return nullptr;
-    if (!object || !*object) return daemon->lookup_interface(iface, -1);
-    return daemon->lookup_implementation(iface, object, -1);
+    for (;;) {
+        Activation::VEX_var daemon(resolveVEX(nullptr));
+        if (CORBA::is_nil(daemon.in())) return nullptr;
+        try {
+            if (!object || !*object) return daemon->lookup_interface(iface, -1);
+            return daemon->lookup_implementation(iface, object, -1);
+        } catch (const CORBA_SystemException& e) {
+            // A reference inherited from the daemon that started us may be
+            // stale; then the naming service is asked, once.
+            if (e.completed() != CORBA::COMPLETED_NO || !forgetEnvironmentVEX()) throw;
+        }
+    }
 }
 
 // The client event hook is switched off while this process talks to the
