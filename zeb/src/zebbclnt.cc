@@ -259,13 +259,16 @@ void ZEBBOAClient::relink() {
 }
 
 long ZEBBOAClient::nextDeadline() const {
+    // Departs from the connection's first rule, under which it lived as long
+    // as its client kept it open, however little that client did.
     long at = 0;
     auto earliest = [&at](long t) {
         if (!at || t < at) at = t;
     };
     if (ZEBGlobalTable::boa_idle)
         earliest(_lastInput + 1000 * static_cast<long>(ZEBGlobalTable::boa_idle));
-    if (_stream->messageBytesLeft() == 0 && _stream->bufferedBytes() > 0)
+    // Bytes past the current message are the start of one not yet whole.
+    if (_stream->bufferedBytes() > _stream->messageBytesLeft())
         earliest(_inputMoved + 1000 * kStallSeconds);
     if (_stream->queuedBytes() > 0) earliest(_outputMoved + 1000 * kOutputSeconds);
     return at;
