@@ -1,27 +1,28 @@
 # kelvanor_idl(<target> <file.idl>... [INCLUDE_DIRS <dir>...] [DEPENDS <file>...])
 #
-# Compiles each IDL file at build time with tools/idl/kelvanor-idl into
+# Compiles each IDL file at build time with kelvanor-idl into
 # <current binary dir>/idl/<target>/<name>.h and <name>.cc, adds the sources
-# to the target and the directory to the target's public include path, so
-# that whatever links the target includes "<name>.h". The IDL include path
-# holds the directories of the IDL files, CORBA/idl (the broker's own IDL,
-# whose headers come with kelvanor_orb) and INCLUDE_DIRS. The generated
-# files are remade when their IDL file, the compiler or a file named in
-# DEPENDS changes (#included IDL files are not found by themselves: name
-# them there). omniidl is needed at build time only.
+# to the target and the directory to the target's include path (public in
+# the build tree), so that whatever links the target includes "<name>.h".
+# The IDL include path holds the directories of the IDL files, the broker's
+# own IDL (CosNaming.idl, Activation.idl, whose headers come with the
+# broker's library) and INCLUDE_DIRS. The generated files are remade when
+# their IDL file, the compiler or a file named in DEPENDS changes (#included
+# IDL files are not found by themselves: name them there). omniidl is needed
+# at build time only.
+#
+# Whoever includes this file sets KELVANOR_IDL_COMPILER (the kelvanor-idl
+# script), KELVANOR_IDL_SOURCE_DIR (the broker's IDL folder) and
+# KELVANOR_IDL_GENERATOR (the back end's files, for the dependencies): the
+# source tree to its own build, KelvanorConfig.cmake to an installed prefix.
 find_program(KELVANOR_OMNIIDL omniidl)
-set(KELVANOR_IDL_TOOL_DIR ${CMAKE_CURRENT_LIST_DIR}/../tools/idl)
-get_filename_component(KELVANOR_IDL_TOOL_DIR ${KELVANOR_IDL_TOOL_DIR} ABSOLUTE)
-file(GLOB KELVANOR_IDL_GENERATOR ${KELVANOR_IDL_TOOL_DIR}/*.py)
-get_filename_component(KELVANOR_IDL_SOURCE_DIR ${CMAKE_CURRENT_LIST_DIR}/../CORBA/idl ABSOLUTE)
 
 function(kelvanor_idl target)
   cmake_parse_arguments(KIDL "" "" "INCLUDE_DIRS;DEPENDS" ${ARGN})
   if(NOT KELVANOR_OMNIIDL)
-    message(FATAL_ERROR "kelvanor_idl: omniidl not found (tools/deps.sh installs it)")
+    message(FATAL_ERROR "kelvanor_idl: omniidl not found (install Debian's omniidl)")
   endif()
   set(out ${CMAKE_CURRENT_BINARY_DIR}/idl/${target})
-  set(compiler ${KELVANOR_IDL_TOOL_DIR}/kelvanor-idl)
   set(idls)
   set(includes)
   foreach(idl ${KIDL_UNPARSED_ARGUMENTS})
@@ -45,11 +46,13 @@ function(kelvanor_idl target)
     add_custom_command(
       OUTPUT ${out}/${name}.h ${out}/${name}.cc
       COMMAND ${CMAKE_COMMAND} -E env OMNIIDL=${KELVANOR_OMNIIDL}
-              ${compiler} ${includes} -o ${out} ${abs}
-      DEPENDS ${abs} ${compiler} ${KELVANOR_IDL_GENERATOR} ${extra}
+              ${KELVANOR_IDL_COMPILER} ${includes} -o ${out} ${abs}
+      DEPENDS ${abs} ${KELVANOR_IDL_COMPILER} ${KELVANOR_IDL_GENERATOR} ${extra}
       COMMENT "kelvanor-idl ${name}.idl"
       VERBATIM)
     target_sources(${target} PRIVATE ${out}/${name}.h ${out}/${name}.cc)
   endforeach()
-  target_include_directories(${target} PUBLIC ${out})
+  # Generated headers include the broker's as <kelvanor/...>, so this folder
+  # may come first on the path whatever its files are named.
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${out}>)
 endfunction()

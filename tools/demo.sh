@@ -16,49 +16,21 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build" -j"$(nproc)" --target vex vexctl iordump echo_server echo_client
 bin="$root/$build"
 
+source tools/naming.sh
 work=$(mktemp -d)
 pids=()
 cleanup() {
-  # wait gives the status of a process killed by a signal, or fails for one
-  # that is not our child (the server vex started): neither may stop the loop.
-  for p in "${pids[@]}"; do
-    kill "$p" 2>/dev/null || true
-    wait "$p" 2>/dev/null || true
-  done
+  stop_started
   rm -rf "$work"
 }
 trap cleanup EXIT
 
-# wait_for FILE TEXT [PID]: up to 10 seconds for TEXT to appear in FILE,
-# less if the process PID ends first.
-wait_for() {
-  for _ in $(seq 100); do
-    grep -q "$2" "$1" 2>/dev/null && return 0
-    [ -n "${3:-}" ] && ! kill -0 "$3" 2>/dev/null && return 1
-    sleep 0.1
-  done
-  return 1
-}
-
-mkdir -p "$work/ns" "$work/impl_dir" "$work/web/wai/NameService"
-# A port picked at random may be taken: omniNames then ends at once, and
-# another is tried.
-for attempt in 1 2 3 4 5; do
-  port=$(( 20000 + RANDOM % 20000 ))
-  rm -rf "$work/ns"/*
-  omniNames -start "$port" -logdir "$work/ns" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
-    >"$work/ns.out" 2>&1 &
-  pids+=($!)
-  wait_for "$work/ns.out" 'Root context is IOR:' $! && break
-  [ "$attempt" -eq 5 ] &&
-    { echo "demo: omniNames did not start" >&2; cat "$work/ns.out" >&2; exit 1; }
-done
-ior=$(grep -o 'IOR:[0-9a-f]*' "$work/ns.out" | head -1)
-echo "demo: naming service on 127.0.0.1:$port; its root reference, as iordump reads it:"
+mkdir -p "$work/impl_dir"
+start_naming "$work" || { echo "demo: no naming service" >&2; exit 1; }
+ior=$naming_ior
+echo "demo: naming service on 127.0.0.1:$naming_port; its root reference, as iordump reads it:"
 "$bin/iordump" "$ior" | sed 's/^/  /'
-# As a web server leaves it: the reference and a line end.
-echo "$ior" > "$work/web/wai/NameService/demo.IOR"
-export NS_SERVER_ROOT="$work/web" NS_SERVER_ID=demo KELVANOR_IMPL_PATH="$work/impl_dir"
+export KELVANOR_IMPL_PATH="$work/impl_dir"
 
 # A repository with one registration, written in the file's own layout:
 # 4-byte little-endian counts and lengths, strings without terminator.

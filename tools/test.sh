@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds Kelvanor with warnings as errors and runs every test through CTest,
-# first in an optimised build, then again under AddressSanitizer and UBSan,
-# and last runs every fuzz target for a short while (tools/fuzz.sh).
+# first in an optimised build with shared libraries, whose install, out-of-tree
+# builds and .deb packages tools/package_test.sh then tries, again under
+# AddressSanitizer and UBSan with static libraries, and last runs every fuzz
+# target for a short while (tools/fuzz.sh).
 # Usage: bash tools/test.sh     (build directories: build-test, build-test-asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,9 +12,13 @@ bash tools/deps.sh
 build=${KELVANOR_BUILD:-build-test}
 jobs=$(nproc)
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANOR_WERROR=ON >/dev/null
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANOR_WERROR=ON \
+  -DBUILD_SHARED_LIBS=ON >/dev/null
 cmake --build "$build" -j"$jobs"
 (cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 300)
+
+echo "== the installed broker: out-of-tree builds, vex as installed, the .deb packages =="
+bash tools/package_test.sh "$build"
 
 echo "== the same tests under AddressSanitizer and UBSan =="
 cmake -S . -B "$build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKELVANOR_WERROR=ON \

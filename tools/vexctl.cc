@@ -19,6 +19,7 @@
 #include "impldef.h"
 #include "orb.h"
 #include "vex_functions.h"
+#include <kelvanor/version.h>
 
 namespace {
 
@@ -37,6 +38,7 @@ enum Status {
 
 int usage(std::ostream& os, int status) {
     os << "usage: vexctl [broker options] [--ior <IOR:...|@file>] <command> [arguments]\n"
+          "       vexctl --help | --version\n"
           "commands:\n"
           "  reg <interface> <object> <path> [--policy shared|unshared|per-method]\n"
           "      [--arg A]... [--env NAME=VALUE]...   register a server program\n"
@@ -210,6 +212,10 @@ int main(int argc, char** argv) {
         std::vector<std::string> words(argv + 1, argv + argc);
         std::string ior;
         if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) return usage(std::cout, OK);
+        if (!words.empty() && words[0] == "--version") {
+            std::cout << "vexctl (Kelvanor) " << kelvanor_version << std::endl;
+            return OK;
+        }
         if (words.size() >= 2 && words[0] == "--ior") {
             ior = readReference(words[1].c_str());
             words.erase(words.begin(), words.begin() + 2);

@@ -3,7 +3,7 @@
 #ifndef KELVANOR_BOA_H
 #define KELVANOR_BOA_H
 
-#include "corba.h"
+#include <kelvanor/corba.h>
 
 class CORBA_Activator;
 class CORBA_Environment;

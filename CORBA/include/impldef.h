@@ -7,8 +7,8 @@
 
 #include <iosfwd>
 
-#include "corba.h"
-#include "sequence.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/sequence.h>
 
 class TBistream;
 class TBostream;

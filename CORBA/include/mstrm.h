@@ -7,8 +7,8 @@
 #ifndef KELVANOR_MSTRM_H
 #define KELVANOR_MSTRM_H
 
-#include "corba.h"
-#include "tbiostrm.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/tbiostrm.h>
 
 class CORBA_TypeCode;
 namespace IIOP {
@@ -58,7 +58,8 @@ public:
     // Raw bytes: no alignment, no swapping. The one place that reads the block.
     TBistream& get(char* p, unsigned n) override;
     TBistream& get(unsigned char* p, unsigned n) override;
-    // Arrays go element by element, each aligned and swapped by itself.
+    // Arrays align once (not at all for n == 0), move in one copy, then
+    // swap each element if the order differs. C++ long takes 4 bytes.
     TBistream& get(short* p, unsigned n) override;
     TBistream& get(unsigned short* p, unsigned n) override;
     TBistream& get(int* p, unsigned n) override;
@@ -92,6 +93,8 @@ public:
 private:
     template <class T>
     void readValue(T& v);
+    template <class Wire, class T>
+    void getArray(T* p, unsigned n);
     void skipPad(unsigned size);
     [[noreturn]] void shortData();
 
@@ -139,6 +142,7 @@ public:
     // Raw bytes: the one place that writes and grows the block.
     TBostream& put(const char* p, unsigned n) override;
     TBostream& put(const unsigned char* p, unsigned n) override;
+    // Arrays as on reading: one alignment, one copy; C++ long as 4 bytes.
     TBostream& put(const short* p, unsigned n) override;
     TBostream& put(const unsigned short* p, unsigned n) override;
     TBostream& put(const int* p, unsigned n) override;
@@ -165,6 +169,8 @@ private:
 
     template <class T>
     void writeValue(T v);
+    template <class Wire, class T>
+    void putArray(const T* p, unsigned n);
     void pad(unsigned size);
 
     char* _block;

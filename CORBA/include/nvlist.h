@@ -3,8 +3,8 @@
 #ifndef KELVANOR_NVLIST_H
 #define KELVANOR_NVLIST_H
 
-#include "corba.h"
-#include "except.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/except.h>
 
 class CORBA_Any;
 
@@ -45,12 +45,21 @@ public:
     // Drops one reference and returns what is left; the caller deletes at 0.
     CORBA::Long _deref() { return --_refcount; }
 
+    // Replaces name, value and flags by those read.
+    friend TBistream& operator>>(TBistream& strm, CORBA_NamedValue& nv);
+
 private:
     char* _name;        // from CORBA::strdup, or null
     CORBA_Any* _value;  // counted through the Any's own reference count
     CORBA::Flags _flags;
     CORBA::Long _refcount;
 };
+
+// The name, the Any (TypeCode and value) and the flags as unsigned long.
+TBostream& operator<<(TBostream& strm, const CORBA_NamedValue& nv);
+TBistream& operator>>(TBistream& strm, CORBA_NamedValue& nv);
+// On cout, cerr and clog "Name: " and "Value: " lines; elsewhere the stream form.
+std::ostream& operator<<(std::ostream& os, const CORBA_NamedValue& nv);
 
 // An ordered list of named values. The list holds one reference to each
 // item; every operation that hands out an item adds one for the caller.

@@ -7,9 +7,9 @@
 
 #include <iosfwd>
 
-#include "corba.h"
-#include "sequence.h"
-#include "zebtype.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/sequence.h>
+#include <kelvanor/zebtype.h>
 
 class TBistream;
 class TBostream;

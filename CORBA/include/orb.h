@@ -3,9 +3,9 @@
 #ifndef KELVANOR_ORB_H
 #define KELVANOR_ORB_H
 
-#include "corba.h"
-#include "object.h"
-#include "sequence.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/object.h>
+#include <kelvanor/sequence.h>
 
 class CORBA_BOA;
 class CORBA_ORB;

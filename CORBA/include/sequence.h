@@ -7,7 +7,7 @@
 
 #include <iosfwd>
 
-#include "corba.h"
+#include <kelvanor/corba.h>
 
 class TBistream;
 class TBostream;

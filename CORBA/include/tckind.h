@@ -2,7 +2,7 @@
 #ifndef KELVANOR_TCKIND_H
 #define KELVANOR_TCKIND_H
 
-#include "corba.h"
+#include <kelvanor/corba.h>
 
 namespace CORBA {
 

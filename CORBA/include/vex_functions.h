@@ -4,8 +4,8 @@
 #ifndef KELVANOR_VEX_FUNCTIONS_H
 #define KELVANOR_VEX_FUNCTIONS_H
 
-#include "Activation.h"
-#include "CosNaming.h"
+#include <kelvanor/Activation.h>
+#include <kelvanor/CosNaming.h>
 
 // The root naming context named by the IOR file
 // $NS_SERVER_ROOT/wai/NameService/<server>.IOR, where <server> is

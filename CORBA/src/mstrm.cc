@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 #include "except.h"
@@ -166,45 +167,43 @@ TBistream& CORBA_MarshalInBuffer::get(unsigned char* p, unsigned n) {
     return get(reinterpret_cast<char*>(p), n);
 }
 
-TBistream& CORBA_MarshalInBuffer::get(short* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
+template <class Wire, class T>
+void CORBA_MarshalInBuffer::getArray(T* p, unsigned n) {
+    if (n == 0) return;
+    skipPad(sizeof(Wire));
+    const uint64_t bytes = uint64_t(n) * sizeof(Wire);
+    if (bytes > _size - _cursor) {
+        std::memset(p, 0, size_t(n) * sizeof(T));
+        shortData();
+    }
+    const char* src = _block + _cursor;
+    const bool swap = _byteOrder != (CORBA::ByteOrder ? 1 : 0);
+    if constexpr (sizeof(T) == sizeof(Wire)) {
+        std::memcpy(p, src, bytes);
+        if (swap)
+            for (unsigned i = 0; i < n; ++i) reverseBytes(p[i]);
+    } else {
+        // 4-byte images of 8-byte longs, widened one by one.
+        using Narrow = std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>;
+        for (unsigned i = 0; i < n; ++i) {
+            Narrow w;
+            std::memcpy(&w, src + size_t(i) * sizeof w, sizeof w);
+            if (swap) reverseBytes(w);
+            p[i] = w;
+        }
+    }
+    _cursor += static_cast<CORBA::ULong>(bytes);
+    _align += static_cast<CORBA::ULong>(bytes);
 }
 
-TBistream& CORBA_MarshalInBuffer::get(unsigned short* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(int* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(unsigned int* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(long* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(unsigned long* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(float* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
-
-TBistream& CORBA_MarshalInBuffer::get(double* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this >> p[i];
-    return *this;
-}
+TBistream& CORBA_MarshalInBuffer::get(short* p, unsigned n) { getArray<uint16_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(unsigned short* p, unsigned n) { getArray<uint16_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(int* p, unsigned n) { getArray<uint32_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(unsigned int* p, unsigned n) { getArray<uint32_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(long* p, unsigned n) { getArray<uint32_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(unsigned long* p, unsigned n) { getArray<uint32_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(float* p, unsigned n) { getArray<uint32_t>(p, n); return *this; }
+TBistream& CORBA_MarshalInBuffer::get(double* p, unsigned n) { getArray<uint64_t>(p, n); return *this; }
 
 TBistream& CORBA_MarshalInBuffer::getCString(char* buf, unsigned max) {
     CORBA::ULong count = 0;
@@ -348,45 +347,34 @@ TBostream& CORBA_MarshalOutBuffer::put(const unsigned char* p, unsigned n) {
     return put(reinterpret_cast<const char*>(p), n);
 }
 
-TBostream& CORBA_MarshalOutBuffer::put(const short* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
+template <class Wire, class T>
+void CORBA_MarshalOutBuffer::putArray(const T* p, unsigned n) {
+    if (n == 0) return;
+    pad(sizeof(Wire));
+    if constexpr (sizeof(T) == sizeof(Wire)) {
+        if (uint64_t(n) * sizeof(T) > UINT32_MAX) throw CORBA_NO_MEMORY(0, CORBA::COMPLETED_NO);
+        put(reinterpret_cast<const char*>(p), n * static_cast<unsigned>(sizeof(T)));
+    } else {
+        // 8-byte longs narrowed to their 4-byte images, a chunk at a time.
+        using Narrow = std::conditional_t<std::is_signed<T>::value, int32_t, uint32_t>;
+        Narrow chunk[256];
+        for (unsigned done = 0; done < n;) {
+            unsigned k = n - done < 256 ? n - done : 256;
+            for (unsigned i = 0; i < k; ++i) chunk[i] = static_cast<Narrow>(p[done + i]);
+            put(reinterpret_cast<const char*>(chunk), k * static_cast<unsigned>(sizeof(Narrow)));
+            done += k;
+        }
+    }
 }
 
-TBostream& CORBA_MarshalOutBuffer::put(const unsigned short* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const int* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const unsigned int* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const long* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const unsigned long* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const float* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
-
-TBostream& CORBA_MarshalOutBuffer::put(const double* p, unsigned n) {
-    for (unsigned i = 0; i < n; ++i) *this << p[i];
-    return *this;
-}
+TBostream& CORBA_MarshalOutBuffer::put(const short* p, unsigned n) { putArray<uint16_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const unsigned short* p, unsigned n) { putArray<uint16_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const int* p, unsigned n) { putArray<uint32_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const unsigned int* p, unsigned n) { putArray<uint32_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const long* p, unsigned n) { putArray<uint32_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const unsigned long* p, unsigned n) { putArray<uint32_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const float* p, unsigned n) { putArray<uint32_t>(p, n); return *this; }
+TBostream& CORBA_MarshalOutBuffer::put(const double* p, unsigned n) { putArray<uint64_t>(p, n); return *this; }
 
 TBostream& CORBA_MarshalOutBuffer::putCString(const char* s) {
     if (!s) {

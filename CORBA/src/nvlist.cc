@@ -1,7 +1,11 @@
 // Named values and their lists.
 #include "nvlist.h"
 
+#include <iostream>
+
 #include "any.h"
+#include "tbiostrm.h"
+#include "zebread.h"
 
 CORBA_EXCEPTION_DEFINE(CORBA_NVList::Bounds, "CORBA::NVList::Bounds",
                        "IDL:omg.org/CORBA/NVList/Bounds:1.0", CORBA_UserException);
@@ -119,4 +123,46 @@ CORBA_NamedValue* CORBA_NamedValue_var::_retn() {
     CORBA_NamedValue* p = _ptr;
     _ptr = nullptr;
     return p;
+}
+
+// ------------------------------------------------------------------ streams
+
+TBostream& operator<<(TBostream& strm, const CORBA_NamedValue& nv) {
+    strm << nv.name();
+    if (nv.value())
+        strm << *nv.value();
+    else
+        strm << CORBA_Any();
+    return strm << static_cast<unsigned long>(nv.flags());
+}
+
+TBistream& operator>>(TBistream& strm, CORBA_NamedValue& nv) {
+    CORBA_String_var name;
+    strm >> name.out();
+    ZEBcheckStream(strm);
+    CORBA_Any_var value = new CORBA_Any;
+    strm >> *value;
+    unsigned long flags = 0;
+    strm >> flags;
+    ZEBcheckStream(strm);
+    CORBA::string_free(nv._name);
+    nv._name = name._retn();
+    CORBA::release(nv._value);
+    nv._value = value._retn();
+    nv._flags = static_cast<CORBA::Flags>(flags);
+    return strm;
+}
+
+std::ostream& operator<<(std::ostream& os, const CORBA_NamedValue& nv) {
+    if (!ZEBisConsole(os)) {
+        TBostream strm(os);
+        strm << nv;
+        return os;
+    }
+    os << "Name: " << (nv.name() ? nv.name() : "") << std::endl;
+    if (nv.value())
+        os << "Value: " << *nv.value() << std::endl;
+    else
+        os << "Value: (null)" << std::endl;
+    return os;
 }

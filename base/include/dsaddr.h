@@ -6,7 +6,7 @@
 #ifndef KELVANOR_DSADDR_H
 #define KELVANOR_DSADDR_H
 
-#include "tbresrc.h"
+#include <kelvanor/tbresrc.h>
 
 struct sockaddr_in;
 

@@ -4,7 +4,7 @@
 #ifndef KELVANOR_DSASSOC_H
 #define KELVANOR_DSASSOC_H
 
-#include "tbresrc.h"
+#include <kelvanor/tbresrc.h>
 
 // Holds a reference to its key and its value. It hashes and compares as its
 // key, and is equal both to another association with an equal key and to a

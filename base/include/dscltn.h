@@ -3,7 +3,7 @@
 #ifndef KELVANOR_DSCLTN_H
 #define KELVANOR_DSCLTN_H
 
-#include "tbresrc.h"
+#include <kelvanor/tbresrc.h>
 
 class DSIterator;
 class DSLink;

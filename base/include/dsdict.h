@@ -2,8 +2,8 @@
 #ifndef KELVANOR_DSDICT_H
 #define KELVANOR_DSDICT_H
 
-#include "dsassoc.h"
-#include "dsset.h"
+#include <kelvanor/dsassoc.h>
+#include <kelvanor/dsset.h>
 
 class DSDictionary : public DSSet {
     TB_DECLARE_CLASS(DSDictionary);

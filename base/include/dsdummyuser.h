@@ -4,7 +4,7 @@
 #ifndef KELVANOR_DSDUMMYUSER_H
 #define KELVANOR_DSDUMMYUSER_H
 
-#include "dsuser.h"
+#include <kelvanor/dsuser.h>
 
 class DSDummyUser : public DSUser {
 public:

@@ -3,7 +3,7 @@
 #ifndef KELVANOR_DSLIST_H
 #define KELVANOR_DSLIST_H
 
-#include "dscltn.h"
+#include <kelvanor/dscltn.h>
 
 class DSLinkedList : public DSCollection {
     TB_DECLARE_CLASS(DSLinkedList);

@@ -3,8 +3,8 @@
 #ifndef KELVANOR_DSNAME_H
 #define KELVANOR_DSNAME_H
 
-#include "tbresrc.h"
-#include "tbstring.h"
+#include <kelvanor/tbresrc.h>
+#include <kelvanor/tbstring.h>
 
 // Kind of the argument of a name. Every name the broker makes uses 1; other
 // values may come from an agent and are kept as they are.

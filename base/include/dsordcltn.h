@@ -2,7 +2,7 @@
 #ifndef KELVANOR_DSORDCLTN_H
 #define KELVANOR_DSORDCLTN_H
 
-#include "dscltn.h"
+#include <kelvanor/dscltn.h>
 
 class DSOrderedCltn : public DSCollection {
     TB_DECLARE_CLASS(DSOrderedCltn);

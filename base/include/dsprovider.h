@@ -3,8 +3,8 @@
 #ifndef KELVANOR_DSPROVIDER_H
 #define KELVANOR_DSPROVIDER_H
 
-#include "dsaddr.h"
-#include "dsname.h"
+#include <kelvanor/dsaddr.h>
+#include <kelvanor/dsname.h>
 
 // The protocol a provider speaks. The broker only ever uses 0; other values
 // from an agent are kept as they are.

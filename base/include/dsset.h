@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "dscltn.h"
+#include <kelvanor/dscltn.h>
 
 class DSSet : public DSCollection {
     TB_DECLARE_CLASS(DSSet);

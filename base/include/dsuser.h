@@ -8,7 +8,7 @@
 #ifndef KELVANOR_DSUSER_H
 #define KELVANOR_DSUSER_H
 
-#include "iohandle.h"
+#include <kelvanor/iohandle.h>
 
 class DSAddr;
 class DSName;

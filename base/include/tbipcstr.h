@@ -6,7 +6,7 @@
 #ifndef KELVANOR_TBIPCSTR_H
 #define KELVANOR_TBIPCSTR_H
 
-#include "tbiostrm.h"
+#include <kelvanor/tbiostrm.h>
 
 // Two areas with read and write positions. A read-only buffer is
 // TBipcbuf(0, size), a write-only one TBipcbuf(size, 0).

@@ -4,7 +4,7 @@
 #ifndef KELVANOR_TBRESRC_H
 #define KELVANOR_TBRESRC_H
 
-#include "tbtinfo.h"
+#include <kelvanor/tbtinfo.h>
 
 // Holders call ref() when they keep a pointer and unref() when they drop it.
 // An object that nobody ever referenced is deleted by its first unref(), so

@@ -3,7 +3,7 @@
 #ifndef KELVANOR_TBSTRING_H
 #define KELVANOR_TBSTRING_H
 
-#include "tbtinfo.h"
+#include <kelvanor/tbtinfo.h>
 
 class TBString : public TBObject {
     TB_DECLARE_CLASS(TBString);

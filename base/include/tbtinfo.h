@@ -111,6 +111,8 @@ public:
 // registers, so that a stream may name any of them; they do nothing else.
 void TBinit();
 void TBTinit();
+// The same for the agent client's classes (DSAddr, DSName, DSProvider).
+void DSinit();
 
 // Checked downcast support; see TB_CAST.
 [[noreturn]] void tbCastFailed(const TBTypeInfo* actual, const TBTypeInfo* target,

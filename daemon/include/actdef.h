@@ -6,8 +6,8 @@
 #ifndef KELVANOR_ACTDEF_H
 #define KELVANOR_ACTDEF_H
 
-#include "iohandle.h"
-#include "Activation.h"
+#include <kelvanor/iohandle.h>
+#include <kelvanor/Activation.h>
 
 class CORBA_CreationImplDef;
 class CORBA_Object;

@@ -21,7 +21,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "tbiostrm.h"
+#include <kelvanor/tbiostrm.h>
 
 class TBfstream : public TBistream, public TBostream {
 public:

@@ -8,9 +8,9 @@
 #include <memory>
 #include <vector>
 
-#include "Activation.h"
-#include "dsdict.h"
-#include "zebstring.h"
+#include <kelvanor/Activation.h>
+#include <kelvanor/dsdict.h>
+#include <kelvanor/zebstring.h>
 
 class CORBA_CreationImplDef;
 class CORBA_Object;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "boa.h"
@@ -13,6 +14,7 @@
 #include "zebglob.h"
 #include "vexsrv.h"
 #include "vextrust.h"
+#include <kelvanor/version.h>
 
 using std::cout;
 using std::endl;
@@ -31,6 +33,15 @@ void usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // -V prints the version before the broker starts, which opens the
+    // adapter's listening socket.
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-V") == 0) {
+            cout << "vex (Kelvanor) " << kelvanor_version << endl;
+            return 0;
+        }
+    }
+
     // SIGKILL and SIGSTOP cannot be caught; the calls stay for the record
     // of what the daemon asks for, and their results mean nothing.
     signal(SIGPIPE, SIG_IGN);

@@ -7,9 +7,9 @@
 #include <memory>
 #include <sys/time.h>
 
-#include "fdmask.h"
-#include "iohandle.h"
-#include "timerqueue.h"
+#include <kelvanor/fdmask.h>
+#include <kelvanor/iohandle.h>
+#include <kelvanor/timerqueue.h>
 
 typedef bool iv_boolean;
 

@@ -8,9 +8,10 @@
 #include <iostream>
 #include <string>
 
+#include <kelvanor/except.h>
+#include <kelvanor/orb.h>
+
 #include "echo.h"
-#include "except.h"
-#include "orb.h"
 
 namespace {
 

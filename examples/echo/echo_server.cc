@@ -14,10 +14,11 @@
 #include <iostream>
 #include <string>
 
-#include "boa.h"
+#include <kelvanor/boa.h>
+#include <kelvanor/except.h>
+#include <kelvanor/orb.h>
+
 #include "echo.h"
-#include "except.h"
-#include "orb.h"
 
 namespace {
 

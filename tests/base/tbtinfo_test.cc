@@ -1,5 +1,5 @@
 // Class descriptors: registration and lookup, the declared-base walk, the
-// checked cast, what TBinit() links in; TBString, which hashes like class
+// checked cast, what TBinit() and DSinit() link in; TBString, which hashes like class
 // names.
 #include "tbtinfo.h"
 
@@ -10,10 +10,13 @@
 
 #include <unistd.h>
 
+#include "dsaddr.h"
 #include "dsassoc.h"
 #include "dsdict.h"
 #include "dslist.h"
+#include "dsname.h"
 #include "dsordcltn.h"
+#include "dsprovider.h"
 #include "dstestkey.h"
 #include "process.h"
 #include "tbiostrm.h"
@@ -113,9 +116,31 @@ TEST(TBObject, EqualityAndCheckedCast) {
                  "Invalid cast: Cannot cast 'TTLeaf' to 'TTOther'\nFile: .*tbtinfo_test.cc, Line: [0-9]+");
 }
 
-// Only a program of its own shows what TBinit() links in: this suite links
-// every unit anyway. The probe reads the objects with nothing but TBinit()
-// and writes them back; each class of the base library is named on the way.
+// Only a program of its own shows what an initialiser links in: this suite
+// links every unit anyway. A probe reads the objects written here with
+// nothing but its initialiser, and writes them back; each class is named on
+// the way, and one that did not come in makes the read fail.
+void probeEchoes(const char* probePath, const TBTransObject& a, const TBTransObject& b,
+                 const TBTransObject* c = nullptr) {
+    std::ostringstream text;
+    {
+        TBostream out(text);
+        out << &a << &b;
+        if (c) out << c;
+    }
+    ktest::TempDir dir("tbinit");
+    ktest::Process::Options opts;
+    opts.argv = {probePath};
+    opts.stdinPath = dir.file("in");
+    ASSERT_TRUE(ktest::writeFile(opts.stdinPath, text.str()));
+    ktest::Process probe;
+    ASSERT_TRUE(probe.start(opts)) << probe.error();
+    ASSERT_TRUE(probe.wait(std::chrono::seconds(10)));
+    EXPECT_EQ(probe.exitCode(), 0);
+    EXPECT_EQ(probe.stderrText(), "");
+    EXPECT_EQ(probe.stdoutText(), text.str());
+}
+
 TEST(TBinit, LinksInEveryClassTheBaseLibraryRegisters) {
     // Tables sized as a reader sizes them (for their count), so that the
     // text written back is the text read.
@@ -129,24 +154,16 @@ TEST(TBinit, LinksInEveryClassTheBaseLibraryRegisters) {
     top.add(*set);
     top.add(*dict);
     top.add(*list);
-    TBString str("text");
-    std::ostringstream text;
-    {
-        TBostream out(text);
-        out << static_cast<const TBTransObject*>(&str) << static_cast<const TBTransObject*>(&top);
-    }
+    probeEchoes(KELVANOR_TBINIT_PROBE, TBString("text"), top);
+}
 
-    ktest::TempDir dir("tbinit");
-    ktest::Process::Options opts;
-    opts.argv = {KELVANOR_TBINIT_PROBE};
-    opts.stdinPath = dir.file("in");
-    ASSERT_TRUE(ktest::writeFile(opts.stdinPath, text.str()));
-    ktest::Process probe;
-    ASSERT_TRUE(probe.start(opts)) << probe.error();
-    ASSERT_TRUE(probe.wait(std::chrono::seconds(10)));
-    EXPECT_EQ(probe.exitCode(), 0);
-    EXPECT_EQ(probe.stderrText(), "");
-    EXPECT_EQ(probe.stdoutText(), text.str());
+// DSinit() in a program of the base library, _CORBA_init() in one of the broker.
+TEST(DSinit, LinksInTheAgentClientClassesAsCorbaInitDoes) {
+    DSAddr addr(4711, 0x7f000001u);
+    DSName name("Demo::Echo", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+    DSProvider prov(name, addr, DS_PROTOCOL_DEFAULT, 0);
+    probeEchoes(KELVANOR_DSINIT_PROBE, addr, name, &prov);
+    probeEchoes(KELVANOR_CINIT_PROBE, addr, name, &prov);
 }
 
 TEST(TBString, HashAssignmentAndConcatenation) {

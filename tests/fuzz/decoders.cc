@@ -4,13 +4,16 @@
 #include <memory>
 #include <string>
 
+#include "any.h"
 #include "corba.h"
 #include "except.h"
 #include "giop.h"
 #include "impldef.h"
+#include "mstrm.h"
 #include "object.h"
 #include "sequence.h"
 #include "tbiostrm.h"
+#include "typecode.h"
 #include "zebstring.h"
 
 namespace kfuzz {
@@ -40,7 +43,7 @@ void array(TBistream& s, unsigned n) {
 
 void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
     const unsigned arg = op >> 5;  // a small parameter for some decoders
-    switch (op % 22) {
+    switch ((op & 31) % 24) {  // the low five bits pick, the high three are arg
     case 0:
         primitives(s);
         break;
@@ -164,6 +167,23 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
     case 20: {
         CORBA_Environment env;
         s >> env;
+        break;
+    }
+    case 22: {
+        // A connection stream reads through getTypeCode and its table.
+        CORBA_TypeCode_var tc;
+        s >> tc.out();
+        (void)hash(tc.operator->());
+        break;
+    }
+    case 23: {
+        CORBA_Any a;
+        s >> a;
+        (void)hash(a);
+        // The held value walked back out, as an echo would send it.
+        CORBA_MarshalOutBuffer out;
+        out.owns_buffer(1);
+        out << a;
         break;
     }
     default: {

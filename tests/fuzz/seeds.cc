@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "any.h"
 #include "boa.h"
 #include "common.h"
 #include "dsassoc.h"
@@ -25,10 +26,13 @@
 #include "giop.h"
 #include "impldef.h"
 #include "iorstr.h"
+#include "mstrm.h"
+#include "nvlist.h"
 #include "orb.h"
 #include "sequence.h"
 #include "tbipcstr.h"
 #include "tbstring.h"
+#include "typecode.h"
 #include "vexsrv.h"
 #include "zebstrm.h"
 #include "zebstring.h"
@@ -153,6 +157,35 @@ void cdrSeeds() {
         IOP::IOR ior = sampleIOR();
         o << ior;
         ZEBString("text").write(o);
+    });
+    one("typecodes", {22, 22}, [](TBostream& o) {
+        // A struct that holds one member TypeCode twice: an indirection.
+        const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
+        CORBA_TypeCode_var s =
+            new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
+        const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
+        CORBA_TypeCode_var t =
+            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+        CORBA_Any one;
+        one <<= CORBA::Long(1);
+        const ZEBTCMember arms[] = {{"x", CORBA::_tc_long, &one}, {"y", CORBA::_tc_string, nullptr}};
+        CORBA_TypeCode_var u =
+            new CORBA_TypeCode("IDL:U:1.0", "U", CORBA::_tc_long, arms, 2, 0);
+        o << t.operator->() << u.operator->();
+    });
+    one("anys", {23, 23, 23}, [](TBostream& o) {
+        const char* colors[] = {"red", "green"};
+        CORBA_TypeCode_var e = new CORBA_TypeCode("IDL:C:1.0", "C", colors, 2, 0);
+        CORBA_TypeCode_var seq = new CORBA_TypeCode(CORBA::tk_sequence, 0, e, 0);
+        CORBA_MarshalOutBuffer b;
+        b << 2UL << 0UL << 1UL;
+        CORBA_Any enums(CORBA_TypeCode::_duplicate(seq), b);
+        CORBA_Any inner;
+        inner <<= "text";
+        CORBA_Any nested;
+        nested <<= inner;
+        CORBA_Any record(CORBA::_tc_NamedValue, new CORBA_NamedValue("n", &inner, 1), 1);
+        o << enums << nested << record;
     });
     one("arrays", {16 | 64}, [](TBostream& o) {
         short h[6] = {1, 2, 3, 4, 5, 6};

@@ -78,12 +78,17 @@ TEST(KelvanorIdl, WritesIntoTheOutputDirectoryAndIncludesWhatItIncludes) {
     ASSERT_TRUE(ktest::writeFile(dir.file("inc/base.idl"),
                                  "#pragma prefix \"ex\"\nmodule B { interface Root {}; };\n"));
     ASSERT_TRUE(ktest::writeFile(dir.file("top.idl"),
-                                 "#include \"base.idl\"\nmodule T {\n"
+                                 "#include \"base.idl\"\n#include <CosNaming.idl>\nmodule T {\n"
                                  "  interface Leaf : B::Root { void f(); };\n};\n"));
     Outcome r = compile(dir, {"-I", "inc", "-o", "gen", "top.idl"});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string header = ktest::readFile(dir.file("gen/top.h"));
+    // The user's header by its name, the broker's by a path that no
+    // generated file can take.
     EXPECT_NE(header.find("#include \"base.h\""), std::string::npos);
+    EXPECT_NE(header.find("#include <kelvanor/CosNaming.h>"), std::string::npos);
+    EXPECT_NE(header.find("#include <kelvanor/corba.h>"), std::string::npos);
+    EXPECT_EQ(header.find("#include \"corba.h\""), std::string::npos);
     EXPECT_NE(header.find("class Leaf : public virtual B::Root {"), std::string::npos);
     // What base.idl declares is its own header's business.
     EXPECT_EQ(header.find("class Root :"), std::string::npos);

@@ -362,6 +362,41 @@ TEST(CORBA_MarshalBuffers, HostOrderOutBothOrdersInWithPadding) {
     }
 }
 
+TEST(CORBA_MarshalBuffers, ArraysMoveAtOnceAsFourByteLongs) {
+    CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
+    const long ls[2] = {1, -2};
+    const short ss[1] = {3};
+    out << 'x';
+    out.put(ls, 2);  // 3 pad bytes, then two 4-byte images
+    out.put(ss, 0);  // an empty array takes no padding
+    out << 'y';
+    out.put(ss, 1);  // 1 pad byte
+    ASSERT_EQ(16u, out.length());
+    CORBA_MarshalInBuffer in(out.buffer(), out.length());
+    char c;
+    long back[2];
+    short sh;
+    in >> c;
+    in.get(back, 2);
+    in >> c;
+    in.get(&sh, 1);
+    EXPECT_EQ(-2, back[1]);
+    EXPECT_EQ(3, sh);
+
+    // The other order, swapped element by element after one copy.
+    const char big[] = {0, 0, 0, 1, '\xff', '\xff', '\xff', '\xfe', 0, 7};
+    CORBA_MarshalInBuffer be(const_cast<char*>(big), sizeof big);
+    be.byte_order(!CORBA::ByteOrder);
+    unsigned long ul[2];
+    be.get(ul, 2);
+    be.get(&sh, 1);
+    EXPECT_EQ(1u, ul[0]);
+    EXPECT_EQ(0xfffffffeu, ul[1]);
+    EXPECT_EQ(7, sh);
+    expectMarshal([&] { be.get(&sh, 1); });
+}
+
 TEST(CORBA_MarshalBuffers, NullAndEmptyStringsStayDifferent) {
     CORBA_MarshalOutBuffer out;
     out.owns_buffer(1);

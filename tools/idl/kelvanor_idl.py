@@ -8,8 +8,14 @@ tree into, for each X.idl, a header X.h and a source X.cc in the directory
 that omniidl runs it in: this module builds a model of the declarations and
 kelvanor_idl_out writes the two files from it. Declarations that come from
 #included IDL files are not generated again: X.h includes their headers
-(Y.idl gives "Y.h"). Errors go to stderr as "file:line: message", and the
-exit status is 1.
+(Y.idl gives "Y.h"; the name of one of the broker's own IDL files, those in
+the folder of the back-end argument broker_idl=<dir>, gives <kelvanor/Y.h>,
+whose classes come with the broker's library). omniidl tells only the name
+of an included file, not its folder, so the name decides: a user's file of
+such a name would generate classes that clash with the broker's anyway. The broker's headers
+are always included as <kelvanor/...>, a path that no generated file can
+take, so that a user's orb.idl or corba.idl cannot hide them. Errors go to
+stderr as "file:line: message", and the exit status is 1.
 
 C++ mapping
 -----------
@@ -342,9 +348,9 @@ STRINGS = Ty("seq", "CORBA_StringSequence", variable=True)
 
 # The classes of impldef.h need no header named in their pragma.
 KNOWN_CLASS_HEADERS = {
-    "CORBA_ImplementationDef": "impldef.h",
-    "CORBA_CreationImplDef": "impldef.h",
-    "CORBA_ActivationImplDef": "impldef.h",
+    "CORBA_ImplementationDef": "<kelvanor/impldef.h>",
+    "CORBA_CreationImplDef": "<kelvanor/impldef.h>",
+    "CORBA_ActivationImplDef": "<kelvanor/impldef.h>",
 }
 
 # Members of CORBA_Object and of every stub class whose names a dispatch
@@ -409,12 +415,13 @@ def ancestors(iface):
 
 
 class Generator:
-    def __init__(self, tree):
+    def __init__(self, tree, broker_idl=()):
         self.tree = tree
+        self.broker_idl = broker_idl  # names of the broker's IDL files
         self.structs = {}       # scoped name tuple -> Struct, of the whole tree
-        self.classes = {}       # scoped name tuple -> (C++ class, header)
+        self.classes = {}       # scoped name tuple -> (C++ class, "header" or <header>)
         self.variable_cache = {}
-        self.includes = []      # headers of #included IDL files
+        self.includes = []      # "Y.h" or <kelvanor/Y.h> of #included IDL files
         self.items = []
         self.skeletons = []     # interface items, in order
 
@@ -471,8 +478,8 @@ class Generator:
                                "usage: #pragma kelvanor_class <struct> <C++ class> [<header>]")
             name, cls = words[1], words[2]
             header = words[3] if len(words) == 4 else KNOWN_CLASS_HEADERS.get(cls)
-            if header and header[0] in "\"<":
-                header = header[1:-1]
+            if header and header[0] not in "\"<":
+                header = '"%s"' % header
             target = self.lookup_struct(name, scope)
             if target is None:
                 raise GenError("%s:%d" % (p.file(), p.line()),
@@ -595,7 +602,7 @@ class Generator:
 
     def top(self, decl, modpath):
         if not decl.mainFile():
-            header = os.path.splitext(os.path.basename(decl.file()))[0] + ".h"
+            header = self.include_of(decl.file())
             if header not in self.includes:
                 self.includes.append(header)
             return
@@ -604,6 +611,14 @@ class Generator:
                 self.top(d, modpath + [decl.identifier()])
             return
         self.declare(decl, modpath, None, self.items)
+
+    def include_of(self, idl):
+        """How X.h includes the header of the #included IDL file idl."""
+        name = os.path.basename(idl)
+        header = os.path.splitext(name)[0] + ".h"
+        if name in self.broker_idl:
+            return "<kelvanor/%s>" % header
+        return '"%s"' % header
 
     def owner_names(self, owner):
         if owner is None:
@@ -853,8 +868,13 @@ def wrap(head, items, tail, width=96):
 def run(tree, args):
     import kelvanor_idl_out  # the writers use the names of this module
     base = os.path.splitext(os.path.basename(tree.file()))[0]
+    broker_idl = set()
+    for arg in args:
+        if arg.startswith("broker_idl="):
+            folder = arg[len("broker_idl="):]
+            broker_idl.update(f for f in os.listdir(folder) if f.endswith(".idl"))
     try:
-        gen = Generator(tree)
+        gen = Generator(tree, broker_idl)
         gen.build()
         header = kelvanor_idl_out.HeaderWriter(gen, base).write()
         source = kelvanor_idl_out.SourceWriter(gen, base).write()

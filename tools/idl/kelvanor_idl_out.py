@@ -75,15 +75,15 @@ class HeaderWriter:
         w()
         w("#include <iosfwd>")
         w()
-        headers = ["corba.h", "except.h", "object.h", "sequence.h", "zebidl.h", "zebseq.h",
-                   "zebtype.h"]
+        headers = ["<kelvanor/%s.h>" % h for h in
+                   ("corba", "except", "object", "sequence", "zebidl", "zebseq", "zebtype")]
         for cls, header in gen.classes.values():
             if header and header not in headers:
                 headers.append(header)
         for h in headers:
-            w('#include "%s"' % h)
+            w("#include %s" % h)
         for h in gen.includes:
-            w('#include "%s"' % h)
+            w("#include %s" % h)
         w()
         w("class CORBA_MarshalStream;")
         w("class TBistream;")
@@ -311,7 +311,7 @@ class SourceWriter:
         w()
         w("#include <ostream>")
         w()
-        w('#include "mstrm.h"')
+        w("#include <kelvanor/mstrm.h>")
         w()
         for item in self.gen.items:
             self.item(item)

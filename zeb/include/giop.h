@@ -18,9 +18,9 @@
 #include <iosfwd>
 #include <vector>
 
-#include "corba.h"
-#include "sequence.h"
-#include "zebseq.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/sequence.h>
+#include <kelvanor/zebseq.h>
 
 class TBistream;
 class TBostream;

@@ -4,11 +4,11 @@
 #ifndef KELVANOR_ZEBBCLNT_H
 #define KELVANOR_ZEBBCLNT_H
 
-#include "dsdict.h"
-#include "giop.h"
-#include "sequence.h"
-#include "iohandle.h"
-#include "zebstrm.h"
+#include <kelvanor/dsdict.h>
+#include <kelvanor/giop.h>
+#include <kelvanor/sequence.h>
+#include <kelvanor/iohandle.h>
+#include <kelvanor/zebstrm.h>
 
 class CORBA_Object;
 class CORBA_OctetSequence;

@@ -4,11 +4,11 @@
 #ifndef KELVANOR_ZEBBOA_H
 #define KELVANOR_ZEBBOA_H
 
-#include "boa.h"
-#include "dsdict.h"
-#include "iohandle.h"
-#include "zebstrm.h"
-#include "zebtype.h"
+#include <kelvanor/boa.h>
+#include <kelvanor/dsdict.h>
+#include <kelvanor/iohandle.h>
+#include <kelvanor/zebstrm.h>
+#include <kelvanor/zebtype.h>
 
 class DSAddr;
 class DSName;

@@ -5,10 +5,10 @@
 #ifndef KELVANOR_ZEBGLOB_H
 #define KELVANOR_ZEBGLOB_H
 
-#include "corba.h"
-#include "dsset.h"
-#include "object.h"
-#include "sequence.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/dsset.h>
+#include <kelvanor/object.h>
+#include <kelvanor/sequence.h>
 
 class CORBA_Exception;
 class CORBA_Environment;

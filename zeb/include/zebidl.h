@@ -6,10 +6,10 @@
 #ifndef KELVANOR_ZEBIDL_H
 #define KELVANOR_ZEBIDL_H
 
-#include "corba.h"
-#include "except.h"
-#include "object.h"
-#include "tbiostrm.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/except.h>
+#include <kelvanor/object.h>
+#include <kelvanor/tbiostrm.h>
 
 // Owns one reference to an object of interface T (the X_var of every
 // generated interface X). A T* is adopted; a copy of the holder duplicates.

@@ -10,9 +10,9 @@
 
 #include <vector>
 
-#include "dsset.h"
-#include "giop.h"
-#include "iohandle.h"
+#include <kelvanor/dsset.h>
+#include <kelvanor/giop.h>
+#include <kelvanor/iohandle.h>
 
 class DSProvider;
 class ZEBIIOPstream;

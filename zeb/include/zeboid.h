@@ -8,9 +8,9 @@
 #ifndef KELVANOR_ZEBOID_H
 #define KELVANOR_ZEBOID_H
 
-#include "corba.h"
-#include "sequence.h"
-#include "zebstring.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/sequence.h>
+#include <kelvanor/zebstring.h>
 
 class TBistream;
 class TBostream;

@@ -4,8 +4,8 @@
 #ifndef KELVANOR_ZEBORB_H
 #define KELVANOR_ZEBORB_H
 
-#include "dsdict.h"
-#include "orb.h"
+#include <kelvanor/dsdict.h>
+#include <kelvanor/orb.h>
 
 class DSAddr;
 class DSProvider;

@@ -4,7 +4,7 @@
 #ifndef KELVANOR_ZEBREAD_H
 #define KELVANOR_ZEBREAD_H
 
-#include "corba.h"
+#include <kelvanor/corba.h>
 
 class TBistream;
 class TBipcbuf;

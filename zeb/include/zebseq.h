@@ -9,10 +9,10 @@
 #include <memory>
 #include <type_traits>
 
-#include "corba.h"
-#include "except.h"
-#include "tbiostrm.h"
-#include "zebread.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/except.h>
+#include <kelvanor/tbiostrm.h>
+#include <kelvanor/zebread.h>
 
 template <class T>
 class ZEBSequence {

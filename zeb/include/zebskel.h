@@ -4,11 +4,11 @@
 #ifndef KELVANOR_ZEBSKEL_H
 #define KELVANOR_ZEBSKEL_H
 
-#include "corba.h"
-#include "object.h"
-#include "tbresrc.h"
-#include "zebstring.h"
-#include "zebtype.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/object.h>
+#include <kelvanor/tbresrc.h>
+#include <kelvanor/zebstring.h>
+#include <kelvanor/zebtype.h>
 
 class CORBA_ImplementationDef;
 class GIOPstream;

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "tbresrc.h"
+#include <kelvanor/tbresrc.h>
 
 // The text is never null; the buffer may be larger than _length + 1 after an
 // assignment from a shorter string.

@@ -13,13 +13,14 @@
 #include <string>
 #include <type_traits>
 
-#include "corba.h"
-#include "giop.h"
-#include "iohandle.h"
-#include "mstrm.h"
-#include "tbipcstr.h"
+#include <kelvanor/corba.h>
+#include <kelvanor/giop.h>
+#include <kelvanor/iohandle.h>
+#include <kelvanor/mstrm.h>
+#include <kelvanor/tbipcstr.h>
 
 struct sockaddr_in;
+class ZEBTypeCodeTable;
 
 namespace ZEB_EXT {
 
@@ -237,8 +238,10 @@ public:
     // (MAYBE), a bad magic or version CORBA_COMM_FAILURE (NO).
     void receiveMessage(unsigned long timeout) override;
     void sendAndWaitForReply(unsigned long timeout) override;
-    // TypeCode support arrives with the TypeCode class; until then both
-    // throw CORBA_NO_IMPLEMENT.
+    // Within a TypeCode being written, a TypeCode written before in the
+    // same message goes as 0xffffffff and the distance back to it; a
+    // top-level one always in full. Null is CORBA_BAD_PARAM. On reading,
+    // an indirection to no TypeCode of the message is CORBA_MARSHAL.
     void putTypeCode(CORBA_TypeCode* tc) override;
     void getTypeCode(CORBA_TypeCode*& tc) override;
 
@@ -488,6 +491,9 @@ private:
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
+    // Empty the TypeCode tables and zero their counts.
+    void emptyInTypeCodes();
+    void emptyOutTypeCodes();
     void fillHeaderBytes();
     void sendPending();
     // sendMessage of a stream in queue mode: the message goes out as far as
@@ -543,9 +549,13 @@ private:
     unsigned long _readSize;
     unsigned long _waitTimeout = 0;
     CORBA::Boolean _serverSide = 0;
+    // Per message: offsets of the TypeCodes read / written, made at first
+    // use, emptied where the counts go to 0 (their entries).
+    std::unique_ptr<ZEBTypeCodeTable> _inTcTable;
+    std::unique_ptr<ZEBTypeCodeTable> _outTcTable;
     int _inTcCount = 0;
     int _outTcCount = 0;
-    int _tcDepth = 0;
+    int _tcDepth = 0;  // nesting of putTypeCode
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
     int _readWaits = 0;   // waits for input under way, nested ones counted
     // Queue mode (queueOutput): bytes owed to the peer lie in

@@ -5,9 +5,9 @@
 #ifndef KELVANOR_ZEBSTUB_H
 #define KELVANOR_ZEBSTUB_H
 
-#include "giop.h"
-#include "object.h"
-#include "zebstring.h"
+#include <kelvanor/giop.h>
+#include <kelvanor/object.h>
+#include <kelvanor/zebstring.h>
 
 class CORBA_Exception;
 class GIOPstream;

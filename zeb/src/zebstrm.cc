@@ -378,7 +378,7 @@ void ZEBIIOPstream::rewindInBuffer() {
     _in.read_ptr = _in.read_end = _in.read_base;
     setInPos(0);
     setMsgLeft(left);
-    _inTcCount = 0;
+    emptyInTypeCodes();
     _tcDepth = 0;
 }
 
@@ -386,17 +386,6 @@ void ZEBIIOPstream::rewindOutBuffer() {
     _out->write_ptr = _out->write_base;
     setOutPos(0);
     _pendingBytes = 0;
-    _outTcCount = 0;
+    emptyOutTypeCodes();
     _tcDepth = 0;
-}
-
-void ZEBIIOPstream::putTypeCode(CORBA_TypeCode* tc) {
-    if (!tc) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
-    // TypeCode support arrives with the TypeCode class.
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
-}
-
-void ZEBIIOPstream::getTypeCode(CORBA_TypeCode*& /*tc*/) {
-    // TypeCode support arrives with the TypeCode class.
-    throw CORBA_NO_IMPLEMENT(0, CORBA::COMPLETED_NO);
 }

@@ -23,6 +23,7 @@
 #include "dispatch.h"
 #include "except.h"
 #include "zebglob.h"
+#include "zebtctbl.h"
 
 namespace {
 
@@ -352,7 +353,7 @@ void ZEBIIOPstream::sendMessage(unsigned long timeout) {
         sendPending();
     }
     _pendingBytes = 0;
-    _outTcCount = 0;
+    emptyOutTypeCodes();
 }
 
 void ZEBIIOPstream::sendPending() {
@@ -383,9 +384,9 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
     _waitTimeout = timeout;
     discardCurMsg();
     newInEncapsulation();
-    _inTcCount = 0;
+    emptyInTypeCodes();
     if (_serverSide) {
-        _outTcCount = 0;
+        emptyOutTypeCodes();
         blocking(1);
     } else {
         blocking(ZEBGlobalTable::has_callback ? 0 : 1);

@@ -1,0 +1,220 @@
+// TypeCodes: the accessors and their exceptions, the compare rules, the
+// statics, and the stream form over a connection in both byte orders, with
+// the indirections of one message.
+#include "typecode.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "any.h"
+#include "except.h"
+#include "handcdr.h"
+#include "tcpeer.h"
+#include "zebstrm.h"
+
+namespace {
+
+CORBA_TypeCode* structTc(const char* id = "IDL:S:1.0", const char* second = "b") {
+    ZEBTCMember m[] = {{"a", CORBA::_tc_long, nullptr},
+                       {second, CORBA::_tc_string, nullptr},
+                       {"c", CORBA::_tc_double, nullptr}};
+    return new CORBA_TypeCode(CORBA::tk_struct, id, "S", m, 3, 0);
+}
+
+CORBA_TypeCode* unionTc() {
+    CORBA_Any one;
+    one <<= CORBA::Long(1);
+    ZEBTCMember m[] = {{"a", CORBA::_tc_long, &one}, {"b", CORBA::_tc_string, nullptr}};
+    return new CORBA_TypeCode("IDL:U:1.0", "U", CORBA::_tc_long, m, 2, 0);
+}
+
+// One TypeCode of every kind.
+std::vector<CORBA_TypeCode_var> everyKind() {
+    std::vector<CORBA_TypeCode_var> v;
+    for (CORBA_TypeCode* s :
+         {CORBA::_tc_null, CORBA::_tc_void, CORBA::_tc_short, CORBA::_tc_long, CORBA::_tc_ushort,
+          CORBA::_tc_ulong, CORBA::_tc_float, CORBA::_tc_double, CORBA::_tc_boolean,
+          CORBA::_tc_char, CORBA::_tc_octet, CORBA::_tc_any, CORBA::_tc_TypeCode,
+          CORBA::_tc_Principal, CORBA::_tc_Object, CORBA::_tc_string, CORBA::_tc_NamedValue})
+        v.emplace_back(s);
+    ZEBTCMember why[] = {{"why", CORBA::_tc_string, nullptr}};
+    const char* colors[] = {"red", "green"};
+    CORBA_TypeCode_var s = structTc();
+    v.emplace_back(s);
+    v.emplace_back(new CORBA_TypeCode(CORBA::tk_except, "IDL:E:1.0", "E", why, 1, 0));
+    v.emplace_back(unionTc());
+    v.emplace_back(new CORBA_TypeCode("IDL:Color:1.0", "Color", colors, 2, 0));
+    v.emplace_back(new CORBA_TypeCode(CORBA::ULong(10), 0));
+    v.emplace_back(new CORBA_TypeCode(CORBA::tk_sequence, 5, s, 0));
+    v.emplace_back(new CORBA_TypeCode(CORBA::tk_array, 3, CORBA::_tc_double, 0));
+    v.emplace_back(new CORBA_TypeCode("IDL:A:1.0", "A", s, 0));
+    return v;
+}
+
+TEST(TypeCode, AccessorsFollowTheKind) {
+    CORBA_TypeCode_var u = unionTc();
+    EXPECT_EQ(2u, u->member_count());
+    EXPECT_EQ(1, u->default_index());
+    CORBA_Any_var label = u->member_label(1);
+    EXPECT_EQ(CORBA::tk_octet, label->kind());
+    EXPECT_STREQ("b", u->member_name(1));
+    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::Bounds>([&] { u->member_label(2); }));
+    CORBA_TypeCode_var d = u->discriminator_type();
+    EXPECT_TRUE(d->equal(CORBA::_tc_long));
+
+    CORBA_Any three;
+    three <<= CORBA::Short(3);
+    ZEBTCMember one[] = {{"a", CORBA::_tc_long, &three}};
+    CORBA_TypeCode_var plain = new CORBA_TypeCode("IDL:V:1.0", "V", CORBA::_tc_short, one, 1, 0);
+    EXPECT_EQ(-1, plain->default_index());  // a union without a default
+
+    CORBA_TypeCode_var empty = new CORBA_TypeCode(CORBA::tk_struct, "IDL:N:1.0", "N", nullptr, 0, 0);
+    EXPECT_EQ(0u, empty->member_count());
+    EXPECT_EQ(1u, empty->param_count());
+    EXPECT_STREQ("IDL:N:1.0", empty->id());
+    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { empty->member_label(0); }));
+    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { CORBA::_tc_long->id(); }));
+    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::Bounds>([&] { empty->parameter(1); }));
+
+    CORBA_TypeCode_var rec = new CORBA_TypeCode(7, 1, 0);  // recursive sequence
+    EXPECT_EQ(7u, rec->length());
+    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { rec->content_type(); }));
+    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>([] { CORBA_TypeCode(CORBA::tk_objref, 0); }));
+    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>(
+        [] { CORBA_TypeCode(CORBA::tk_string, 1, CORBA::_tc_long, 0); }));
+}
+
+TEST(TypeCode, CompareSeesThroughAliasesAndIgnoresIds) {
+    CORBA_TypeCode_var s = structTc();
+    CORBA_TypeCode_var alias = new CORBA_TypeCode("IDL:A:1.0", "A", s, 0);
+    EXPECT_TRUE(alias->equal(s));
+    EXPECT_TRUE(s->equal(alias));
+    CORBA_TypeCode_var otherId = structTc("IDL:Other:1.0");
+    EXPECT_TRUE(s->equal(otherId));
+    CORBA_TypeCode_var otherMember = structTc("IDL:S:1.0", "renamed");
+    EXPECT_FALSE(s->equal(otherMember));
+
+    CORBA_TypeCode_var x = new CORBA_TypeCode("IDL:X:1.0", "X", 0);
+    CORBA_TypeCode_var y = new CORBA_TypeCode("IDL:Y:1.0", "Y", 0);
+    EXPECT_TRUE(x->equal(y));
+    ZEBTCMember m1[] = {{"a", CORBA::_tc_long, nullptr}};
+    ZEBTCMember m2[] = {{"z", CORBA::_tc_string, nullptr}};
+    CORBA_TypeCode_var e1 = new CORBA_TypeCode(CORBA::tk_except, "IDL:E1:1.0", "E1", m1, 1, 0);
+    CORBA_TypeCode_var e2 = new CORBA_TypeCode(CORBA::tk_except, "IDL:E2:1.0", "E2", m2, 1, 0);
+    EXPECT_TRUE(e1->equal(e2));
+    EXPECT_EQ(0, compare(nullptr, nullptr));
+    EXPECT_LT(compare(nullptr, s), 0);
+    EXPECT_GT(compare(s, nullptr), 0);
+    EXPECT_EQ(hash(s.operator->()), hash(otherId.operator->()));
+}
+
+// Read by this unit's static initialiser, which may run before those of the
+// library: the statics need none of their own.
+const CORBA::ULong kNamedValueMembers = CORBA::_tc_NamedValue->member_count();
+
+TEST(TypeCode, StaticsAreNeverFreed) {
+    EXPECT_EQ(3u, kNamedValueMembers);
+    for (int i = 0; i < 5; ++i) CORBA::release(CORBA::_tc_long);
+    EXPECT_EQ(CORBA::tk_long, CORBA::_tc_long->kind());
+    EXPECT_EQ(0u, CORBA::_tc_string->length());
+    EXPECT_STREQ("IDL:omg.org/CORBA/NamedValue:1.0", CORBA::_tc_NamedValue->id());
+    // A member of a dynamic TypeCode outlives it.
+    { CORBA_TypeCode_var seq = new CORBA_TypeCode(CORBA::tk_sequence, 0, CORBA::_tc_Object, 0); }
+    EXPECT_STREQ("Object", CORBA::_tc_Object->name());
+
+    std::ostringstream text;
+    std::streambuf* old = std::cout.rdbuf(text.rdbuf());
+    std::cout << CORBA::_tc_string;
+    std::cout.rdbuf(old);
+    EXPECT_EQ("Repository id: \nCORBA::TCKind:tk_string\nParameter Number: 0\n0\n", text.str());
+}
+
+TEST(TypeCodeStream, EveryKindInBothByteOrders) {
+    ktest::StreamPair pair;
+    ASSERT_TRUE(pair.in);
+    for (const CORBA_TypeCode_var& tc : everyKind()) {
+        SCOPED_TRACE(CORBA_TypeCode::kindName(tc->kind()));
+        pair.begin() << tc.operator->();
+        pair.pass();
+        CORBA_TypeCode_var got;
+        *pair.in >> got.out();
+        EXPECT_TRUE(tc->equal(got));
+        EXPECT_EQ(0u, pair.in->messageBytesLeft());
+
+        ktest::BigEndianOut peer;
+        peer << tc.operator->();
+        pair.raw(peer.message());
+        CORBA_TypeCode_var swapped;
+        *pair.in >> swapped.out();
+        EXPECT_TRUE(tc->equal(swapped));
+        EXPECT_EQ(0u, pair.in->messageBytesLeft());
+    }
+    // Null goes as tk_null.
+    pair.begin() << static_cast<CORBA_TypeCode*>(nullptr);
+    pair.pass();
+    CORBA_TypeCode_var null;
+    *pair.in >> null.out();
+    EXPECT_EQ(CORBA::tk_null, null->kind());
+}
+
+TEST(TypeCodeStream, SharedMemberGoesAsIndirection) {
+    CORBA_TypeCode_var s = structTc();
+    ZEBTCMember twice[] = {{"x", s, nullptr}, {"y", s, nullptr}};
+    CORBA_TypeCode_var outer = new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+    ktest::StreamPair pair;
+    TBostream& o = pair.begin();
+    o << static_cast<unsigned char>(1);  // an odd start: offsets count unaligned positions
+    o << outer.operator->() << outer.operator->();
+    const std::string bytes(pair.out->outData(), pair.out->outLength());
+    size_t markers = 0;
+    for (size_t at = bytes.find("\xff\xff\xff\xff"); at != std::string::npos;
+         at = bytes.find("\xff\xff\xff\xff", at + 4))
+        ++markers;
+    // The first TypeCode's second member, and both members of the second,
+    // which goes in full itself, as every top-level TypeCode does.
+    EXPECT_EQ(3u, markers);
+    pair.pass();
+    unsigned char first;
+    CORBA_TypeCode_var a, b;
+    *pair.in >> first >> a.out() >> b.out();
+    ASSERT_TRUE(outer->equal(a));
+    ASSERT_TRUE(outer->equal(b));
+    CORBA_TypeCode_var x = a->member_type(0), y = a->member_type(1);
+    EXPECT_EQ(x.operator->(), y.operator->());  // the indirection found the first
+    EXPECT_NE(a.operator->(), b.operator->());
+}
+
+TEST(TypeCodeStream, UnknownOffsetAndBadInputAreMarshal) {
+    ktest::StreamPair pair;
+    handcdr::Cdr m;
+    m.header(handcdr::kReply).ulong(0xffffffff).ulong(uint32_t(-8));
+    pair.raw(m.message());
+    CORBA_TypeCode* tc = nullptr;
+    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+
+    // A struct that claims 0x7fffffff members and brings two.
+    handcdr::Cdr lying;
+    lying.header(handcdr::kReply).ulong(CORBA::tk_struct).string("IDL:L:1.0").string("L");
+    lying.ulong(0x7fffffff);
+    for (int i = 0; i < 2; ++i) lying.string("m").ulong(CORBA::tk_long);
+    pair.raw(lying.message());
+    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+
+    // Aliases nested past the limit.
+    handcdr::Cdr deep;
+    deep.header(handcdr::kReply);
+    for (int i = 0; i < 100; ++i) deep.ulong(CORBA::tk_alias).string("IDL:D:1.0").string("D");
+    deep.ulong(CORBA::tk_long);
+    pair.raw(deep.message());
+    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+
+    CORBA_TypeCode_var rec = new CORBA_TypeCode(0, 1, 0);
+    pair.begin();
+    EXPECT_TRUE(ktest::raises<CORBA_BAD_TYPECODE>([&] { *pair.out << rec.operator->(); }));
+}
+
+}  // namespace
