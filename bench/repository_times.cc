@@ -88,7 +88,7 @@ void makeFile(const RepoDir& dir, long n) {
                                 CORBA_CreationImplDef::SHARED_SERVER, args, env);
         repo._addImpl(&d);
     }
-    repo._updateRepository();
+    repo._updateRepository(VEXImpl::RepoEdit());
 }
 
 void measure(const RepoDir& dir, long n, int runs) {
@@ -104,7 +104,7 @@ void measure(const RepoDir& dir, long n, int runs) {
             exit(1);
         }
         start = Clock::now();
-        repo->_updateRepository();
+        repo->_updateRepository(VEXImpl::RepoEdit());
         rewrite.push_back(msSince(start));
     }
     std::printf("repo load %ld %.2f\n", n, median(load));

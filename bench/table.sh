@@ -6,13 +6,16 @@
 #     generated Demo::Echo stub and echo_server, against omniORB's client and
 #     server built from the same IDL;
 #   - repository load and rewrite at 100, 1,000 and 10,000 entries and the
-#     memory of 10,000 loaded, against fixed targets.
+#     memory of 10,000 loaded, against fixed targets;
+#   - p99 latency of echo_server's null two-way calls while 32 clients
+#     stall it (unfinished messages, replies never read), against the same
+#     without them.
 # Every process runs on one CPU (taskset) over 127.0.0.1; the network
 # figures are medians of REPS runs taken in turns.
 # Usage: bash bench/table.sh [build-dir]     (default: build-bench)
 # Knobs: REPS (3), LATENCY_CALLS (20000), ONEWAY_CALLS (1000000: shorter runs
 #        are dominated by the first filling of the socket buffers),
-#        BULK_CALLS (2000), CPU (0).
+#        BULK_CALLS (2000), P99_CALLS (20000), CPU (0).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,13 +24,14 @@ reps=${REPS:-3}
 latency_calls=${LATENCY_CALLS:-20000}
 oneway_calls=${ONEWAY_CALLS:-1000000}
 bulk_calls=${BULK_CALLS:-2000}
+p99_calls=${P99_CALLS:-20000}
 cpu=${CPU:-0}
 
 bench=table
 source bench/common.sh
 bench_configure "$build"
 if ! cmake --build "$build" -j"$(nproc)" --target echo_server stub_echo_client omni_echo_client \
-    omni_echo_server cdr_compare repository_times >/dev/null; then
+    omni_echo_server cdr_compare repository_times stall_clients >/dev/null; then
   echo "table: build failed (the anchors need omniORB and Google Benchmark:" \
        "tools/deps.sh installs both)" >&2
   exit 1
@@ -57,6 +61,18 @@ for ((i = 0; i < reps; i++)); do
 done
 fig() { tr ' ' '\n' <<<"${runs[$1]}" | grep . | median; }
 
+# p99 without, then with the stalling clients holding their connections.
+for ((i = 0; i < reps; i++)); do
+  runs[p99.alone]+="$(run_client "$build/stub_echo_client" "$ours_ior" p99 "$p99_calls") "
+done
+"$build/stall_clients" "$ours_ior" 30 >"$tmp/stall.out" 2>&1 &
+echo $! >>"$tmp/extra.pids"
+for _ in $(seq 300); do grep -q ready "$tmp/stall.out" && break; sleep 0.1; done
+grep -q ready "$tmp/stall.out" || { echo "table: stall_clients did not get ready" >&2; exit 1; }
+for ((i = 0; i < reps; i++)); do
+  runs[p99.stalled]+="$(run_client "$build/stub_echo_client" "$ours_ior" p99 "$p99_calls") "
+done
+
 taskset -c "$cpu" timeout 300 "$build/bench/cdr_compare" >"$tmp/cdr"
 taskset -c "$cpu" timeout 600 "$build/bench/repository_times" >"$tmp/repo"
 
@@ -71,6 +87,8 @@ o=$(fig ours.oneway) a=$(fig omni.oneway)
 line "oneway rate (vs omniORB)" "$o" "$a" calls/s "$(ratio "$o" "$a")" ">=" 1.5
 o=$(fig ours.bulk) a=$(fig omni.bulk)
 line "64 KiB there-and-back (vs omniORB)" "$o" "$a" calls/s "$(ratio "$o" "$a")" ">=" 1.0
+o=$(fig p99.stalled) a=$(fig p99.alone)
+line "p99 latency, 32 stalling clients" "$o" "$a" us "$(ratio "$o" "$a")" "<=" 1.5
 while read -r _ what n value; do
   if [ "$what" = rss ]; then
     line "vex memory, $n entries" "$value" 32 MB "$(ratio "$value" 32)" "<=" 1.0

@@ -49,6 +49,9 @@ public:
     Activation::ObjectStatus* statusAt(unsigned long i) const {
         return i < _status_count ? _status_list[i] : nullptr;
     }
+    // pid is a process the daemon started for this entry and that has not
+    // been seen to end: the one being started or running, or an unshared one.
+    bool startedPid(unsigned long pid) const;
     // Appends, adopting status.
     void _addToList(Activation::ObjectStatus* status);
     // Frees the first status of process pid and closes the gap; none: nothing.

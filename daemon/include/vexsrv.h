@@ -39,11 +39,14 @@ public:
     VEXImpl& operator=(const VEXImpl&) = delete;
 
     // The operations of the daemon's interface that keep the repository.
-    // Each change is in the file before the operation returns; a rewrite
-    // that fails ends the process with status 1.
+    // Each change is in the file before it is made in memory; a rewrite
+    // that fails refuses the operation with CORBA_PERSIST_STORE and changes
+    // nothing. Each throws
+    // CORBA_NO_PERMISSION to a peer off loopback unless -a was given.
 
     // Registers impl (copied) and rewrites the file. Throws
-    // Activation::InvalidPath if impl->path names nothing on this host,
+    // Activation::InvalidPath if impl->path is no regular executable file
+    // on this host or lies outside the -x directories,
     // Activation::DuplicateEntry if the pair is registered. Returns a new
     // reference to the object, for the caller to release; null until the
     // broker's object references exist.
@@ -95,17 +98,41 @@ public:
     // Activation::DuplicateEntry.
     void _addImpl(CORBA_CreationImplDef* impl);
     // Loads the entries of strm. Entries whose program is gone are reported
-    // and skipped, later duplicates dropped in silence.
+    // and skipped, later duplicates dropped in silence. A file that ends
+    // early or has bytes after its last entry is kept aside first.
     void _populateImplRep(TBfstream& strm);
-    // Writes the whole table to a temporary file, makes it durable and
-    // renames it over the repository. On failure: messages and exit(1),
-    // the old file left whole.
-    void _updateRepository();
+    // Removes the temporary files of this repository that a crash left in
+    // its directory (named "<file>.tmp-" and six letters or digits); under
+    // -v a line each.
+    void _removeStaleTemps();
+    // Copies the repository to "<file>.damaged-<YYYYmmdd-HHMMSS>" beside it
+    // and says so; exit(1) if the copy cannot be made, since the next
+    // rewrite would lose what the load could not read.
+    void _keepDamagedCopy();
+    // A change about to be made to the table, as a rewrite sees it: the
+    // entries it drops (every one, one interface, or one pair) and the one
+    // it adds (not owned).
+    struct RepoEdit {
+        bool skipAll = false;
+        const char* skipInterface = nullptr;
+        const char* skipObject = nullptr;  // null: every object of skipInterface
+        const CORBA_CreationImplDef* add = nullptr;
+        bool skips(const char* interface_name, const char* object_name) const;
+    };
+    // Writes the table as edit will leave it to a temporary file, makes it
+    // durable and renames it over the repository; the caller then makes the
+    // change in memory. On failure (no descriptor, a full disk, an I/O
+    // error) it prints why and throws CORBA_PERSIST_STORE (minor errno,
+    // completed NO): the old file stays whole and no temporary file is left.
+    void _updateRepository(const RepoEdit& edit);
 
     // The record of a pair, or null.
     VEXActivationInfo* findEntry(const char* interface_name, const char* object_name) const;
     // Inner dictionary of an interface (object name -> DSWrapper), or null.
     DSDictionary* findInterface(const char* interface_name) const;
+    // A program that may be registered: a regular executable file, within
+    // the -x directories if any were given. Throws Activation::InvalidPath.
+    void checkProgram(const char* path) const;
     // Number of registered pairs.
     unsigned long entryCount() const;
 
@@ -115,6 +142,8 @@ public:
     bool verbose() const { return _verbose != 0; }
 
 private:
+    class TempFile;
+    [[noreturn]] void rewriteFailed(int err, TempFile& temp) const;
     // Enters the record of def, which it adopts; the path has been checked.
     // Throws Activation::DuplicateEntry (def is freed then).
     void enter(std::unique_ptr<CORBA_CreationImplDef> def);

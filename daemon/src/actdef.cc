@@ -81,6 +81,13 @@ void VEXActivationInfo::_addToList(Activation::ObjectStatus* status) {
     _status_list[_status_count++] = status;
 }
 
+bool VEXActivationInfo::startedPid(unsigned long pid) const {
+    if (_pending && _pending->process_id == pid) return true;
+    for (unsigned long i = 0; i < _status_count; ++i)
+        if (_status_list[i]->process_id == pid) return true;
+    return false;
+}
+
 void VEXActivationInfo::_removeFromList(unsigned long pid) {
     for (unsigned long i = 0; i < _status_count; ++i) {
         if (_status_list[i]->process_id != pid) continue;

@@ -18,6 +18,7 @@
 #include "vex_functions.h"
 #include "vexsig.h"
 #include "vexsrv.h"
+#include "vextrust.h"
 
 namespace {
 
@@ -83,6 +84,15 @@ CORBA_Object* VEXActivationInfo::getObjectRef(long timeout, long retries) {
 }
 
 CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
+    // A registration stored before the program directories were narrowed
+    // stays in the table and the file, but its program is never run.
+    const char* path = _impl && _impl->path.in() ? _impl->path.in() : "";
+    if (!VEXTrust::inProgramDirs(path)) {
+        if (vex && vex->verbose())
+            std::cout << "VEX:: Not starting " << path << ": it is outside the program directories "
+                      << VEXTrust::programDirs() << std::endl;
+        throw Activation::NotResponding();
+    }
     for (;;) {
         pending(newStatus(Activation::WAITING_FOR_ACTIVATION));
         _pending->process_id = static_cast<CORBA::ULong>(_spawn());
@@ -282,8 +292,19 @@ CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object* obj, const char* 
     if (!obj) throw Activation::NotRegistered();
     VEXActivationInfo* info = findEntry(interface_name, obj->_object_name());
     if (!info) throw Activation::NotRegistered();
-    // Whoever reports for the pair is recorded, whether we started it or
-    // not; a second shared server replaces the first one.
+    // Departs from the older rule, under which anyone's report was recorded
+    // and its reference handed out: a report now comes from a loopback peer
+    // (a server started by hand on this host), or from a process that we
+    // started for the pair, on this host. Others register as unmanaged.
+    const bool ours = pid > 0 && VEXTrust::fromThisHost() &&
+                      info->startedPid(static_cast<unsigned long>(pid));
+    if (!ours && !VEXTrust::fromLoopback()) {
+        if (_verbose)
+            std::cout << "VEX:: Refused a report for " << interface_name << ", "
+                      << obj->_object_name() << " (pid " << pid << ")" << std::endl;
+        throw Activation::NotRegistered();
+    }
+    // A second shared server replaces the first one.
     info->activated(obj, static_cast<CORBA::ULong>(pid));
     if (_verbose)
         std::cout << "VEX:: Activated " << interface_name << ", " << obj->_object_name()

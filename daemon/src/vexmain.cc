@@ -13,6 +13,7 @@
 #include "vex_functions.h"
 #include "zebglob.h"
 #include "vexsrv.h"
+#include "vextrust.h"
 #include <kelvanor/version.h>
 
 using std::cout;
@@ -24,6 +25,8 @@ void usage() {
     cout << "vex arguments: " << endl;
     cout << "\t-v <verbose mode>" << endl;
     cout << "\t-t <timeout value>" << endl;
+    cout << "\t-a <administration from any address>" << endl;
+    cout << "\t-x <directory of programs>" << endl;
     cout << "\t-? <print help>" << endl;
 }
 
@@ -56,13 +59,24 @@ int main(int argc, char** argv) {
 
     unsigned char verbose = 0;
     int c;
-    while ((c = getopt(argc, argv, "vt:?")) != -1) {
+    // -a and -x depart from the daemon's first options: without -a only
+    // loopback peers administer, and -x confines the programs it runs.
+    while ((c = getopt(argc, argv, "vt:ax:?")) != -1) {
         switch (c) {
         case 'v':
             verbose = 1;
             break;
         case 't':
             default_timeout = atoi(optarg);
+            break;
+        case 'a':
+            VEXTrust::allowRemoteAdmin(true);
+            break;
+        case 'x':
+            if (!VEXTrust::addProgramDir(optarg)) {
+                cout << "VEX: -x " << optarg << " is not a directory" << endl;
+                return 1;
+            }
             break;
         default:
             usage();

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -20,6 +21,7 @@
 #include "tbfstrm.h"
 #include "vexbatch.h"
 #include "vexsig.h"
+#include "vextrust.h"
 #include "zebglob.h"
 
 using std::cout;
@@ -79,6 +81,7 @@ TBfstream* open_file(const char* name) {
 VEXImpl::VEXImpl(unsigned char verbose)
     : _sk_Activation::_sk_VEX(nullptr), _impl_table(16), _verbose(verbose) {
     _get_impl_name();
+    _removeStaleTemps();
     if (file_exists(_impl_file)) {
         std::unique_ptr<TBfstream> strm(open_file(_impl_file));
         // Under -v a load prints some twenty lines per entry; they are
@@ -196,24 +199,44 @@ void VEXImpl::enter(std::unique_ptr<CORBA_CreationImplDef> def) {
     }
 }
 
+void VEXImpl::checkProgram(const char* path) const {
+    // Departs from the older rule, under which any name that stat found was
+    // taken, a directory too, and from anywhere on the host.
+    if (!VEXTrust::isExecutableFile(path)) throw Activation::InvalidPath();
+    if (!VEXTrust::inProgramDirs(path)) {
+        if (_verbose)
+            cout << "VEX:: Refused " << path << ": it is outside the program directories "
+                 << VEXTrust::programDirs() << endl;
+        throw Activation::InvalidPath();
+    }
+}
+
 CORBA_Object* VEXImpl::reg_implementation(CORBA_CreationImplDef* impl) {
+    VEXTrust::checkAdmin("reg_implementation", _verbose);
     VEXChildExitBlock exits;
-    if (!file_exists(impl->path)) throw Activation::InvalidPath();
+    checkProgram(impl->path);
+    if (findEntry(impl->interface_name, impl->object_name)) throw Activation::DuplicateEntry();
+    RepoEdit edit;
+    edit.add = impl;
+    _updateRepository(edit);
     _addImpl(impl);
-    _updateRepository();
     // A reference by names: whoever uses it binds through the daemon, which
     // starts the server.
     return ZEBGlobalTable::makeObjRef(impl->interface_name, impl->object_name);
 }
 
 void VEXImpl::unreg_implementation(const char* interface_name, const char* object_name) {
+    VEXTrust::checkAdmin("unreg_implementation", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(interface_name, object_name, &inner);
+    RepoEdit edit;
+    edit.skipInterface = interface_name;
+    edit.skipObject = object_name;
+    _updateRepository(edit);
     drop(info);  // leaves the directory agent; its processes run on
     inner->removeKey(ZEBString(object_name));
     if (inner->isEmpty()) _impl_table.removeKey(ZEBString(interface_name));
-    _updateRepository();
     if (_verbose) {
         cout << "VEX:: Unregistered the following implementation:" << endl;
         cout << "\tInterface name: " << interface_name << endl;
@@ -222,9 +245,13 @@ void VEXImpl::unreg_implementation(const char* interface_name, const char* objec
 }
 
 void VEXImpl::unreg_interface(const char* interface_name) {
+    VEXTrust::checkAdmin("unreg_interface", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = findInterface(interface_name);
     if (!inner) throw Activation::NotRegistered();
+    RepoEdit edit;
+    edit.skipInterface = interface_name;
+    _updateRepository(edit);
     DSIterator it(*inner);
     while (DSResource* e = it.next()) {
         DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, e)->value);
@@ -232,7 +259,6 @@ void VEXImpl::unreg_interface(const char* interface_name) {
         w->value = nullptr;
     }
     _impl_table.removeKey(ZEBString(interface_name));
-    _updateRepository();
     if (_verbose) {
         cout << "VEX:: Unregistered the following interface:" << endl;
         cout << "\tInterface name: " << interface_name << endl;
@@ -247,12 +273,26 @@ CORBA_CreationImplDef* VEXImpl::get_implementation(const char* interface_name,
 
 void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
                                     CORBA_CreationImplDef* new_impl) {
+    VEXTrust::checkAdmin("change_implementation", _verbose);
     VEXChildExitBlock exits;
     DSDictionary* inner = nullptr;
     VEXActivationInfo* info = lookupEntry(old_impl->interface_name, old_impl->object_name, &inner);
     // Only a running shared server blocks the change; a start in progress
     // and the processes of an unshared entry do not.
     if (info && info->isActive()) throw Activation::IsActive();
+    // A change that registration will accept is written first, so that a
+    // failed rewrite leaves the old entry in the table as well as the file.
+    const char* path = new_impl->path;
+    const bool samePair = std::strcmp(old_impl->interface_name, new_impl->interface_name) == 0 &&
+                          std::strcmp(old_impl->object_name, new_impl->object_name) == 0;
+    if (VEXTrust::isExecutableFile(path) && VEXTrust::inProgramDirs(path) &&
+        (samePair || !findEntry(new_impl->interface_name, new_impl->object_name))) {
+        RepoEdit edit;
+        edit.skipInterface = old_impl->interface_name;
+        edit.skipObject = old_impl->object_name;
+        edit.add = new_impl;
+        _updateRepository(edit);
+    }
     if (info) retire(info);
     inner->removeKey(ZEBString(old_impl->object_name));
     if (inner->isEmpty()) _impl_table.removeKey(ZEBString(old_impl->interface_name));
@@ -262,10 +302,13 @@ void VEXImpl::change_implementation(CORBA_CreationImplDef* old_impl,
 }
 
 void VEXImpl::unregister_all() {
+    VEXTrust::checkAdmin("unregister_all", _verbose);
     VEXChildExitBlock exits;
+    RepoEdit edit;
+    edit.skipAll = true;
+    _updateRepository(edit);
     DSIterator it(_impl_table);
     while (DSResource* e = it.next())
         retireRecords(*TB_CAST(DSDictionary, TB_CAST(DSAssoc, e)->value));
     _impl_table.removeAll();
-    _updateRepository();
 }

@@ -64,7 +64,8 @@ protected:
     // service; true once it says it registered.
     bool startVex(ktest::Process& p, const std::string& port) {
         ktest::Process::Options opts;
-        opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
+        opts.argv = {KELVANOR_VEX_BINARY, "-OAport", port};
+        opts.argv.insert(opts.argv.end(), _vexArgs.begin(), _vexArgs.end());
         opts.env = {"KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
         opts.cwd = _dir.path();
         return p.start(opts) &&
@@ -196,6 +197,7 @@ protected:
     ktest::OmniNames _ns;
     ktest::Process _vex;
     std::string _port;  // the daemon's
+    std::vector<std::string> _vexArgs{"-OAipaddr", "127.0.0.1"};  // more of its options
     Activation::VEX_var _daemon;
     std::set<pid_t> _servers;
 };

@@ -36,12 +36,15 @@ protected:
 };
 
 TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
-    for (const char* opt : {"-x", "-?", "-t"})  // -t lacks its value
+    for (const char* opt : {"-z", "-?", "-t", "-x"})  // -t and -x lack their values
         EXPECT_EQ(runVex(dir.path(), {opt}),
                   "1|vex arguments: \n\t-v <verbose mode>\n\t-t <timeout value>\n"
+                  "\t-a <administration from any address>\n\t-x <directory of programs>\n"
                   "\t-? <print help>\n")
             << opt;
     EXPECT_EQ(runVex(dir.path(), {"-t", "5"}), "0|" + kUnnamed);
+    EXPECT_EQ(runVex(dir.path(), {"-a", "-x", dir.path(), "-x", "/nowhere"}),
+              "1|VEX: -x /nowhere is not a directory\n");
 }
 
 TEST_F(VexProgram, BrokerOptionsAreTakenBeforeTheDaemonsOwn) {
@@ -53,8 +56,8 @@ TEST_F(VexProgram, BrokerOptionsAreTakenBeforeTheDaemonsOwn) {
               "0|" + kUnnamed);
     EXPECT_EQ(runVex(dir.path(), {"-v", "-OAport"}),
               "0|Kelvanor: -OAport is not followed by an address\n");
-    // The daemon's own -x still fails after the broker's options.
-    EXPECT_EQ(runVex(dir.path(), {"-ORBnorecursion", "-x"}).substr(0, 2), "1|");
+    // An unknown option of the daemon still fails after the broker's options.
+    EXPECT_EQ(runVex(dir.path(), {"-ORBnorecursion", "-z"}).substr(0, 2), "1|");
 }
 
 TEST_F(VexProgram, RepositoryNameComesFromTheEnvironment) {

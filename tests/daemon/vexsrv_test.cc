@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -216,17 +218,38 @@ TEST_F(RepositoryFile, LoadSkipsMissingProgramsAndLaterDuplicates) {
     EXPECT_EQ(pairs.size(), 2u);
 }
 
-TEST_F(RepositoryFile, ShortFilesReadAsZeroesAndCorruptOnesStop) {
+// A damaged file is copied aside, named in one line, before anything can
+// rewrite it; what could be read is loaded.
+TEST_F(RepositoryFile, DamagedFilesAreKeptAsideAndTheirReadableEntriesLoaded) {
     ASSERT_TRUE(ktest::writeFile(env.repo(), ""));  // an empty repository
     EXPECT_EQ(load()->entryCount(), 0u);
     EXPECT_EQ(printed, "");
+    // The one copy beside the file holds bytes, and the line names it.
+    auto keptCopy = [&](const std::string& bytes) {
+        for (const std::string& n : filesIn(env.dir())) {
+            if (n.compare(0, 17, "impl_rep.damaged-") != 0) continue;
+            const std::string copy = env.dir() + "/" + n;
+            const bool ok = ktest::readFile(copy) == bytes &&
+                            printed.find("is damaged; a copy is kept as " + copy + "\n") !=
+                                std::string::npos;
+            unlink(copy.c_str());
+            return ok;
+        }
+        return false;
+    };
     // Cut inside the second of three entries: the rest reads as empty
     // strings, and the empty path fails the existence test.
     std::string good = entry("A", "x");
     std::string whole = repofile::file({good, entry("A", "y"), entry("A", "z")});
-    ASSERT_TRUE(ktest::writeFile(env.repo(), whole.substr(0, 4 + good.size() + 7)));
+    std::string cut = whole.substr(0, 4 + good.size() + 7);
+    ASSERT_TRUE(ktest::writeFile(env.repo(), cut));
     EXPECT_EQ(load()->entryCount(), 1u);
-    EXPECT_EQ(printed, invalid("") + invalid(""));
+    EXPECT_EQ(printed.find(invalid("") + invalid("")), 0u);
+    EXPECT_TRUE(keptCopy(cut));
+    // Bytes left over after the last entry.
+    ASSERT_TRUE(ktest::writeFile(env.repo(), whole + "x"));
+    EXPECT_EQ(load()->entryCount(), 3u);
+    EXPECT_TRUE(keptCopy(whole + "x"));
 
     // Counts and lengths far beyond the file end the load.
     std::string head = repofile::u32(2) + good + repofile::str("B") + repofile::str("o");
@@ -236,7 +259,24 @@ TEST_F(RepositoryFile, ShortFilesReadAsZeroesAndCorruptOnesStop) {
         ASSERT_TRUE(ktest::writeFile(env.repo(), bytes));
         EXPECT_LE(load()->entryCount(), 1u);
         EXPECT_NE(printed.find("VEX:: Repository file is damaged"), std::string::npos);
+        EXPECT_TRUE(keptCopy(bytes));
     }
+}
+
+TEST_F(RepositoryFile, AStartRemovesOnlyTheTemporaryFilesOfItsOwnPattern) {
+    const std::vector<std::string> others = {"impl_rep.tmp-ab.123", "impl_rep.tmp-abc12",
+                                             "impl_rep.tmp-abc1234", "other.tmp-abc123"};
+    for (const std::string& n : others) ASSERT_TRUE(ktest::writeFile(env.dir() + "/" + n, "x"));
+    ASSERT_TRUE(ktest::writeFile(env.dir() + "/impl_rep.tmp-aB3xY9", "x"));
+    std::ostringstream out;
+    std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+    { VEXImpl repo(1); }
+    std::cout.rdbuf(old);
+    EXPECT_NE(out.str().find("VEX: Removed " + env.dir() + "/impl_rep.tmp-aB3xY9, left by an earlier run\n"),
+              std::string::npos);
+    std::vector<std::string> left = filesIn(env.dir());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, others);
 }
 
 // Under -v a load prints each record in full (the program's test has the
@@ -274,44 +314,56 @@ TEST_F(RepositoryFile, VerboseLoadPrintsEveryRecordInOrderInFewWrites) {
     EXPECT_LE(sink.flushes, 4);
 }
 
-TEST_F(RepositoryFile, FailedRewritesEndTheProcessAndKeepTheOldFile) {
+// Every way a rewrite fails refuses the operation with PERSIST_STORE and
+// errno as minor: the table, the file and the directory stay as they were.
+TEST_F(RepositoryFile, FailedRewritesAreRefusedAndChangeNothing) {
     VEXImpl repo(0);
-    regDef(repo, "A", "x");
-    std::string before = ktest::readFile(env.repo());
-    // Writing fails: no file may grow past 200 bytes, which leaves room for
-    // the messages that the death test collects.
-    EXPECT_EXIT(
-        {
-            dup2(2, 1);
-            signal(SIGXFSZ, SIG_IGN);
-            struct rlimit lim;
-            lim.rlim_cur = lim.rlim_max = 200;
-            setrlimit(RLIMIT_FSIZE, &lim);
-            regDef(repo, "B", "y", "/bin/sh", 30);
-        },
-        ::testing::ExitedWithCode(1),
-        "VEX: Could not back up repository\nHint: Check if you have write permission in " +
-            env.dir() + "\n");
+    for (const char* obj : {"x", "y", "z"}) regDef(repo, "A", obj);
+    const std::string before = ktest::readFile(env.repo());
+    CORBA_CreationImplDef x = makeDef("A", "x"), moved = makeDef("C", "w");
+    const std::vector<std::function<void()>> ops = {
+        [&] { regDef(repo, "C", "w", "/bin/sh", 30); },  // the only one past 200 bytes
+        [&] { repo.unreg_implementation("A", "x"); }, [&] { repo.unreg_interface("A"); },
+        [&] { repo.change_implementation(&x, &moved); }, [&] { repo.unregister_all(); }};
+    auto refused = [&](int resource, rlim_t limit, int minor, size_t count) {
+        struct rlimit old, lim;
+        getrlimit(resource, &old);
+        lim = old;
+        lim.rlim_cur = limit;
+        setrlimit(resource, &lim);
+        for (size_t i = 0; i < count; ++i) {
+            try {
+                ops[i]();
+                ADD_FAILURE() << "operation " << i << " was served";
+            } catch (const CORBA_PERSIST_STORE& e) {
+                EXPECT_TRUE(e.minor() == static_cast<CORBA::ULong>(minor) &&
+                            e.completed() == CORBA::COMPLETED_NO) << i << " " << e.minor();
+            }
+            EXPECT_TRUE(repo.entryCount() == 3 && repo.findEntry("A", "x")) << i;
+        }
+        setrlimit(resource, &old);
+    };
+    std::ostringstream out;
+    std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+#if !defined(__SANITIZE_ADDRESS__)  // the sanitizers' own checks need descriptors
+    const int lowest = dup(0);  // no descriptor left for the temporary file
+    close(lowest);
+    refused(RLIMIT_NOFILE, static_cast<rlim_t>(lowest), EMFILE, ops.size());
+#endif
+    signal(SIGXFSZ, SIG_IGN);  // a full disk
+    refused(RLIMIT_FSIZE, 200, EFBIG, 1);
+    signal(SIGXFSZ, SIG_DFL);
     EXPECT_EQ(ktest::readFile(env.repo()), before);
-    EXPECT_EQ(filesIn(env.dir()), std::vector<std::string>{"impl_rep"});
-
-    // Rename fails (a directory stands in the way): the temporary file,
-    // complete, stays for the administrator.
+    // A directory stands in the way of the rename.
     ASSERT_EQ(unlink(env.repo().c_str()), 0);
     ASSERT_EQ(mkdir(env.repo().c_str(), 0755), 0);
-    EXPECT_EXIT(
-        {
-            dup2(2, 1);
-            regDef(repo, "C", "z");
-        },
-        ::testing::ExitedWithCode(1),
-        "rename:: .*\nVEX:: Rename of backup file failed\nRepository file name: " + env.repo() +
-            "\n");
-    std::vector<std::string> names = filesIn(env.dir()), pairs;
-    ASSERT_EQ(names.size(), 2u);
-    std::string temp = names[0] == "impl_rep" ? names[1] : names[0];
-    EXPECT_TRUE(repofile::parse(ktest::readFile(env.dir() + "/" + temp), &pairs));
-    EXPECT_EQ(pairs.size(), 2u);
+    refused(RLIMIT_FSIZE, RLIM_INFINITY, EISDIR, ops.size());
+    std::cout.rdbuf(old);
+    EXPECT_NE(out.str().find("VEX: Could not back up repository\n"), std::string::npos);
+    EXPECT_EQ(filesIn(env.dir()), std::vector<std::string>{"impl_rep"});
+    ASSERT_EQ(rmdir(env.repo().c_str()), 0);
+    repo.unregister_all();  // and it serves on
+    EXPECT_EQ(ktest::readFile(env.repo()), std::string(4, '\0'));
 }
 
 // A child rewrites the file over and over with changing sizes and is killed

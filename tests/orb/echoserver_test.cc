@@ -458,7 +458,8 @@ TEST_F(EchoServerTest, SurvivesClientsThatVanishOrSendGarbage) {
         {"a 2 GiB body announced, then gone", huge, kLeave},
         {"a request followed by a close before the reply", say(42, _key, "unread"), kLeave},
         {"text that is no GIOP", "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n", kClosed},
-        {"GIOP of another version", otherVersion, kClosed},
+        {"GIOP of another version", otherVersion, kErrorAndClosed},
+        {"a 2 GiB body announced by a client that stays", huge.substr(0, 12), kErrorAndClosed},
         {"a key length far past the end of the message",
          Cdr().header(kRequest).ulong(0).ulong(51).octet(1).ulong(0x7ffffff0u).raw("ZEB").message(),
          kClosed},
@@ -531,10 +532,57 @@ TEST_F(EchoServerTest, SecondServerOnATakenPortGivesUp) {
 
 }  // namespace
 
+// Clients that leave their messages unfinished or never read their replies,
+// all kept connected: another client's calls are answered all the same.
+TEST_F(EchoServerTest, StalledClientsHoldNobodyUp) {
+    const std::string full = say(1, _key, "a message that stops");
+    std::string burst;  // 4 MiB of replies
+    for (uint32_t i = 0; i < 64; ++i) burst += say(i, _key, std::string(64 << 10, 'x'));
+    std::vector<std::string> plan(30, burst);
+    plan.insert(plan.begin(), {full.substr(0, 6), full.substr(0, 12 + (full.size() - 12) / 2)});
+    std::vector<std::unique_ptr<Conn>> crowd;
+    for (const std::string& bytes : plan) {
+        crowd.emplace_back(new Conn);
+        ASSERT_TRUE(connect(*crowd.back()) && crowd.back()->send(bytes));
+    }
+    Conn c;
+    ASSERT_TRUE(connect(c));
+    for (uint32_t id = 100; id < 150; ++id) {
+        ASSERT_TRUE(c.send(request(true, id, true, _key, "pid").message()));
+        expectPid(c, id);
+    }
+    // The unfinished ones are still connected, and the readers get all.
+    EXPECT_TRUE(crowd[0]->quiet(0) && crowd[1]->quiet(0));
+    Message m;
+    for (int i = 0; i < 64; ++i) ASSERT_TRUE(crowd.back()->receive(m)) << i;
+}
+
+// -OAidle 1: a connection that sends nothing, or stops within a message, is
+// closed after a second or two; one that goes on talking is not.
+TEST(EchoServerLimits, IdleConnectionsAreClosed) {
+    ktest::EchoChild server(ktest::echoServerArgv({"-OAidle", "1"}));
+    ASSERT_TRUE(server.ready()) << server.output();
+    const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),
+                          server.locator->object_key.length());
+    Conn silent, stopped, talking;
+    ASSERT_TRUE(silent.open(server.port) && stopped.open(server.port) && talking.open(server.port));
+    ASSERT_TRUE(stopped.send(say(1, key, "unfinished").substr(0, 20)));
+    const auto start = std::chrono::steady_clock::now();
+    for (uint32_t id = 0; std::chrono::steady_clock::now() - start < milliseconds(2500); ++id) {
+        ASSERT_TRUE(talking.send(request(true, id, true, key, "pid").message()));
+        Message m;
+        ASSERT_TRUE(talking.receive(m)) << talking.why();
+        std::this_thread::sleep_for(milliseconds(300));
+    }
+    EXPECT_TRUE(silent.closed()) << silent.why();
+    EXPECT_TRUE(stopped.closed()) << stopped.why();
+}
+
 // Out of descriptors, a listener stays ready with connections it cannot
 // take; the server pauses accepting instead of spinning on it (and printing
 // the failure thousands of times a second), and serves again once
-// descriptors are free.
+// descriptors are free. (With -OAmaxconn above the descriptors there are:
+// by default the limit keeps the server from running out.)
 TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
 #if defined(__SANITIZE_ADDRESS__)
     // The sanitizers' own checks open descriptors (UBSan's vptr check reads
@@ -542,7 +590,8 @@ TEST(EchoServerLimits, OutOfDescriptorsPausesAcceptingAndRecovers) {
     // stopped by its instrumentation, not by anything of ours.
     GTEST_SKIP() << "needs a build without sanitizers";
 #endif
-    ktest::EchoChild server({"/bin/sh", "-c", "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1",
+    ktest::EchoChild server({"/bin/sh", "-c",
+                             "ulimit -n 16 && exec \"$0\" -OAipaddr 127.0.0.1 -OAmaxconn 100",
                              KELVANOR_ECHO_SERVER_BINARY});
     ASSERT_TRUE(server.ready()) << server.output();
     const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),

@@ -8,13 +8,13 @@
 #include <kelvanor/giop.h>
 #include <kelvanor/sequence.h>
 #include <kelvanor/iohandle.h>
+#include <kelvanor/zebstrm.h>
 
 class CORBA_Object;
 class CORBA_OctetSequence;
 class CORBA_SystemException;
 class ZEBBOA;
 class ZEBGlobalTable;
-class ZEBIIOPstream;
 class ZEBSkelInfo;
 namespace ZEB_EXT {
 struct ConnectionInfo;
@@ -69,9 +69,22 @@ public:
     ZEBBOAClient(const ZEBBOAClient&) = delete;
     ZEBBOAClient& operator=(const ZEBBOAClient&) = delete;
 
-    // Reads and serves one message, then any more already read ahead. A
+    // Reads what the socket holds without waiting and serves every message
+    // that is whole; an unfinished one waits with the connection. A
     // negative result has deleted this object.
     int inputReady(int fd) override;
+    // Sends queued replies. A negative result has deleted this object.
+    int outputReady(int fd) override;
+    // The connection's deadline: idle (-OAidle), an unfinished message that
+    // has not moved for kStallSeconds, or queued replies that have not moved
+    // for kOutputSeconds close it (this object is deleted).
+    void timerExpired(long sec, long usec) override;
+
+    static constexpr long kStallSeconds = 30;
+    static constexpr long kOutputSeconds = 60;
+    static constexpr unsigned long kMaxQueued = 16UL << 20;
+    // The largest message read: -OAmbufsize or 64 MiB, whichever is greater.
+    static unsigned long messageLimit();
     int processMessage();
 
     // The message handlers, by GIOP message type: 0 goes on, negative ends
@@ -114,6 +127,14 @@ private:
     // Makes skel (null: nothing) the one that key leads to.
     void remember(const CORBA_OctetSequence& key, ZEBSkelInfo* skel);
     void writeMessageError();
+    // After reading or writing: closes (-1) on a bad header or too much
+    // queued, keeps the write interest and the deadline up to date.
+    int settle(ZEBIIOPstream::InputState input);
+    // Links the descriptor for what it waits on now.
+    void relink();
+    // The earliest deadline now due or pending; 0 if none.
+    long nextDeadline() const;
+    void armTimer();
 
     ZEBIIOPstream* _stream = nullptr;  // owned
     ZEBBOA* _boa;
@@ -127,6 +148,14 @@ private:
     CORBA_OctetSequence _lastKey;
     ZEBSkelInfo* _lastSkel = nullptr;
     bool _linked = false;
+    bool _writeLinked = false;
+    // Monotonic milliseconds: the last bytes in, the last move of the unfinished
+    // message, the last move of queued output.
+    long _lastInput;
+    long _inputMoved;
+    long _outputMoved;
+    long _timerAt = 0;  // deadline the timer is armed for; 0 none
+    int _active = 0;    // calls of this connection on the stack
 };
 
 #endif

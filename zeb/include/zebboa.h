@@ -133,6 +133,11 @@ private:
     unsigned long _last_id = 0;
     dpDispatcher& _dispatcher;
     bool _acceptPaused = false;
+    // Kept open so that a connection can still be accepted, and closed,
+    // when every other descriptor is in use; -1 if it could not be had.
+    int _reserveFd = -1;
+    int _acceptFailures = 0;  // accepts failed in a row for want of descriptors
+    static constexpr int kShedAfter = 10;
     Activation::VEX* _vex = nullptr;  // the daemon, owned; null until found
 };
 

@@ -96,6 +96,11 @@ public:
 
     static void addBOAClient(ZEBBOAClient* client);
     static void removeBOAClient(ZEBBOAClient* client);
+    static unsigned long boaClientCount() { return _boaClientSet.size(); }
+    // -OAmaxconn, or the descriptors select() can serve (the lower of the
+    // process's limit and 1024) less 32 for files, client connections and
+    // the daemon's children; half of them under a limit of 64 or less.
+    static unsigned long maxConnections();
     // Every open connection forgets skel.
     static void releaseImpl(const ZEBSkelInfo& skel);
 
@@ -156,6 +161,12 @@ public:
     static unsigned long orb_rcv_bufsize;   // -ORBrcvbufsize
     static unsigned long boa_send_bufsize;  // -OAsendbufsize: server sockets
     static unsigned long boa_rcv_bufsize;   // -OArcvbufsize
+    // -OAmaxconn: server connections kept at most; beyond them a new one is
+    // accepted and closed at once. 0: the default of maxConnections().
+    static unsigned long boa_max_conn;
+    // -OAidle: seconds after which a server connection with nothing under
+    // way is closed; 0 never.
+    static unsigned long boa_idle;
     static const char* agent_addr;        // -ORBagentaddr
     static unsigned long agent_port;      // -ORBagentport
     static CORBA::Boolean agent_verbose;  // -ORBagentverbose

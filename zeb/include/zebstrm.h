@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <type_traits>
 
 #include <kelvanor/corba.h>
@@ -310,6 +311,37 @@ public:
     CORBA::Boolean serverSide() const { return _serverSide; }
     CORBA::Boolean isBlocking() const { return _blocking; }
 
+    // ---- A server connection that never blocks (zebstrmnb.cc). Departs
+    // from the stream's first rule, under which a server read and wrote its
+    // connection in blocking mode, so that one client could stall them all.
+
+    // What the input block holds after the current message.
+    enum InputState {
+        INPUT_PARTIAL,      // not yet a whole message
+        INPUT_WHOLE,        // a whole message: receiveMessage reads no socket
+        INPUT_BAD_MAGIC,    // no GIOP header
+        INPUT_BAD_VERSION,  // GIOP, but not 1.0
+        INPUT_TOO_BIG       // its stated size passes the limit
+    };
+    InputState bufferedMessage(unsigned long limit) const;
+    // Reads what the socket holds without waiting, until a whole message is
+    // buffered; the block grows with the bytes that arrive (never by a
+    // stated size), so a message of up to limit bytes fits. Returns the
+    // bytes read; ended is set when the peer has closed. Throws
+    // CORBA_COMM_FAILURE (minor errno) on a failed read.
+    unsigned long readAvailable(unsigned long limit, bool& ended);
+    // From now on sendMessage never waits: what the socket does not take is
+    // queued behind it and goes out through flushQueued.
+    void queueOutput() { _queueOutput = 1; }
+    // Sends what is queued without waiting; the bytes sent. Throws
+    // CORBA_COMM_FAILURE (minor errno) when the connection fails.
+    unsigned long flushQueued();
+    unsigned long queuedBytes() const {
+        return static_cast<unsigned long>(_queued.size() - _queuedHead);
+    }
+    // Gives a large input block back once nothing is buffered in it.
+    void shrinkInput();
+
     // ---- Buffer hooks and dispatcher events.
 
     // Fills dest with n bytes when fewer are buffered: what is buffered,
@@ -464,6 +496,10 @@ private:
     void emptyOutTypeCodes();
     void fillHeaderBytes();
     void sendPending();
+    // sendMessage of a stream in queue mode: the message goes out as far as
+    // the socket takes it, the rest (and everything behind a queue) queued.
+    void queueMessage();
+    void sendOrQueue(const char* p, std::size_t n);
     // Returns the pending blocks to the free list (or deletes foreign ones).
     void recyclePending();
 
@@ -522,6 +558,11 @@ private:
     int _tcDepth = 0;  // nesting of putTypeCode
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
     int _readWaits = 0;   // waits for input under way, nested ones counted
+    // Queue mode (queueOutput): bytes owed to the peer lie in
+    // [_queuedHead, _queued.size()) of _queued, in order.
+    CORBA::Boolean _queueOutput = 0;
+    std::string _queued;
+    std::size_t _queuedHead = 0;
 };
 
 #endif

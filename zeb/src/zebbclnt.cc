@@ -3,6 +3,9 @@
 // A connection deletes itself when it ends; nothing else owns it.
 #include "zebbclnt.h"
 
+#include <time.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -81,6 +84,14 @@ ZEBObjectId* decodeKey(const CORBA_OctetSequence& key) {
     }
 }
 
+// Milliseconds of the monotonic clock: deadlines of whole seconds, counted
+// from the moment to the millisecond.
+long monotonicMs() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return static_cast<long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+}
+
 bool isPerConnection(CORBA::ULong policy) {
     return policy == CORBA_CreationImplDef::UNSHARED_SERVER ||
            policy == CORBA_CreationImplDef::SERVER_PER_METHOD;
@@ -95,16 +106,20 @@ ZEBBOAClientData::ZEBBOAClientData(ZEBBOAClient* client) : _client(client) {
 ZEBBOAClient::ZEBBOAClient(int fd, ZEBBOA* boa) : _boa(boa), _bound(16) {
     _stream = new ZEBIIOPstream;
     _stream->attach(fd);
+    _stream->queueOutput();
+    _lastInput = _inputMoved = _outputMoved = monotonicMs();
     if (ZEBGlobalTable::boa_send_bufsize) _stream->sendBufferSize(ZEBGlobalTable::boa_send_bufsize);
     if (ZEBGlobalTable::boa_rcv_bufsize) _stream->receiveBufferSize(ZEBGlobalTable::boa_rcv_bufsize);
     _peer = _stream->peerInfo();
     _table = ZEBGlobalTable::instance();
     ZEBGlobalTable::addBOAClient(this);
     LinkStream();
+    armTimer();
 }
 
 ZEBBOAClient::~ZEBBOAClient() {
     UnlinkStream();
+    if (_timerAt) dpDispatcher::instance()->stopTimer(this);
     ZEBGlobalTable::removeBOAClient(this);
     {
         // Every client bound here is gone now: its __unbind calls are owed.
@@ -138,6 +153,8 @@ void ZEBBOAClient::LinkStream() {
     if (_stream && _stream->fd() >= 0 && !_linked) {
         dpDispatcher::instance()->link(_stream->fd(), dpDispatcher::ReadMask, this);
         _linked = true;
+        _writeLinked = false;
+        relink();
     }
 }
 
@@ -145,35 +162,144 @@ void ZEBBOAClient::UnlinkStream() {
     if (_stream && _stream->fd() >= 0 && _linked) {
         dpDispatcher::instance()->unlink(_stream->fd());
         _linked = false;
+        _writeLinked = false;
     }
 }
 
+unsigned long ZEBBOAClient::messageLimit() {
+    return std::max<unsigned long>(ZEBGlobalTable::tcp_read_size, 64UL << 20);
+}
+
 int ZEBBOAClient::inputReady(int) {
-    // One message per round; messages a client pipelined and that were read
-    // ahead with it are served here without going back to select.
-    for (;;) {
-        if (ZEBBOA::_exit_loop) return -1;
-        // The daemon never reads a connection twice at once, also while the
-        // message itself is being read.
+    if (ZEBBOA::_exit_loop) return -1;
+    ++_active;
+    ZEBIIOPstream* s = _stream;
+    int result = 0;
+    bool ended = false;
+    try {
+        if (s->readAvailable(messageLimit(), ended) > 0) _lastInput = _inputMoved = monotonicMs();
+    } catch (const CORBA_SystemException&) {
+        result = -1;
+    }
+    // Every whole message is served, those a client pipelined too; each
+    // reads only buffered bytes.
+    ZEBIIOPstream::InputState input = ZEBIIOPstream::INPUT_PARTIAL;
+    while (result == 0 && (input = s->bufferedMessage(messageLimit())) == ZEBIIOPstream::INPUT_WHOLE) {
+        if (ZEBBOA::_exit_loop) {
+            --_active;
+            return -1;
+        }
+        // The daemon never reads a connection twice at once.
         if (ZEBGlobalTable::is_vex) UnlinkStream();
-        ZEBIIOPstream* s = _stream;
-        int result;
         try {
             s->receiveMessage(0);
             result = processMessage();
         } catch (const CORBA_SystemException&) {
             // The peer closed, or sent what is no GIOP: the connection ends.
-            delete this;
-            return -1;
+            result = -1;
         }
         if (result == 0 && _stream == s) s->flushRead();
-        if (result < 0) {
-            delete this;
-            return result;
-        }
-        if (ZEBGlobalTable::is_vex) LinkStream();
-        if (!s->hasMoreData()) return result;
+        if (result == 0 && ZEBGlobalTable::is_vex) LinkStream();
     }
+    if (result == 0 && ended) result = -1;  // the peer closed after its last whole message
+    if (result == 0) {
+        s->shrinkInput();
+        result = settle(input);
+    }
+    --_active;
+    if (result < 0) delete this;
+    return result;
+}
+
+int ZEBBOAClient::outputReady(int) {
+    ++_active;
+    int result = 0;
+    try {
+        if (_stream->flushQueued() > 0) _outputMoved = monotonicMs();
+        result = settle(ZEBIIOPstream::INPUT_PARTIAL);
+    } catch (const CORBA_SystemException&) {
+        result = -1;
+    }
+    --_active;
+    if (result < 0) delete this;
+    return result;
+}
+
+int ZEBBOAClient::settle(ZEBIIOPstream::InputState input) {
+    if (input == ZEBIIOPstream::INPUT_BAD_VERSION || input == ZEBIIOPstream::INPUT_TOO_BIG) {
+        // Another GIOP version, or a size this server will not hold: the
+        // client hears so before the close, and nothing is allocated for it.
+        try {
+            writeMessageError();
+            _stream->flushQueued();
+        } catch (const CORBA_SystemException&) {
+        }
+        return -1;
+    }
+    if (input == ZEBIIOPstream::INPUT_BAD_MAGIC) return -1;
+    // A client that does not read its replies is let go past this much.
+    if (_stream->queuedBytes() > kMaxQueued) return -1;
+    relink();
+    armTimer();
+    return 0;
+}
+
+void ZEBBOAClient::relink() {
+    const bool wantWrite = _stream->queuedBytes() > 0;
+    if (!_linked || wantWrite == _writeLinked) return;
+    // The dispatcher drops a descriptor from every kind of event at once.
+    dpDispatcher* d = dpDispatcher::instance();
+    d->unlink(_stream->fd());
+    d->link(_stream->fd(), dpDispatcher::ReadMask, this);
+    if (wantWrite) {
+        d->link(_stream->fd(), dpDispatcher::WriteMask, this);
+        if (!_writeLinked) _outputMoved = monotonicMs();
+    }
+    _writeLinked = wantWrite;
+}
+
+long ZEBBOAClient::nextDeadline() const {
+    // Departs from the connection's first rule, under which it lived as long
+    // as its client kept it open, however little that client did.
+    long at = 0;
+    auto earliest = [&at](long t) {
+        if (!at || t < at) at = t;
+    };
+    if (ZEBGlobalTable::boa_idle)
+        earliest(_lastInput + 1000 * static_cast<long>(ZEBGlobalTable::boa_idle));
+    // Bytes past the current message are the start of one not yet whole.
+    if (_stream->bufferedBytes() > _stream->messageBytesLeft())
+        earliest(_inputMoved + 1000 * kStallSeconds);
+    if (_stream->queuedBytes() > 0) earliest(_outputMoved + 1000 * kOutputSeconds);
+    return at;
+}
+
+void ZEBBOAClient::armTimer() {
+    const long at = nextDeadline();
+    if (!at || (_timerAt && _timerAt <= at)) return;
+    dpDispatcher* d = dpDispatcher::instance();
+    if (_timerAt) d->stopTimer(this);
+    _timerAt = at;
+    const long wait = std::max(0L, at - monotonicMs());
+    d->startTimer(wait / 1000, (wait % 1000) * 1000, this);
+}
+
+void ZEBBOAClient::timerExpired(long, long) {
+    _timerAt = 0;
+    const long now = monotonicMs();
+    const long at = nextDeadline();
+    // Busy on the stack (a request being served, or waiting in it): the
+    // connection is not idle, whatever the clock says.
+    if (_active > 0 || !at || at > now) {
+        if (_active > 0 && at && at <= now) {
+            _timerAt = now + 1000;
+            dpDispatcher::instance()->startTimer(1, 0, this);
+        } else {
+            armTimer();
+        }
+        return;
+    }
+    delete this;
 }
 
 int ZEBBOAClient::processMessage() {

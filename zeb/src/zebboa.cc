@@ -3,7 +3,9 @@
 #include "zebboa.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -97,11 +99,13 @@ ZEBBOA::ZEBBOA(dpDispatcher& d)
     _last_id = 0;
     d.link(_listener.fd(), dpDispatcher::ReadMask, this);
     _exit_loop = 0;
+    _reserveFd = open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
 ZEBBOA::~ZEBBOA() {
     if (_acceptPaused) _dispatcher.stopTimer(this);
     if (_listener.fd() >= 0) _dispatcher.unlink(_listener.fd());
+    if (_reserveFd >= 0) close(_reserveFd);
     // Skeletons made from an implementation belong to the adapter: nobody
     // else drops their own reference. Those of objects go with the objects.
     std::vector<ZEBSkelInfo*> owned;
@@ -126,10 +130,28 @@ int ZEBBOA::inputReady(int listenFd) {
         // tenth of a second instead; the clients wait in the backlog.
         const CORBA::ULong why = e.minor();
         if (why == EMFILE || why == ENFILE || why == ENOBUFS || why == ENOMEM) {
+            // After a second of failures, the reserve lets the oldest waiting
+            // client in only to close it: a backlog that never moves would
+            // keep clients waiting for good.
+            if ((why == EMFILE || why == ENFILE) && ++_acceptFailures > kShedAfter &&
+                _reserveFd >= 0) {
+                close(_reserveFd);
+                int refused = ::accept(listenFd, nullptr, nullptr);
+                if (refused >= 0) close(refused);
+                _reserveFd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            }
             _dispatcher.unlink(listenFd);
             _dispatcher.startTimer(0, 100000, this);
             _acceptPaused = true;
         }
+        return 0;
+    }
+    _acceptFailures = 0;
+    // Departs from the adapter's first rule, which took every connection:
+    // past the limit one is closed at once, so that the descriptors left
+    // serve files, children and the connections already there.
+    if (ZEBGlobalTable::boaClientCount() >= ZEBGlobalTable::maxConnections()) {
+        close(fd);
         return 0;
     }
     // The connection registers itself and lives until it deletes itself.

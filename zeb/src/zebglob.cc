@@ -3,6 +3,8 @@
 // locators and IORs.
 #include "zebglob.h"
 
+#include <sys/resource.h>
+
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -88,6 +90,15 @@ void ZEBGlobalTable::addBOAClient(ZEBBOAClient* client) {
 void ZEBGlobalTable::removeBOAClient(ZEBBOAClient* client) {
     DSWrapper key(client);
     _boaClientSet.remove(key);
+}
+
+unsigned long ZEBGlobalTable::maxConnections() {
+    if (boa_max_conn) return boa_max_conn;
+    struct rlimit lim;
+    unsigned long fds = 1024;
+    if (getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < fds)
+        fds = static_cast<unsigned long>(lim.rlim_cur);
+    return fds > 64 ? fds - 32 : fds / 2;
 }
 
 void ZEBGlobalTable::releaseImpl(const ZEBSkelInfo& skel) {

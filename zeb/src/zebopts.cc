@@ -25,6 +25,8 @@ unsigned long ZEBGlobalTable::orb_send_bufsize = 0;
 unsigned long ZEBGlobalTable::orb_rcv_bufsize = 0;
 unsigned long ZEBGlobalTable::boa_send_bufsize = 0;
 unsigned long ZEBGlobalTable::boa_rcv_bufsize = 0;
+unsigned long ZEBGlobalTable::boa_max_conn = 0;
+unsigned long ZEBGlobalTable::boa_idle = 600;
 const char* ZEBGlobalTable::agent_addr = nullptr;
 unsigned long ZEBGlobalTable::agent_port = ZEBGlobalTable::default_agent_port;
 CORBA::Boolean ZEBGlobalTable::agent_verbose = 0;
@@ -135,6 +137,11 @@ const Option kOptions[] = {
      [](const char*, unsigned long) { G::call_bind_unbind = false; }, nullptr, nullptr},
     {"-ORBmbufsize", Arg::NUMBER, [](const char*, unsigned long n) { G::tcp_block_size = n; },
      "Kelvanor: -ORBmbufsize is not followed by a value", "Kelvanor: Invalid marshal block size"},
+    // Limits that keep a server from being exhausted by its clients.
+    {"-OAmaxconn", Arg::NUMBER, [](const char*, unsigned long n) { G::boa_max_conn = n; },
+     "Kelvanor: -OAmaxconn is not followed by a value", "Kelvanor: Invalid connection limit"},
+    {"-OAidle", Arg::NUMBER, [](const char*, unsigned long n) { G::boa_idle = n; },
+     "Kelvanor: -OAidle is not followed by a value", "Kelvanor: Invalid idle time"},
     {"-ORBcleanup", Arg::NONE, [](const char*, unsigned long) { G::do_cleanup = 1; }, nullptr,
      nullptr},
 };

@@ -335,6 +335,12 @@ void ZEBIIOPstream::sendMessage(unsigned long timeout) {
         rewindOutBuffer();
         return;
     }
+    if (_queueOutput) {
+        queueMessage();
+        _pendingBytes = 0;
+        _outTcCount = 0;
+        return;
+    }
     _waitTimeout = timeout;
     selectMode(timeout != 0);
     if (_pendingBufs.count() == 0) {

@@ -1,0 +1,135 @@
+// Who may administer the daemon, which programs it runs, whose reports it
+// takes, and the mode of its files.
+#include "vextrust.h"
+
+#include <sched.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "repofile.h"
+#include "vexfixture.h"
+#include "vexsrv.h"
+
+namespace {
+
+void reg(VEXImpl& repo, const std::string& path) {
+    CORBA_CreationImplDef d("A", path.c_str(), CORBA_OctetSequence(), path.c_str());
+    CORBA::release(repo.reg_implementation(&d));
+}
+
+TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate) {
+    VEXTrust::reset();
+    repofile::Env env;
+    const std::string bin = env.dir() + "/bin";
+    ASSERT_EQ(0, system(("mkdir " + bin + " && cp /bin/true " + bin + "/prog && ln -s /bin/sh " +
+                         bin + "/link && touch " + bin + "/plain").c_str()));
+    mode_t mask = umask(0);
+    {
+        VEXImpl repo(0);
+        for (const std::string& p : {bin, bin + "/plain", bin + "/none"})
+            EXPECT_THROW(reg(repo, p), Activation::InvalidPath) << p;
+        reg(repo, "/bin/true");  // stored before -x
+
+        ASSERT_FALSE(VEXTrust::addProgramDir((bin + "/prog").c_str()));
+        ASSERT_TRUE(VEXTrust::addProgramDir((bin + "/").c_str()));
+        reg(repo, bin + "/prog");
+        for (const std::string& p : {std::string("/bin/sh"), bin + "/link", bin + "/../bin2/prog"})
+            EXPECT_THROW(reg(repo, p), Activation::InvalidPath) << p;
+    }
+    umask(mask);
+    struct stat st;
+    ASSERT_EQ(0, stat(env.repo().c_str(), &st));
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+    // The entry stored before is loaded, and never started.
+    std::ostringstream out;
+    std::streambuf* old = std::cout.rdbuf(out.rdbuf());
+    {
+        VEXImpl repo(1);
+        EXPECT_EQ(repo.entryCount(), 2u);
+        EXPECT_THROW(CORBA::release(repo.lookup_implementation("A", "/bin/true", 5)),
+                     Activation::NotResponding);
+    }
+    std::cout.rdbuf(old);
+    VEXTrust::reset();
+    EXPECT_NE(out.str().find("VEX:: Not starting /bin/true: it is outside the program "
+                             "directories " + bin + "\n"),
+              std::string::npos)
+        << out.str();
+}
+
+// A network of the test's own: lo, and a veth pair 10.99.0.1 / 10.99.0.2 in
+// one namespace, where a connection to .1 leaves from .2, so that the
+// daemon on .1 sees this process as a peer off loopback.
+bool enterPrivateNetwork() {
+    if (unshare(CLONE_NEWNET) != 0) {
+        const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
+        std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
+    }
+    return system("ip link set lo up && ip link add v0 type veth peer name v1 && "
+                  "ip addr add 10.99.0.1/24 dev v0 && ip addr add 10.99.0.2/24 dev v1 && "
+                  "ip link set v0 up && ip link set v1 up && "
+                  "ip route replace local 10.99.0.1 dev v0 table local src 10.99.0.2") == 0;
+}
+
+class VexRemotePeer : public vextest::VexActivation {
+protected:
+    void SetUp() override {
+        if (!enterPrivateNetwork()) GTEST_SKIP() << "no network namespace (unshare, ip)";
+        _vexArgs = {"-v", "-OAipaddr", "10.99.0.1"};
+        const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        if (test.find("WithA") != std::string::npos) _vexArgs.push_back("-a");
+        // One entry, made on the host, for the lookups.
+        ASSERT_EQ(0, system(("mkdir -p " + _dir.path() + "/impl_dir").c_str()));
+        ASSERT_TRUE(ktest::writeFile(_dir.path() + "/impl_dir/impl_rep",
+                                     repofile::file({repofile::entry(
+                                         "Demo::Echo", "e", KELVANOR_ECHO_SERVER_BINARY, 0,
+                                         {"-OAipaddr", "127.0.0.1"})})));
+        VexActivation::SetUp();
+    }
+    CORBA_CreationImplDef def(const char* obj) {
+        return CORBA_CreationImplDef("Demo::Echo", obj, CORBA_OctetSequence(), "/bin/sh");
+    }
+};
+
+TEST_F(VexRemotePeer, IsRefusedAdministrationAndFakeReportsButLooksUp) {
+    CORBA_CreationImplDef d = def("x"), e = def("e");
+    const std::vector<std::function<void()>> admin = {
+        [&] { CORBA::release(_daemon->reg_implementation(&d)); },
+        [&] { _daemon->unreg_implementation("Demo::Echo", "e"); },
+        [&] { _daemon->unreg_interface("Demo::Echo"); },
+        [&] { _daemon->change_implementation(&e, &d); },
+        [&] { _daemon->unregister_all(); }};
+    for (const auto& op : admin) {
+        try {
+            op();
+            ADD_FAILURE() << "served";
+        } catch (const CORBA_NO_PERMISSION& x) {
+            EXPECT_TRUE(x.minor() == 0 && x.completed() == CORBA::COMPLETED_NO);
+        }
+    }
+    EXPECT_NE(_vex.stdoutText().find("VEX:: Refused reg_implementation from 10.99.0.2"),
+              std::string::npos);
+
+    // The server the daemon starts reports from .2 too and is taken by its
+    // pid; a report under another pid is not.
+    CORBA::Long pid = lookupPid("e");
+    CORBA_Object_var ref(_daemon->lookup_implementation("Demo::Echo", "e", vextest::kStartLimit));
+    for (CORBA::Long fake : {static_cast<CORBA::Long>(getpid()), 0, -1})
+        EXPECT_THROW(CORBA_CreationImplDef_var(_daemon->boa_activate_obj(ref, "Demo::Echo", fake)),
+                     Activation::NotRegistered);
+    EXPECT_TRUE(oneActive("e", static_cast<CORBA::ULong>(pid)));
+}
+
+TEST_F(VexRemotePeer, AdministersWithA) {
+    CORBA_CreationImplDef d = def("x");
+    CORBA::release(_daemon->reg_implementation(&d));
+    _daemon->unregister_all();
+}
+
+}  // namespace
