@@ -240,7 +240,11 @@ public:
     // Within a TypeCode being written, a TypeCode written before in the
     // same message goes as 0xffffffff and the distance back to it; a
     // top-level one always in full. Null is CORBA_BAD_PARAM. On reading,
-    // an indirection to no TypeCode of the message is CORBA_MARSHAL.
+    // an indirection to no TypeCode of the message is CORBA_MARSHAL. With
+    // -ORBstdtypecodes both use the encapsulated form, where indirections
+    // reach within one top-level TypeCode; reading it, a kind after
+    // tk_except or an encapsulation longer than the message is
+    // CORBA_MARSHAL as well.
     void putTypeCode(CORBA_TypeCode* tc) override;
     void getTypeCode(CORBA_TypeCode*& tc) override;
 
@@ -459,6 +463,13 @@ private:
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
+    // The encapsulated form of -ORBstdtypecodes (zebstdtc.cc), in place of
+    // the broker's own when the option is given.
+    void putStdTypeCode(CORBA_TypeCode* tc);
+    void getStdTypeCode(CORBA_TypeCode*& tc);
+    // After the kind: the encapsulation and the parameters in it. The
+    // caller releases the result.
+    CORBA_TypeCode* readEncapsulatedTypeCode(CORBA::ULong kind);
     // Empty the TypeCode tables and zero their counts.
     void emptyInTypeCodes();
     void emptyOutTypeCodes();
