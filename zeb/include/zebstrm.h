@@ -19,6 +19,7 @@
 #include <kelvanor/tbipcstr.h>
 
 struct sockaddr_in;
+class ZEBTypeCodeList;
 class ZEBTypeCodeTable;
 
 namespace ZEB_EXT {
@@ -531,6 +532,11 @@ private:
     int _inTcCount = 0;
     int _outTcCount = 0;
     int _tcDepth = 0;  // nesting of putTypeCode
+    // The encapsulated form's: the complex TypeCodes of the top-level
+    // TypeCode being written / read, by position; made at first use.
+    std::unique_ptr<ZEBTypeCodeList> _stdOutTcs;
+    std::unique_ptr<ZEBTypeCodeList> _stdInTcs;
+    int _stdInDepth = 0;  // nesting of getStdTypeCode's encapsulations
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
     int _readWaits = 0;   // waits for input under way, nested ones counted
 };

@@ -39,13 +39,13 @@ bool encapsulated(CORBA::ULong kind) {
 
 void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
     if (!tc) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
-    if (!_outTcTable) _outTcTable.reset(new ZEBTypeCodeTable);
+    if (!_stdOutTcs) _stdOutTcs.reset(new ZEBTypeCodeList);
     // Other brokers resolve an offset only within the top-level TypeCode
-    // that holds it: each one starts a table of its own.
-    if (_tcDepth == 0) _outTcTable->removeAll();
+    // that holds it: each one starts a list of its own.
+    if (_tcDepth == 0) _stdOutTcs->removeAll();
     alignOut(4);
     const CORBA::ULong here = outPos();
-    const long known = _tcDepth >= 1 ? _outTcTable->offsetOf(tc) : -1;
+    const long known = _tcDepth >= 1 ? _stdOutTcs->offsetOf(tc) : -1;
     if (known != -1) {
         writeWire(kIndirection);
         writeWire(static_cast<uint32_t>(static_cast<CORBA::ULong>(known) - (here + 4)));
@@ -57,7 +57,7 @@ void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
         tc->_writeParams(*this);
         return;
     }
-    _outTcTable->addTypeCode(tc, static_cast<CORBA::Long>(here));
+    _stdOutTcs->add(tc, here);
     writeWire(uint32_t(0));  // the length, filled in below
     // An index, not a pointer: the block may move as it grows.
     const std::size_t lengthAt = static_cast<std::size_t>(_out->writeCount()) - 4;
@@ -76,13 +76,14 @@ void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
 }
 
 void ZEBIIOPstream::getStdTypeCode(CORBA_TypeCode*& tc) {
-    if (!_inTcTable) _inTcTable.reset(new ZEBTypeCodeTable);
+    if (!_stdInTcs) _stdInTcs.reset(new ZEBTypeCodeList);
+    if (_stdInDepth == 0) _stdInTcs->removeAll();
     const CORBA::ULong kind = readWire<uint32_t>();
     const CORBA::ULong start = inPos() - 4;
     if (kind == kIndirection) {
         const CORBA::ULong at = inPos();
         const CORBA::ULong offset = readWire<uint32_t>();
-        CORBA_TypeCode* found = _inTcTable->typeCodeAt(static_cast<CORBA::Long>(at + offset));
+        CORBA_TypeCode* found = _stdInTcs->typeCodeAt(static_cast<CORBA::ULong>(at + offset));
         if (!found) malformed();
         tc = CORBA_TypeCode::_duplicate(found);
         return;
@@ -93,8 +94,15 @@ void ZEBIIOPstream::getStdTypeCode(CORBA_TypeCode*& tc) {
         tc = CORBA_TypeCode::_read(*this, kind);
         return;
     }
-    tc = readEncapsulatedTypeCode(kind);
-    _inTcTable->addTypeCode(tc, static_cast<CORBA::Long>(start));
+    ++_stdInDepth;
+    try {
+        tc = readEncapsulatedTypeCode(kind);
+    } catch (...) {
+        --_stdInDepth;
+        throw;
+    }
+    --_stdInDepth;
+    _stdInTcs->add(tc, start);
 }
 
 CORBA_TypeCode* ZEBIIOPstream::readEncapsulatedTypeCode(CORBA::ULong kind) {
