@@ -90,6 +90,14 @@ CORBA_CreationImplDef sampleDef(const char* iface, const char* obj, unsigned nar
 
 // ------------------------------------------------------------------ CDR
 
+// A struct that holds one member TypeCode twice: an indirection.
+CORBA_TypeCode* sharedMemberStruct() {
+    const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
+    CORBA_TypeCode_var s = new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
+    const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
+    return new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+}
+
 void cdrSeeds() {
     auto one = [](const char* name, std::initializer_list<uint8_t> ops, auto&& write) {
         ZEBIIOPstream s;
@@ -160,13 +168,7 @@ void cdrSeeds() {
         ZEBString("text").write(o);
     });
     one("typecodes", {22, 22}, [](TBostream& o) {
-        // A struct that holds one member TypeCode twice: an indirection.
-        const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
-        CORBA_TypeCode_var s =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
-        const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
-        CORBA_TypeCode_var t =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+        CORBA_TypeCode_var t = sharedMemberStruct();
         CORBA_Any one;
         one <<= CORBA::Long(1);
         const ZEBTCMember arms[] = {{"x", CORBA::_tc_long, &one}, {"y", CORBA::_tc_string, nullptr}};
@@ -192,12 +194,7 @@ void cdrSeeds() {
         // The shared member again, and a union in an Any, as other ORBs
         // write them.
         ZEBGlobalTable::std_typecodes = 1;
-        const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
-        CORBA_TypeCode_var s =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
-        const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
-        CORBA_TypeCode_var t =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+        CORBA_TypeCode_var t = sharedMemberStruct();
         CORBA_Any one;
         one <<= CORBA::Long(1);
         const ZEBTCMember arms[] = {{"x", t, &one}, {"y", CORBA::_tc_string, nullptr}};

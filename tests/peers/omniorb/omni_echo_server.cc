@@ -11,6 +11,8 @@
 
 #include <echo.hh>
 
+#include "omni_serve.h"
+
 namespace {
 
 class EchoImpl : public POA_Demo::Echo {
@@ -34,16 +36,7 @@ int main(int argc, char** argv) {
             std::cerr << "usage: omni_echo_server [-ORB options]" << std::endl;
             return 2;
         }
-        CORBA::Object_var obj = orb->resolve_initial_references("RootPOA");
-        PortableServer::POA_var poa = PortableServer::POA::_narrow(obj);
-        PortableServer::Servant_var<EchoImpl> servant = new EchoImpl;
-        PortableServer::ObjectId_var id = poa->activate_object(servant);
-        obj = servant->_this();
-        CORBA::String_var ior = orb->object_to_string(obj);
-        poa->the_POAManager()->activate();
-        std::cout << ior.in() << std::endl;
-        orb->run();  // until a signal ends the process
-        orb->destroy();
+        omniServe(orb, new EchoImpl);
     } catch (const CORBA::Exception& e) {
         std::cerr << "omni_echo_server: " << e._name() << std::endl;
         return 1;
