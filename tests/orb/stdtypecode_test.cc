@@ -1,11 +1,10 @@
-// TypeCodes in the encapsulated form of -ORBstdtypecodes: every kind round
-// trips, a shared member goes as an indirection relative to the offset's own
-// position, encapsulations in the other byte order read as a peer wrote
-// them, and hostile lengths and kinds are CORBA_MARSHAL.
+// TypeCodes in the encapsulated form of -ORBstdtypecodes, where omniORB
+// cannot show them (tests/orb/omniorb_any_test.cc passes every kind with it):
+// encapsulations in the other byte order and with spare bytes, and hostile
+// lengths, kinds and counts, which are CORBA_MARSHAL.
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 
 #include "any.h"
@@ -35,68 +34,6 @@ std::string pointEncapsulation(bool little) {
     e.octet(little ? 1 : 0).string("IDL:P:1.0").string("P").ulong(2);
     e.string("x").ulong(CORBA::tk_long).string("y").ulong(CORBA::tk_double);
     return e.bytes();
-}
-
-TEST(StdTypeCode, EveryKindRoundTrips) {
-    StdForm form;
-    ktest::StreamPair pair;
-    ASSERT_TRUE(pair.in);
-    CORBA_TypeCode_var p = pointTc();
-    CORBA_Any one;
-    one <<= CORBA::Long(1);
-    ZEBTCMember arms[] = {{"a", p, &one}, {"b", CORBA::_tc_string, nullptr}};
-    const char* colors[] = {"red", "green"};
-    CORBA_TypeCode_var seq = new CORBA_TypeCode(CORBA::tk_sequence, 0, p, 0);
-    CORBA_TypeCode* kinds[] = {
-        CORBA::_tc_long, CORBA::_tc_any, CORBA::_tc_Object, CORBA::_tc_NamedValue, p, seq,
-        new CORBA_TypeCode(CORBA::ULong(10), 0),
-        new CORBA_TypeCode("IDL:U:1.0", "U", CORBA::_tc_long, arms, 2, 0),
-        new CORBA_TypeCode("IDL:Color:1.0", "Color", colors, 2, 0),
-        new CORBA_TypeCode(CORBA::tk_array, 3, seq, 0),
-        new CORBA_TypeCode("IDL:A:1.0", "A", seq, 0),
-        new CORBA_TypeCode(CORBA::tk_except, "IDL:E:1.0", "E", arms + 1, 1, 0)};
-    for (CORBA_TypeCode* tc : kinds) {
-        SCOPED_TRACE(CORBA_TypeCode::kindName(tc->kind()));
-        pair.begin() << static_cast<unsigned char>(7) << tc;
-        pair.pass();
-        unsigned char skew;
-        CORBA_TypeCode_var got;
-        *pair.in >> skew >> got.out();
-        EXPECT_TRUE(tc->equal(got));
-        EXPECT_EQ(0u, pair.in->messageBytesLeft());
-    }
-    for (size_t i = 6; i < sizeof kinds / sizeof kinds[0]; ++i) CORBA::release(kinds[i]);
-}
-
-TEST(StdTypeCode, SharedMemberIsAnIndirectionFromTheOffset) {
-    StdForm form;
-    CORBA_TypeCode_var p = pointTc();
-    ZEBTCMember twice[] = {{"a", p, nullptr}, {"b", p, nullptr}};
-    CORBA_TypeCode_var line = new CORBA_TypeCode(CORBA::tk_struct, "IDL:L:1.0", "L", twice, 2, 0);
-    ktest::StreamPair pair;
-    pair.begin() << line.operator->() << line.operator->();
-    const std::string bytes(pair.out->outData(), pair.out->outLength());
-    // One marker per top-level TypeCode: the second is whole again.
-    const size_t marker = bytes.find("\xff\xff\xff\xff");
-    ASSERT_NE(std::string::npos, marker);
-    const size_t second = bytes.find("\xff\xff\xff\xff", marker + 4);
-    ASSERT_NE(std::string::npos, second);
-    EXPECT_EQ(std::string::npos, bytes.find("\xff\xff\xff\xff", second + 4));
-    int32_t offset;
-    std::memcpy(&offset, bytes.data() + marker + 4, 4);
-    // It leads back to P's kind, whose encapsulation holds P's id.
-    const size_t target = marker + 4 + static_cast<size_t>(offset);
-    uint32_t kind;
-    std::memcpy(&kind, bytes.data() + target, 4);
-    EXPECT_EQ(uint32_t(CORBA::tk_struct), kind);
-    EXPECT_EQ(target + 16, bytes.find("IDL:P:1.0"));  // kind, length, octet, padding, count
-
-    pair.pass();
-    CORBA_TypeCode_var a, b;
-    *pair.in >> a.out() >> b.out();
-    ASSERT_TRUE(line->equal(a) && line->equal(b));
-    CORBA_TypeCode_var x = a->member_type(0), y = a->member_type(1);
-    EXPECT_EQ(x.operator->(), y.operator->());
 }
 
 TEST(StdTypeCode, PeerEncapsulationsInEitherByteOrder) {
