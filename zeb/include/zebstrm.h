@@ -464,6 +464,14 @@ private:
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
+    // Counts one level of TypeCode nesting while it lives.
+    struct Nesting {
+        explicit Nesting(int& depth) : _depth(++depth) {}
+        ~Nesting() { --_depth; }
+        Nesting(const Nesting&) = delete;
+        Nesting& operator=(const Nesting&) = delete;
+        int& _depth;
+    };
     // The encapsulated form of -ORBstdtypecodes (zebstdtc.cc), in place of
     // the broker's own when the option is given.
     void putStdTypeCode(CORBA_TypeCode* tc);

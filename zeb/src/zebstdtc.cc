@@ -62,14 +62,10 @@ void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
     // An index, not a pointer: the block may move as it grows.
     const std::size_t lengthAt = static_cast<std::size_t>(_out->writeCount()) - 4;
     writeOctet(IIOP::BYTE_ORDER);
-    ++_tcDepth;
-    try {
+    {
+        Nesting nest(_tcDepth);
         tc->_writeParams(*this);
-    } catch (...) {
-        --_tcDepth;
-        throw;
     }
-    --_tcDepth;
     const uint32_t length =
         static_cast<uint32_t>(static_cast<std::size_t>(_out->writeCount()) - lengthAt - 4);
     std::memcpy(_out->write_base + lengthAt, &length, sizeof length);
@@ -94,14 +90,10 @@ void ZEBIIOPstream::getStdTypeCode(CORBA_TypeCode*& tc) {
         tc = CORBA_TypeCode::_read(*this, kind);
         return;
     }
-    ++_stdInDepth;
-    try {
+    {
+        Nesting nest(_stdInDepth);
         tc = readEncapsulatedTypeCode(kind);
-    } catch (...) {
-        --_stdInDepth;
-        throw;
     }
-    --_stdInDepth;
     _stdInTcs->add(tc, start);
 }
 

@@ -36,14 +36,8 @@ void ZEBIIOPstream::putTypeCode(CORBA_TypeCode* tc) {
         const uint32_t here = static_cast<uint32_t>(_out->writeCount() + _pendingBytes - kHeaderBytes);
         _outTcTable->addTypeCode(tc, static_cast<CORBA::Long>(here));
         _outTcCount = static_cast<int>(_outTcTable->size());
-        ++_tcDepth;
-        try {
-            tc->_write(*this);
-        } catch (...) {
-            --_tcDepth;
-            throw;
-        }
-        --_tcDepth;
+        Nesting nest(_tcDepth);
+        tc->_write(*this);
         return;
     }
     writeWire(kIndirection);
