@@ -43,11 +43,13 @@ namespace cdrclock {
 constexpr const char* kCases[] = {
     "longs_encode",      "longs_decode",      "doubles_encode",    "doubles_decode",
     "seq_long_encode",   "seq_long_decode",   "seq_double_encode", "seq_double_decode",
-    "strings_encode",    "strings_decode",
+    "strings_encode",    "strings_decode",    "any_seq_long_encode", "any_seq_long_decode",
+    "any_struct_encode", "any_struct_decode",
 };
 constexpr int kCount = 1024;       // values per primitive case and sequence
 constexpr int kStrings = 100;      // strings per string case
 constexpr int kStringLength = 32;  // characters of each string
+constexpr int kSampleDoubles = 100;  // doubles of the struct in an Any
 
 }  // namespace cdrclock
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "anybench.hh"
 #include "cdr_clock.h"
 
 namespace {
@@ -102,6 +103,45 @@ double decodeStrings() {
     });
 }
 
+CORBA::Any anyOf(const std::string& n) {
+    CORBA::Any a;
+    if (n.compare(0, 12, "any_seq_long") == 0) {
+        Bench::Longs seq;
+        seq.length(kCount);
+        for (int i = 0; i < kCount; ++i) seq[i] = 0x12345678;
+        a <<= seq;
+    } else {
+        Bench::Sample s;
+        s.id = 7;
+        s.name = text().c_str();
+        for (int i = 0; i < cdrclock::kSampleDoubles; ++i) s.values[i] = 3.25;
+        a <<= s;
+    }
+    return a;
+}
+
+double encodeAny(const CORBA::Any& a) {
+    cdrMemoryStream m;
+    return nsPerCall([&] {
+        m.rewindPtrs();
+        a >>= m;
+        cdrclock::keep(m.bufPtr());
+    });
+}
+
+double decodeAny(const CORBA::Any& a) {
+    cdrMemoryStream w;
+    a >>= w;
+    std::string data(static_cast<const char*>(w.bufPtr()), w.bufSize());
+    cdrMemoryStream m(&data[0], data.size());
+    return nsPerCall([&] {
+        m.rewindInputPtr();
+        CORBA::Any out;
+        out <<= m;
+        cdrclock::keep(out);
+    });
+}
+
 }  // namespace
 
 // Nanoseconds per run of the named case, or -1 for a name it does not know.
@@ -126,5 +166,9 @@ extern "C" double kelvanor_omni_cdr_ns(const char* name) {
     if (n == "seq_double_decode") return decodeSequence<CORBA::DoubleSeq>(CORBA::Double(3.25));
     if (n == "strings_encode") return encodeStrings();
     if (n == "strings_decode") return decodeStrings();
+    if (n.compare(0, 4, "any_") == 0) {
+        const CORBA::Any a = anyOf(n);
+        return n.find("encode") != std::string::npos ? encodeAny(a) : decodeAny(a);
+    }
     return -1;
 }

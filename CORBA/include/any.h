@@ -56,7 +56,9 @@ public:
     // size comes from one walk of the block.
     CORBA_Any(CORBA_TypeCode* tc, void* value, CORBA::Boolean release);
     // The bytes of buf as the block of tc (taken, as above); a copy if buf owns
-    // its block, else the Any takes the block over.
+    // its block, else the Any takes the block over. A kind not held as CDR
+    // (simple, enum, string, ...) is read out of the block into its held
+    // form; a block taken over is freed then.
     CORBA_Any(CORBA_TypeCode* tc, const CORBA_MarshalOutBuffer& buf);
     CORBA_Any& operator=(const CORBA_Any& other);
     ~CORBA_Any();

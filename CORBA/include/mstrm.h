@@ -75,6 +75,10 @@ public:
     // The string in place, without a copy; null for a count of 0. The
     // pointer lives as long as the block.
     char* getString();
+    // The next n elements of `size` bytes in place, after the alignment to
+    // size, when they are all there and in the host's order; null, with
+    // nothing consumed, otherwise. The pointer lives as long as the block.
+    const char* inPlace(unsigned size, CORBA::ULong n);
 
     char* buffer() const { return _block; }
     CORBA::ULong size() const { return _size; }

@@ -114,6 +114,9 @@ public:
     // so that a marshal stream may put an indirection in their place. A
     // recursive sequence throws CORBA_BAD_TYPECODE.
     void _write(TBostream& strm) const;
+    // The same without the kind: what follows it, which is what the
+    // standard form puts in the encapsulation of a complex kind.
+    void _writeParams(TBostream& strm) const;
 
     // Null stays null; one more reference otherwise.
     static CORBA_TypeCode* _duplicate(CORBA_TypeCode* tc);

@@ -344,6 +344,24 @@ void CORBA_Any::replace(CORBA_TypeCode* tc, void* value, CORBA::Boolean release)
 }
 
 void CORBA_Any::replace(CORBA_TypeCode* tc, const CORBA_MarshalOutBuffer& buf) {
+    if (formOf(tc).held != Held::block) {
+        // Only constructed values are held as their CDR: any other is read
+        // out of the block into its own held form (an enum's is a simple
+        // value, a string's a char*), and a block taken over is spent.
+        CORBA_TypeCode_var type = tc;
+        CORBA_MarshalInBuffer in(buf.buffer(), buf.length());
+        CORBA::Long size = 0;
+        void* v = nullptr;
+        try {
+            v = readHeld(in, type, size);
+        } catch (...) {
+            if (!buf.owns_buffer()) CORBA::string_free(buf.buffer());
+            throw;
+        }
+        if (!buf.owns_buffer()) CORBA::string_free(buf.buffer());
+        set(type._retn(), v, size);
+        return;
+    }
     char* block = buf.buffer();
     if (buf.owns_buffer()) {
         block = CORBA::string_alloc(buf.length());

@@ -62,6 +62,17 @@ TBistream& CORBA_MarshalInBuffer::get(char* p, unsigned n) {
     return *this;
 }
 
+const char* CORBA_MarshalInBuffer::inPlace(unsigned size, CORBA::ULong n) {
+    if (_byteOrder != (CORBA::ByteOrder ? 1 : 0)) return nullptr;
+    const unsigned r = _align % size;
+    const uint64_t bytes = (r ? size - r : 0) + uint64_t(n) * size;
+    if (bytes > _size - _cursor) return nullptr;
+    const char* p = _block + _cursor + (r ? size - r : 0);
+    _cursor += static_cast<CORBA::ULong>(bytes);
+    _align += static_cast<CORBA::ULong>(bytes);
+    return p;
+}
+
 void CORBA_MarshalInBuffer::skipPad(unsigned size) {
     unsigned r = _align % size;
     if (r) {

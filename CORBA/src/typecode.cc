@@ -418,6 +418,11 @@ long compare(CORBA_TypeCode* a, CORBA_TypeCode* b) {
 void CORBA_TypeCode::_write(TBostream& strm) const {
     ready();
     strm << static_cast<unsigned long>(_kind);
+    _writeParams(strm);
+}
+
+void CORBA_TypeCode::_writeParams(TBostream& strm) const {
+    ready();
     auto text = [&](CORBA::ULong i) { strm << textOf(*_params[i]); };
     auto type = [&](CORBA::ULong i) { strm << typeOf(*_params[i]); };
     auto count = [&](CORBA::ULong n) { strm << static_cast<unsigned long>(n); };

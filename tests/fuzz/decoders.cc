@@ -14,6 +14,7 @@
 #include "sequence.h"
 #include "tbiostrm.h"
 #include "typecode.h"
+#include "zebglob.h"
 #include "zebstring.h"
 
 namespace kfuzz {
@@ -129,6 +130,20 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         break;
     }
     case 20: return record<CORBA_Environment>(s);
+    case 21: {
+        // The same through the encapsulated form of -ORBstdtypecodes: a
+        // TypeCode, then an Any. Other streams read their one form.
+        struct StdForm {
+            StdForm() { ZEBGlobalTable::std_typecodes = 1; }
+            ~StdForm() { ZEBGlobalTable::std_typecodes = 0; }
+        } form;
+        CORBA_TypeCode_var tc;
+        s >> tc.out();
+        CORBA_Any a;
+        s >> a;
+        (void)hash(a);
+        break;
+    }
     case 22: {
         // A connection stream reads through getTypeCode and its table.
         CORBA_TypeCode_var tc;

@@ -35,6 +35,7 @@
 #include "typecode.h"
 #include "vexsrv.h"
 #include "zebstrm.h"
+#include "zebglob.h"
 #include "zebstring.h"
 #include "zeboid.h"
 
@@ -88,6 +89,14 @@ CORBA_CreationImplDef sampleDef(const char* iface, const char* obj, unsigned nar
 }
 
 // ------------------------------------------------------------------ CDR
+
+// A struct that holds one member TypeCode twice: an indirection.
+CORBA_TypeCode* sharedMemberStruct() {
+    const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
+    CORBA_TypeCode_var s = new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
+    const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
+    return new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+}
 
 void cdrSeeds() {
     auto one = [](const char* name, std::initializer_list<uint8_t> ops, auto&& write) {
@@ -159,13 +168,7 @@ void cdrSeeds() {
         ZEBString("text").write(o);
     });
     one("typecodes", {22, 22}, [](TBostream& o) {
-        // A struct that holds one member TypeCode twice: an indirection.
-        const ZEBTCMember inner[] = {{"l", CORBA::_tc_long, nullptr}};
-        CORBA_TypeCode_var s =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:S:1.0", "S", inner, 1, 0);
-        const ZEBTCMember twice[] = {{"a", s, nullptr}, {"b", s, nullptr}};
-        CORBA_TypeCode_var t =
-            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", "T", twice, 2, 0);
+        CORBA_TypeCode_var t = sharedMemberStruct();
         CORBA_Any one;
         one <<= CORBA::Long(1);
         const ZEBTCMember arms[] = {{"x", CORBA::_tc_long, &one}, {"y", CORBA::_tc_string, nullptr}};
@@ -186,6 +189,23 @@ void cdrSeeds() {
         nested <<= inner;
         CORBA_Any record(CORBA::_tc_NamedValue, new CORBA_NamedValue("n", &inner, 1), 1);
         o << enums << nested << record;
+    });
+    one("stdtypecodes", {21, 21}, [](TBostream& o) {
+        // The shared member again, and a union in an Any, as other ORBs
+        // write them.
+        ZEBGlobalTable::std_typecodes = 1;
+        CORBA_TypeCode_var t = sharedMemberStruct();
+        CORBA_Any one;
+        one <<= CORBA::Long(1);
+        const ZEBTCMember arms[] = {{"x", t, &one}, {"y", CORBA::_tc_string, nullptr}};
+        CORBA_TypeCode_var u =
+            new CORBA_TypeCode("IDL:U:1.0", "U", CORBA::_tc_long, arms, 2, 0);
+        CORBA_MarshalOutBuffer b;
+        b << 1L << 2L << 3L;
+        CORBA_Any value(CORBA_TypeCode::_duplicate(u), b);
+        o << t.operator->() << value;
+        o << u.operator->() << value;
+        ZEBGlobalTable::std_typecodes = 0;
     });
     one("arrays", {16 | 64}, [](TBostream& o) {
         short h[6] = {1, 2, 3, 4, 5, 6};

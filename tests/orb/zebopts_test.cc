@@ -170,12 +170,14 @@ TEST_F(ZEBOptions, SwitchesSetTheirFlags) {
         {"-ORBtcpnodelay", &G::orb_no_delay, 1},    {"-ORBtcpdelay", &G::orb_no_delay, 0},
         {"-ORBcleanup", &G::do_cleanup, 1},         {"-ORBnobindunbind", &G::call_bind_unbind, 0},
         {"-ORBcallbindunbind", &G::call_bind_unbind, 1},
+        {"-ORBstdtypecodes", &G::std_typecodes, 1},
     };
     for (const auto& c : cases) {
         *c.field = !c.value;
         EXPECT_EQ(Argv({"p", c.option}).parse().argc, 1) << c.option;
         EXPECT_EQ(*c.field, c.value) << c.option;
     }
+    G::std_typecodes = 0;  // the other tests of this program use the broker's own form
 }
 
 TEST_F(ZEBOptions, AgentOptionsReachAnExistingAgentClient) {

@@ -191,6 +191,9 @@ public:
     static CORBA::Boolean do_cleanup;  // kept, read by nothing
     // Clients announce themselves to servers with __bind and __unbind.
     static CORBA::Boolean call_bind_unbind;
+    // TypeCodes go in the encapsulated form that other brokers use instead
+    // of the broker's own (-ORBstdtypecodes).
+    static CORBA::Boolean std_typecodes;
     // Set while the table is destroyed at process exit.
     static CORBA::Boolean _exiting;
 

@@ -20,6 +20,7 @@
 #include <kelvanor/tbipcstr.h>
 
 struct sockaddr_in;
+class ZEBTypeCodeList;
 class ZEBTypeCodeTable;
 
 namespace ZEB_EXT {
@@ -241,7 +242,11 @@ public:
     // Within a TypeCode being written, a TypeCode written before in the
     // same message goes as 0xffffffff and the distance back to it; a
     // top-level one always in full. Null is CORBA_BAD_PARAM. On reading,
-    // an indirection to no TypeCode of the message is CORBA_MARSHAL.
+    // an indirection to no TypeCode of the message is CORBA_MARSHAL. With
+    // -ORBstdtypecodes both use the encapsulated form, where indirections
+    // reach within one top-level TypeCode; reading it, a kind after
+    // tk_except or an encapsulation longer than the message is
+    // CORBA_MARSHAL as well.
     void putTypeCode(CORBA_TypeCode* tc) override;
     void getTypeCode(CORBA_TypeCode*& tc) override;
 
@@ -491,6 +496,21 @@ private:
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
+    // Counts one level of TypeCode nesting while it lives.
+    struct Nesting {
+        explicit Nesting(int& depth) : _depth(++depth) {}
+        ~Nesting() { --_depth; }
+        Nesting(const Nesting&) = delete;
+        Nesting& operator=(const Nesting&) = delete;
+        int& _depth;
+    };
+    // The encapsulated form of -ORBstdtypecodes (zebstdtc.cc), in place of
+    // the broker's own when the option is given.
+    void putStdTypeCode(CORBA_TypeCode* tc);
+    void getStdTypeCode(CORBA_TypeCode*& tc);
+    // After the kind: the encapsulation and the parameters in it. The
+    // caller releases the result.
+    CORBA_TypeCode* readEncapsulatedTypeCode(CORBA::ULong kind);
     // Empty the TypeCode tables and zero their counts.
     void emptyInTypeCodes();
     void emptyOutTypeCodes();
@@ -556,6 +576,11 @@ private:
     int _inTcCount = 0;
     int _outTcCount = 0;
     int _tcDepth = 0;  // nesting of putTypeCode
+    // The encapsulated form's: the complex TypeCodes of the top-level
+    // TypeCode being written / read, by position; made at first use.
+    std::unique_ptr<ZEBTypeCodeList> _stdOutTcs;
+    std::unique_ptr<ZEBTypeCodeList> _stdInTcs;
+    int _stdInDepth = 0;  // nesting of getStdTypeCode's encapsulations
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
     int _readWaits = 0;   // waits for input under way, nested ones counted
     // Queue mode (queueOutput): bytes owed to the peer lie in

@@ -5,6 +5,10 @@
 #ifndef KELVANOR_ZEBTCTBL_H
 #define KELVANOR_ZEBTCTBL_H
 
+#include <cstddef>
+#include <utility>
+#include <vector>
+
 #include <kelvanor/dsdict.h>
 #include <kelvanor/tbresrc.h>
 
@@ -50,6 +54,26 @@ public:
 private:
     DSDictionary _byOffset;    // ZEBUniqueId -> ZEBTCWrapper
     DSDictionary _byTypeCode;  // ZEBTCWrapper -> ZEBUniqueId
+};
+
+// The same pairs for the encapsulated form, whose offsets reach only within
+// one top-level TypeCode: a handful of entries, emptied for each, where a
+// flat list beats the dictionaries. Holds a reference to each TypeCode.
+class ZEBTypeCodeList {
+public:
+    ZEBTypeCodeList() = default;
+    ~ZEBTypeCodeList() { removeAll(); }
+    ZEBTypeCodeList(const ZEBTypeCodeList&) = delete;
+    ZEBTypeCodeList& operator=(const ZEBTypeCodeList&) = delete;
+
+    // The first entry of a TypeCode or an offset wins, as in the table.
+    void add(CORBA_TypeCode* tc, unsigned long offset);
+    long offsetOf(const CORBA_TypeCode* tc) const;           // -1 if absent
+    CORBA_TypeCode* typeCodeAt(unsigned long offset) const;  // not counted; null if absent
+    void removeAll();
+
+private:
+    std::vector<std::pair<CORBA_TypeCode*, unsigned long>> _items;
 };
 
 #endif

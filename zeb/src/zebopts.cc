@@ -43,6 +43,7 @@ CORBA::Boolean ZEBGlobalTable::has_callback = 1;
 CORBA::Boolean ZEBGlobalTable::recursion = 0;
 CORBA::Boolean ZEBGlobalTable::do_cleanup = 0;
 CORBA::Boolean ZEBGlobalTable::call_bind_unbind = 1;
+CORBA::Boolean ZEBGlobalTable::std_typecodes = 0;
 
 namespace {
 
@@ -144,6 +145,8 @@ const Option kOptions[] = {
      "Kelvanor: -OAidle is not followed by a value", "Kelvanor: Invalid idle time"},
     {"-ORBcleanup", Arg::NONE, [](const char*, unsigned long) { G::do_cleanup = 1; }, nullptr,
      nullptr},
+    {"-ORBstdtypecodes", Arg::NONE, [](const char*, unsigned long) { G::std_typecodes = 1; },
+     nullptr, nullptr},
 };
 
 [[noreturn]] void refuse(const char* message) {

@@ -6,6 +6,7 @@
 
 #include "except.h"
 #include "typecode.h"
+#include "zebglob.h"
 #include "zebtctbl.h"
 
 namespace {
@@ -24,6 +25,7 @@ void ZEBIIOPstream::emptyOutTypeCodes() {
 }
 
 void ZEBIIOPstream::putTypeCode(CORBA_TypeCode* tc) {
+    if (ZEBGlobalTable::std_typecodes) return putStdTypeCode(tc);
     if (!tc) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
     if (!_outTcTable) _outTcTable.reset(new ZEBTypeCodeTable);
     // Offsets count from the end of the message header, in 32 bits; the
@@ -34,14 +36,8 @@ void ZEBIIOPstream::putTypeCode(CORBA_TypeCode* tc) {
         const uint32_t here = static_cast<uint32_t>(_out->writeCount() + _pendingBytes - kHeaderBytes);
         _outTcTable->addTypeCode(tc, static_cast<CORBA::Long>(here));
         _outTcCount = static_cast<int>(_outTcTable->size());
-        ++_tcDepth;
-        try {
-            tc->_write(*this);
-        } catch (...) {
-            --_tcDepth;
-            throw;
-        }
-        --_tcDepth;
+        Nesting nest(_tcDepth);
+        tc->_write(*this);
         return;
     }
     writeWire(kIndirection);
@@ -51,6 +47,7 @@ void ZEBIIOPstream::putTypeCode(CORBA_TypeCode* tc) {
 }
 
 void ZEBIIOPstream::getTypeCode(CORBA_TypeCode*& tc) {
+    if (ZEBGlobalTable::std_typecodes) return getStdTypeCode(tc);
     if (!_inTcTable) _inTcTable.reset(new ZEBTypeCodeTable);
     const CORBA::ULong start = inPos();
     const CORBA::ULong kind = readWire<uint32_t>();

@@ -51,3 +51,24 @@ void ZEBTypeCodeTable::removeAll() {
     _byOffset.removeAll();
     _byTypeCode.removeAll();
 }
+
+void ZEBTypeCodeList::add(CORBA_TypeCode* tc, unsigned long offset) {
+    _items.emplace_back(CORBA_TypeCode::_duplicate(tc), offset);
+}
+
+long ZEBTypeCodeList::offsetOf(const CORBA_TypeCode* tc) const {
+    for (const auto& item : _items)
+        if (item.first == tc) return static_cast<long>(item.second);
+    return -1;
+}
+
+CORBA_TypeCode* ZEBTypeCodeList::typeCodeAt(unsigned long offset) const {
+    for (const auto& item : _items)
+        if (item.second == offset) return item.first;
+    return nullptr;
+}
+
+void ZEBTypeCodeList::removeAll() {
+    for (const auto& item : _items) CORBA::release(item.first);
+    _items.clear();
+}
