@@ -42,6 +42,13 @@ Types, by the way they are passed:
   fixed struct S    S                 const S&       S&         S&         S
   variable struct S S                 const S&       S*&        S&         S*
   sequence Q        Q                 const Q&       Q*&        Q&         Q*
+  any               CORBA_Any         const CORBA_Any&  CORBA_Any*&  CORBA_Any&  CORBA_Any*
+  TypeCode          CORBA_TypeCode_var  CORBA_TypeCode*  CORBA_TypeCode*&  (as out)
+                                                                               CORBA_TypeCode*
+  fixed union U     U                 const U&       U&         U&         U
+  variable union U  U                 const U&       U*&        U&         U*
+  fixed array A     A                 const A        A          A          A_slice*
+  variable array A  A                 const A        A_slice*&  A          A_slice*
   kelvanor_class C  C_var             C*             C*&        C*&        C*
 
 (CORBA::Boolean and CORBA::Octet are unsigned char, CORBA::Char is char,
@@ -96,9 +103,35 @@ one of CORBA_Object's, such as _bind) in its table _methods, in IDL order.
 A servant derives from _sk_I and calls its constructor with the object
 name, or with a service name and reference data.
 
-Constants are emitted as constexpr values. Unions, any, TypeCode, arrays,
-long long, long double, wide characters and strings, fixed and value types
-are refused with an error at their declaration.
+Unions are classes U with the discriminator _d() and _d(value), and per
+member m a reader m() and a writer m(value) that sets the discriminator to
+m's first label (for the default member, to the first value no label
+names); a new union holds its default member, or else its first. Each
+member has storage of its own (_u_m), so copies are member-wise; the stream
+form is the discriminator, then the member it selects (none when no label
+matches and there is no default).
+
+An array typedef A of E[n]... is the C++ array type with A_slice (E with
+the first dimension dropped), A_alloc() and A_dup(s) (new[] of n slices),
+A_free(s) and the holder A_var = ZEBArrayVar<A_slice>; a structure member
+m declared with sizes gets the array type _m_array beside it. Arrays move
+through the ZEBputArray / ZEBgetArray templates of zebidl.h (two arrays of
+one shape are one C++ type, so they cannot each have stream operators).
+Sequences of arrays and arrays in unions are refused.
+
+Every type emitted (structure, exception, union, enumeration, interface,
+typedef'd sequence, alias, array typedef) has a static CORBA_TypeCode*
+const _tc_<name> in its scope (a static member inside a class). It is built
+from constants only and filled in at first use, so static initialisers of
+any unit may use it. A sequence of the enclosing structure or union is a
+recursive sequence TypeCode. `any' is CORBA_Any and CORBA::TypeCode (IDL
+files name it after #include <orb.idl>, whose header is the broker's orb.h)
+CORBA_TypeCode. An interface only forward-declared in the whole file is
+passed and held as CORBA_Object, since its class is never complete there.
+
+Constants are emitted as constexpr values. Contexts, long long, long
+double, wide characters and strings, fixed and value types are refused with
+an error at their declaration.
 
 #pragma kelvanor_class <IDL struct> <C++ class> [<header>]
 
