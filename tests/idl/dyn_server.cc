@@ -61,6 +61,8 @@ public:
         }
     }
 
+    CORBA_InterfaceDef* definition() override { return nullptr; }
+
 private:
     std::string _note;
 };

@@ -182,8 +182,29 @@ def cxx(name):
     return "_cxx_" + name if name in CXX_KEYWORDS else name
 
 
+# Module CORBA is the broker's own: its interfaces, structures, sequences
+# and aliases are the global classes CORBA_<name>; its enumerations and
+# their enumerators (named here, once the tree is indexed) stay in namespace
+# CORBA, as do the static TypeCodes of all its types.
+CORBA_KEPT = set()
+
+
+def in_corba(modpath):
+    return modpath[:1] == ["CORBA"]
+
+
 def cxx_scoped(scoped_name):
-    return "::".join(cxx(n) for n in scoped_name)
+    names = list(scoped_name)
+    if len(names) >= 2 and names[0] == "CORBA" and names[1] not in CORBA_KEPT:
+        names = ["CORBA_" + names[1]] + names[2:]
+    return "::".join(cxx(n) for n in names)
+
+
+def join_q(owner_q, uname):
+    """The C++ name of uname declared in the scope owner_q."""
+    if owner_q == "CORBA":
+        return "CORBA_" + uname
+    return (owner_q + "::" + uname) if owner_q else uname
 
 
 def runtime_name(scoped_name):
@@ -443,9 +464,16 @@ class Item:
         self.modpath = modpath  # module names: the namespace of the item
         self.nested = []        # items declared inside this class
 
+    def namespace(self):
+        """The C++ namespaces that hold the item."""
+        path = self.modpath
+        if in_corba(path) and self.kind != "enum":
+            path = path[1:]
+        return [cxx(m) for m in path]
+
     def ns(self):
         """Qualifier of the namespace that holds the item's operators."""
-        return "".join(cxx(m) + "::" for m in self.modpath)
+        return "".join(m + "::" for m in self.namespace())
 
 
 def unalias(t):
@@ -470,7 +498,8 @@ def union_label(value, disc):
 
 def tc_name(scoped_name):
     """The C++ name of the static TypeCode of a declared type."""
-    return cxx_scoped(list(scoped_name[:-1]) + ["_tc_" + scoped_name[-1]])
+    scope = cxx_scoped(scoped_name[:-1])
+    return (scope + "::" if scope else "") + "_tc_" + scoped_name[-1]
 
 
 class TcBuilder:
@@ -584,6 +613,10 @@ class Generator:
         elif isinstance(decl, idlast.Typedef):
             if decl.constrType():
                 self.index(decl.aliasType().decl())
+        elif isinstance(decl, idlast.Enum) and len(decl.scopedName()) == 2 \
+                and decl.scopedName()[0] == "CORBA":
+            CORBA_KEPT.add(decl.identifier())
+            CORBA_KEPT.update(e.identifier() for e in decl.enumerators())
 
     def pragma_sources(self, decl, scope, out):
         """(pragma, scope) for every pragma attached anywhere below decl."""
@@ -736,7 +769,7 @@ class Generator:
         return self.ty(t, where)
 
     def sequence_class(self, seq, where, owner_q, owner_rt, uname, modpath, items):
-        q = (owner_q + "::" + uname) if owner_q else uname
+        q = join_q(owner_q, uname)
         rt = (owner_rt + "::" + uname) if owner_rt else uname
         inner = uname + "_seq" if uname.startswith("_") else "_" + uname + "_seq"
         elem = self.member_ty(seq.seqType(), where, owner_q, owner_rt, inner, modpath, items)
@@ -759,6 +792,9 @@ class Generator:
         self.read_pragmas()
         for d in self.tree.declarations():
             self.top(d, [])
+        for item in self.items:
+            if in_corba(item.modpath) and item.kind != "enum":
+                item.uname = item.q if hasattr(item, "q") else "CORBA_" + item.uname
 
     def top(self, decl, modpath):
         if not decl.mainFile():
@@ -907,7 +943,7 @@ class Generator:
         if elem.kind == "class":
             fail(dcl, "arrays of a kelvanor_class structure are not supported")
         item = Item("array", dcl, modpath)
-        item.q = (owner_q + "::" + uname) if owner_q else uname
+        item.q = join_q(owner_q, uname)
         item.uname = uname
         item.elem = elem
         item.named = named

@@ -10,7 +10,7 @@ import os
 
 from omniidl import idlast
 
-from kelvanor_idl import TcBuilder, c_string, cxx, cxx_scoped, string_hash, wrap
+from kelvanor_idl import TcBuilder, cxx, cxx_scoped, string_hash, tc_name, wrap
 
 
 def put(t, strm, e):
@@ -116,7 +116,7 @@ class HeaderWriter:
         w("class TBostream;")
         w()
         for item in gen.items:
-            self.set_namespace([cxx(m) for m in item.modpath])
+            self.set_namespace(item.namespace())
             deferred = []
             self.item(item, deferred, False)
             for line in deferred:
@@ -135,7 +135,10 @@ class HeaderWriter:
         getattr(self, "item_" + item.kind)(item, deferred, in_class)
         ident = tc_of(item)
         if ident:
-            self.w("%s CORBA_TypeCode* const _tc_%s;" % ("static" if in_class else "extern", ident))
+            decl = "%s CORBA_TypeCode* const _tc_%s;" % ("static" if in_class else "extern", ident)
+            if not in_class and item.namespace() != [cxx(m) for m in item.modpath]:
+                decl = "namespace CORBA { %s }" % decl  # module CORBA's classes are global
+            self.w(decl)
             self.w()
 
     def item_array(self, item, deferred, in_class):
@@ -359,7 +362,7 @@ static %(u)s* _bind(const char* object_name = nullptr, const char* host_name = n
 
     def skeleton(self, item):
         w = self.w
-        u = item.uname
+        u = cxx(item.decl.identifier())  # _sk_CORBA::_sk_X for CORBA_X too
         w("// Base of %s servants: one dispatch function per operation," % item.rt)
         w("// which reads the arguments, calls the servant and writes the reply.")
         w("class _sk_%s : public %s {" % (u, item.q))
@@ -488,8 +491,7 @@ class SourceWriter:
         w()
         w("}  // namespace")
         w()
-        w("CORBA_TypeCode* const %s = &_kidl_tc%d.tc;"
-          % (cxx_scoped(list(scope[:-1]) + ["_tc_" + scope[-1]]), n))
+        w("CORBA_TypeCode* const %s = &_kidl_tc%d.tc;" % (tc_name(scope), n))
         w()
 
     def tc_members(self, b, members):
@@ -894,7 +896,8 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
 
     def skeleton(self, item):
         w = self.w
-        sk = "".join("_sk_" + cxx(m) + "::" for m in item.modpath) + "_sk_" + item.uname
+        u = cxx(item.decl.identifier())
+        sk = "".join("_sk_" + cxx(m) + "::" for m in item.modpath) + "_sk_" + u
         if item.ops:
             w("CORBA_MethodDescription %s::_methods[] = {" % sk)
             for op in item.ops:
@@ -916,7 +919,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
     if (!_zeb_impl()) _init(nullptr, 0);
     _service(service_name, id);
 }
-""" % {"sk": sk, "u": item.uname, "q": item.q})
+""" % {"sk": sk, "u": u, "q": item.q})
         w()
         for op in item.ops:
             self.dispatch(item, sk, op)
