@@ -608,7 +608,11 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& s) {
         ns = item.ns()
         writes = "".join("    %s\n" % put(t, "strm", "v." + n) for n, t in item.members)
         reads = "".join("    %s\n" % get(t, "strm", "v." + n) for n, t in item.members)
-        w.block("""
+        self.value_operators(item, "struct", writes, reads, self.member_lines(item, "v.", "    "))
+
+    def value_operators(self, item, word, writes, reads, prints):
+        """The stream and printing operators of a structure or union."""
+        self.w.block("""
 TBostream& %(ns)soperator<<(TBostream& strm, const %(q)s& v) {
 %(writes)s    return strm;
 }
@@ -623,12 +627,12 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& v) {
         strm << v;
         return os;
     }
-    os << "struct %(rt)s {" << std::endl;
-%(members)s    return os << "}" << std::endl;
+    os << "%(word)s %(rt)s {" << std::endl;
+%(prints)s    return os << "}" << std::endl;
 }
-""" % {"ns": ns, "q": q, "rt": item.rt, "writes": writes, "reads": reads,
-       "members": self.member_lines(item, "v.", "    ")})
-        w()
+""" % {"ns": item.ns(), "q": item.q, "rt": item.rt, "word": word, "writes": writes,
+       "reads": reads, "prints": prints})
+        self.w()
 
     def item_union(self, item):
         w = self.w
@@ -651,30 +655,9 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& v) {
         writes = switch(lambda t, e, i: "strm << %s;" % e)
         reads = switch(lambda t, e, i: "strm >> %s;" % e)
         prints = switch(lambda t, e, i: 'os << "\\t%s: " << %s << std::endl;' % (i, t.printed(e)))
-        w.block("""
-TBostream& %(ns)soperator<<(TBostream& strm, const %(q)s& v) {
-    strm << v._disc;
-%(writes)s    return strm;
-}
-
-TBistream& %(ns)soperator>>(TBistream& strm, %(q)s& v) {
-    strm >> v._disc;
-%(reads)s    return strm;
-}
-
-std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& v) {
-    if (!ZEBisConsole(os)) {
-        TBostream strm(os);
-        strm << v;
-        return os;
-    }
-    os << "union %(rt)s {" << std::endl;
-    os << "\t_d: " << %(disc)s << std::endl;
-%(prints)s    return os << "}" << std::endl;
-}
-""" % {"ns": item.ns(), "q": item.q, "rt": item.rt, "writes": writes, "reads": reads,
-       "prints": prints, "disc": item.disc.printed("v._disc")})
-        w()
+        disc = '    os << "\\t_d: " << %s << std::endl;\n' % item.disc.printed("v._disc")
+        self.value_operators(item, "union", "    strm << v._disc;\n" + writes,
+                             "    strm >> v._disc;\n" + reads, disc + prints)
 
     def item_exception(self, item):
         w = self.w
