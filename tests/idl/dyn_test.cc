@@ -42,7 +42,8 @@ Dyn::Item sampleItem() {
 TEST(DynTypeCodes, StaticsEqualHandBuiltOnes) {
     EXPECT_EQ(kShadesAtStart, 3u);
     const char* const shades[] = {"light", "dark", "grey"};
-    CORBA_TypeCode_var shade(new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 3, 0));
+    CORBA_TypeCode_var shade(
+        new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 3, 0));
     const ZEBTCMember itemMembers[] = {
         {"id", CORBA::_tc_long, nullptr}, {"name", CORBA::_tc_string, nullptr},
         {"extra", CORBA::_tc_any, nullptr}};
@@ -60,8 +61,8 @@ TEST(DynTypeCodes, StaticsEqualHandBuiltOnes) {
                                                 valueMembers, 3, 0));
     const ZEBTCMember refusedMembers[] = {
         {"why", CORBA::_tc_string, nullptr}, {"tone", shade, nullptr}};
-    CORBA_TypeCode_var refused(new CORBA_TypeCode(CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0",
-                                                  "Refused", refusedMembers, 2, 0));
+    CORBA_TypeCode_var refused(new CORBA_TypeCode(
+        CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused", refusedMembers, 2, 0));
     struct {
         CORBA_TypeCode* generated;
         CORBA_TypeCode* byHand;
