@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -50,50 +49,34 @@ TEST(DSAddr, WireFormRoundTrips) {
     EXPECT_TRUE(b->isEqual(a));
 }
 
-TEST(DSAddr, HashAndCompareTakeAddressThenPort) {
+// Compare orders by address, then port; text, sockaddr and the multicast
+// range; a documentation address is never this machine, a socket pair no
+// internet peer.
+TEST(DSAddr, CompareTextMulticastAndLocal) {
     DSAddr a(5, 0x01020304u);
-    EXPECT_EQ(a.hash(), 0x01020304u ^ 5u);
     EXPECT_EQ(a.compare(DSAddr(a)), 0);
     EXPECT_LT(a.compare(DSAddr(6, 0x01020304u)), 0);
-    EXPECT_GT(a.compare(DSAddr(4, 0x01020304u)), 0);
     EXPECT_LT(a.compare(DSAddr(0, 0x01020305u)), 0);  // the address decides first
     // Far apart: a plain int difference would get the sign wrong.
     EXPECT_GT(DSAddr(1, 0xFFFFFFFFu).compare(DSAddr(1, 0u)), 0);
     EXPECT_EQ(a.compare(DSName("x", DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr)), -1);
-}
 
-TEST(DSAddr, ConstructorsTextAndMulticast) {
-    DSAddr loop(80, "127.0.0.1");
-    EXPECT_EQ(loop.address(), htonl(INADDR_LOOPBACK));
-    EXPECT_STREQ(loop.ntoa(), "127.0.0.1");
+    EXPECT_STREQ(DSAddr(80, "127.0.0.1").ntoa(), "127.0.0.1");
     EXPECT_EQ(DSAddr(1, static_cast<const char*>(nullptr)).address(), 0xFFFFFFFFu);
-    EXPECT_EQ(DSAddr(1, 0u).hostName(), nullptr);
-
-    sockaddr_in sin;
-    std::memset(&sin, 0, sizeof sin);
+    sockaddr_in sin{};
     sin.sin_family = AF_INET;
     sin.sin_port = htons(8080);
     sin.sin_addr.s_addr = inet_addr("10.0.0.7");
-    EXPECT_EQ(DSAddr(&sin).port(), 8080);
-    EXPECT_STREQ(DSAddr(&sin).ntoa(), "10.0.0.7");
-
+    EXPECT_TRUE(DSAddr(&sin).isEqual(DSAddr(8080, "10.0.0.7")));
     for (const char* yes : {"224.0.0.1", "239.255.255.255"})
         EXPECT_TRUE(DSAddr(0, yes).isMulticast()) << yes;
     for (const char* no : {"223.255.255.255", "240.0.0.0", "0.0.0.224"})
         EXPECT_FALSE(DSAddr(0, no).isMulticast()) << no;
-}
 
-TEST(DSAddr, LocalMeansThisMachinesFirstAddress) {
-    // 192.0.2.0/24 is reserved for documentation: never this machine's.
     EXPECT_FALSE(DSAddr(0, "192.0.2.1").isLocal());
-    DSAddr here(0);
-    if (here.address() != 0) {
-        EXPECT_TRUE(here.isLocal());
-    }
-    EXPECT_FALSE(DSAddr::isPeerLocal(-1));
     int pair[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-    EXPECT_FALSE(DSAddr::isPeerLocal(pair[0]));  // a peer, but not an internet one
+    EXPECT_FALSE(DSAddr::isPeerLocal(pair[0]));
     close(pair[0]);
     close(pair[1]);
 }
@@ -125,38 +108,33 @@ TEST(DSName, RoundTripsWithAndWithoutArgument) {
     }
 }
 
-TEST(DSName, IdentityIsNameAndTypesNotArgument) {
-    DSName a("n", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, new DSAddr(1, 1u));
-    DSName same("n", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
-    EXPECT_TRUE(a.isEqual(same));
-    EXPECT_EQ(a.hash(), same.hash());
-    EXPECT_LT(a.compare(DSName("o", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr)), 0);
-    EXPECT_NE(a.compare(DSName("n", DS_ARG_DEFAULT, DS_SERVICE_ACTIVATABLE, nullptr)), 0);
-    EXPECT_NE(a.compare(DSName("n", static_cast<DSArgType>(2), DS_SERVICE_OBJECT, nullptr)), 0);
-}
-
-TEST(DSName, CopiesShareTheArgument) {
+// Equal by name and types whatever the argument, which copies share.
+TEST(DSName, IdentityIgnoresTheSharedArgument) {
     DSAddr* arg = new DSAddr(7, 7u);
     TBResource::ref(arg);  // our own hold, to watch the count
     {
-        DSName a("n", DS_ARG_DEFAULT, DS_SERVICE_NAME, arg);
-        DSName b(a);
-        DSName c("other", DS_ARG_DEFAULT, DS_SERVICE_NAME, arg);
+        DSName a("n", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, arg);
+        DSName same("n", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+        EXPECT_TRUE(a.isEqual(same));
+        EXPECT_EQ(a.hash(), same.hash());
+        EXPECT_LT(a.compare(DSName("o", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr)), 0);
+        EXPECT_NE(a.compare(DSName("n", DS_ARG_DEFAULT, DS_SERVICE_ACTIVATABLE, nullptr)), 0);
+        EXPECT_NE(a.compare(DSName("n", static_cast<DSArgType>(2), DS_SERVICE_OBJECT, nullptr)), 0);
+        DSName b(a), c("other", DS_ARG_DEFAULT, DS_SERVICE_NAME, arg);
         c = a;
         c = c;
-        EXPECT_EQ(b.argument(), arg);
         EXPECT_EQ(arg->refCount(), 4u);
     }
     EXPECT_EQ(arg->refCount(), 1u);
     arg->unref();
 }
 
-TEST(DSProvider, RoundTripsAllFields) {
+// Every field crosses the stream; identity is name, then address.
+TEST(DSProvider, RoundTripsAllFieldsAndComparesByNameThenAddress) {
     DSName name("obj", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
     DSProvider p(name, DSAddr(4000, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 17);
     // The client and agent addresses are this machine, however it resolves.
     EXPECT_TRUE(p.agentAddr().isEqual(DSAddr(0)));
-
     TBipcbuf out(256, 0);
     TBipcstream(&out).writeTransObj(&p);
     std::unique_ptr<TBTransObject> obj = readBack(out);
@@ -167,17 +145,13 @@ TEST(DSProvider, RoundTripsAllFields) {
     EXPECT_TRUE(back->clientAddr().isEqual(p.clientAddr()));
     EXPECT_TRUE(back->agentAddr().isEqual(p.agentAddr()));
     EXPECT_EQ(back->adminPort(), 17);
-}
 
-TEST(DSProvider, IdentityIsNameThenAddress) {
-    DSName a("a", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
-    DSName b("b", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
-    DSProvider p(a, DSAddr(1, 5u), DS_PROTOCOL_DEFAULT, 0);
-    DSProvider other(a, DSAddr(1, 5u), DS_PROTOCOL_DEFAULT, 99);  // admin port does not count
+    DSName b("z", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+    DSProvider other(name, DSAddr(4000, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 99);  // port aside
     EXPECT_TRUE(p.isEqual(other));
     EXPECT_EQ(p.hash(), other.hash());
     EXPECT_LT(p.compare(DSProvider(b, DSAddr(1, 1u), DS_PROTOCOL_DEFAULT, 0)), 0);
-    EXPECT_GT(p.compare(DSProvider(a, DSAddr(1, 4u), DS_PROTOCOL_DEFAULT, 0)), 0);
+    EXPECT_GT(p.compare(DSProvider(name, DSAddr(1, 1u), DS_PROTOCOL_DEFAULT, 0)), 0);
 }
 
 TEST(DSDummyUser, RegistrationsAreForgottenAndLookupsFindNothing) {
@@ -195,8 +169,5 @@ TEST(DSDummyUser, RegistrationsAreForgottenAndLookupsFindNothing) {
     int status = 7;
     EXPECT_EQ(user->allProviders(&name, status, 1), nullptr);
     EXPECT_EQ(status, 0);  // nothing listed is not a failure
-    EXPECT_EQ(user->removeProvider(&p), 0);
-    EXPECT_EQ(user->login(), 1);
-    EXPECT_EQ(user->inputReady(0), 0);
     user->close();  // deletes: a leak or a double delete shows under the sanitizers
 }

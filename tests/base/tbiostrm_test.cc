@@ -1,7 +1,7 @@
 // Object streams: the text form of the primitives, string escapes and their
 // faults, and the object encoding (numbers, back references, class tags) on
 // the text form and on the binary stream, which only replaces the primitives;
-// the sizing and probing of the tables that number the objects.
+// the table that numbers the objects.
 #include "tbiostrm.h"
 
 #include <gtest/gtest.h>
@@ -224,20 +224,6 @@ TEST(TBObjectStream, ReaderFaultsGiveNull) {
         EXPECT_EQ(nullptr, in.readTransObj()) << k.first;
         EXPECT_EQ(k.second, testing::internal::GetCapturedStderr()) << k.first;
     }
-}
-
-TEST(TBHashShape, SizingRuleAndProbing) {
-    unsigned cases[][2] = {{0, 1}, {1, 2}, {5, 16}, {16, 32}, {17, 64}, {256, 512}};
-    for (auto& k : cases) {
-        TBHashShape shape;
-        shape.setCapacity(k[0]);
-        EXPECT_EQ(k[1], shape.slots) << k[0];
-        EXPECT_EQ(k[1] - 1, shape.mask) << k[0];
-    }
-    TBHashShape shape;
-    shape.setSlots(5);
-    EXPECT_EQ(19u, shape.home(1));   // top five bits of 2654435769
-    EXPECT_EQ(31u, shape.below(0));  // probing wraps below slot 0
 }
 
 TEST(TBTransDict, ClearRestartsNumbersAndKeepsSize) {

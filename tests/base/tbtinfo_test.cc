@@ -133,12 +133,10 @@ void probeEchoes(const char* probePath, const TBTransObject& a, const TBTransObj
     opts.argv = {probePath};
     opts.stdinPath = dir.file("in");
     ASSERT_TRUE(ktest::writeFile(opts.stdinPath, text.str()));
-    ktest::Process probe;
-    ASSERT_TRUE(probe.start(opts)) << probe.error();
-    ASSERT_TRUE(probe.wait(std::chrono::seconds(10)));
-    EXPECT_EQ(probe.exitCode(), 0);
-    EXPECT_EQ(probe.stderrText(), "");
-    EXPECT_EQ(probe.stdoutText(), text.str());
+    const ktest::Outcome probe = ktest::run(opts);
+    EXPECT_EQ(probe.status, 0);
+    EXPECT_EQ(probe.err, "");
+    EXPECT_EQ(probe.out, text.str());
 }
 
 TEST(TBinit, LinksInEveryClassTheBaseLibraryRegisters) {

@@ -4,9 +4,7 @@
 #ifndef KELVANOR_TESTS_VEXFIXTURE_H
 #define KELVANOR_TESTS_VEXFIXTURE_H
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -25,6 +23,7 @@
 #include "omninames.h"
 #include "orb.h"
 #include "process.h"
+#include "sockets.h"
 #include "vex_functions.h"
 
 namespace vextest {
@@ -34,17 +33,6 @@ using std::chrono::milliseconds;
 // Seconds a single start may take before the daemon gives up on it.
 constexpr CORBA::Long kStartLimit = 20;
 
-inline unsigned short freePort() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
-}
 
 inline CORBA_StringSequence strings(const std::vector<std::string>& v) {
     CORBA_StringSequence s(static_cast<CORBA::ULong>(v.size()));
@@ -66,7 +54,7 @@ protected:
         setenv("NS_SERVER_ROOT", web.c_str(), 1);
         setenv("NS_SERVER_ID", "test", 1);
 
-        _port = std::to_string(freePort());
+        _port = std::to_string(ktest::freeLoopbackPort());
         ASSERT_TRUE(startVex(_vex, _port)) << _vex.stdoutText() << _vex.stderrText();
         _daemon = resolveVEX(nullptr);
         ASSERT_NE(_daemon.in(), nullptr);
@@ -77,8 +65,7 @@ protected:
     bool startVex(ktest::Process& p, const std::string& port) {
         ktest::Process::Options opts;
         opts.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
-        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"), "NS_SERVER_ID=test",
-                    "KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
+        opts.env = {"KELVANOR_IMPL_PATH=" + _dir.path() + "/impl_dir"};
         opts.cwd = _dir.path();
         return p.start(opts) &&
                ktest::pollUntil(
@@ -146,12 +133,11 @@ protected:
     }
     static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
 
-    // echo_client binding by the names in ior, which makes it ask the daemon.
+    // echo_client binding by the names in ior, which makes it ask the daemon
+    // (found through the naming service that the environment names).
     bool startEchoClient(ktest::Process& p, const std::string& ior) {
         ktest::Process::Options opts;
         opts.argv = {echoClientBinary(), ior, "hi"};
-        opts.env = {std::string("NS_SERVER_ROOT=") + getenv("NS_SERVER_ROOT"),
-                    "NS_SERVER_ID=test"};
         return p.start(opts);
     }
 
@@ -193,26 +179,18 @@ protected:
                                              << o.activation_state;
     }
 
-    // Waits until the entry has a server, started or running, and tracks it.
-    bool startBegins(const char* object) {
-        return ktest::pollUntil(
-            [&] {
-                Activation::ImplementationStatus_var s(status(object));
-                if (s->status.length() != 1) return false;
-                track(s->status[0].process_id);
-                return true;
-            },
-            milliseconds(10000));
-    }
-
+    // Waits until the entry has n servers, started or running, and tracks them.
     bool statusLengthBecomes(const char* object, CORBA::ULong n) {
         return ktest::pollUntil(
             [&] {
                 Activation::ImplementationStatus_var s(status(object));
+                for (CORBA::ULong i = 0; i < s->status.length(); ++i)
+                    track(s->status[i].process_id);
                 return s->status.length() == n;
             },
             milliseconds(10000));
     }
+    bool startBegins(const char* object) { return statusLengthBecomes(object, 1); }
 
     ktest::TempDir _dir{"vexact"};
     ktest::OmniNames _ns;

@@ -2,7 +2,6 @@
 // the environment, loading and printing a repository, fatal start-up errors.
 #include <sys/stat.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,10 +24,8 @@ std::string runVex(const std::string& dir, const std::vector<std::string>& args,
     opts.env = {"PATH=/usr/bin:/bin"};
     opts.env.insert(opts.env.end(), env.begin(), env.end());
     opts.cwd = dir;
-    ktest::Process vex;
-    EXPECT_TRUE(vex.start(opts)) << vex.error();
-    EXPECT_TRUE(vex.wait(std::chrono::seconds(20))) << "vex did not end";
-    return std::to_string(vex.exited() ? vex.exitCode() : -1) + "|" + vex.stdoutText();
+    const ktest::Outcome r = ktest::run(opts);
+    return std::to_string(r.status) + "|" + r.out;
 }
 
 const std::string kUnnamed = "VEX did not register with naming service\n";

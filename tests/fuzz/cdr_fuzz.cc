@@ -26,11 +26,7 @@ void run(TBistream& strm, kfuzz::Input in, bool growsTargets) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
-    return 0;
-}
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return kfuzz::init(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kfuzz::Input in(data, size);

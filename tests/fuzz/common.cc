@@ -32,6 +32,12 @@ CORBA_ORB* orb() {
     return made;
 }
 
+int init() {
+    quiet();
+    orb();
+    return 0;
+}
+
 namespace {
 class NullBuf : public std::streambuf {
 protected:

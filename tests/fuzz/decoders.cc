@@ -39,6 +39,21 @@ void array(TBistream& s, unsigned n) {
     s.get(a.get(), n);
 }
 
+// A record read into a value of its own.
+template <class T>
+void record(TBistream& s) {
+    T v;
+    s >> v;
+}
+
+// A record that the stream allocates, freed again.
+template <class T>
+void made(TBistream& s) {
+    T* v = nullptr;
+    s >> v;
+    delete v;
+}
+
 }  // namespace
 
 void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
@@ -84,58 +99,16 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         s >> seq;
         break;
     }
-    case 5: {
-        CORBA_StringSequence seq;
-        s >> seq;
-        break;
-    }
-    case 6: {
-        IOP::IOR ior;
-        s >> ior;
-        break;
-    }
-    case 7: {
-        IIOP::ObjectLocator loc;
-        s >> loc;
-        break;
-    }
-    case 8: {
-        IIOP::RequestHeader h;
-        s >> h;
-        break;
-    }
-    case 9: {
-        IIOP::ReplyHeader h;
-        s >> h;
-        break;
-    }
-    case 10: {
-        IIOP::LocateRequestHeader h;
-        s >> h;
-        break;
-    }
-    case 11: {
-        IIOP::LocateReplyHeader h;
-        s >> h;
-        break;
-    }
-    case 12: {
-        IIOP::ServiceContextList l;
-        s >> l;
-        break;
-    }
-    case 13: {
-        CORBA_Exception* e = nullptr;
-        s >> e;
-        delete e;
-        break;
-    }
-    case 14: {
-        CORBA_CreationImplDef* d = nullptr;
-        s >> d;
-        delete d;
-        break;
-    }
+    case 5: return record<CORBA_StringSequence>(s);
+    case 6: return record<IOP::IOR>(s);
+    case 7: return record<IIOP::ObjectLocator>(s);
+    case 8: return record<IIOP::RequestHeader>(s);
+    case 9: return record<IIOP::ReplyHeader>(s);
+    case 10: return record<IIOP::LocateRequestHeader>(s);
+    case 11: return record<IIOP::LocateReplyHeader>(s);
+    case 12: return record<IIOP::ServiceContextList>(s);
+    case 13: return made<CORBA_Exception>(s);
+    case 14: return made<CORBA_CreationImplDef>(s);
     case 15: {
         CORBA_Object* obj = nullptr;
         s >> obj;
@@ -148,27 +121,14 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         array<double>(s, arg);
         array<unsigned char>(s, arg * 5);
         break;
-    case 17: {
-        IIOP::ShmConnectRequestHeader h;
-        s >> h;
-        break;
-    }
-    case 18: {
-        CORBA_ImplementationDef* d = nullptr;
-        s >> d;
-        delete d;
-        break;
-    }
+    case 17: return record<IIOP::ShmConnectRequestHeader>(s);
+    case 18: return made<CORBA_ImplementationDef>(s);
     case 19: {
         ZEBString z(s);
         (void)z.hash();
         break;
     }
-    case 20: {
-        CORBA_Environment env;
-        s >> env;
-        break;
-    }
+    case 20: return record<CORBA_Environment>(s);
     case 22: {
         // A connection stream reads through getTypeCode and its table.
         CORBA_TypeCode_var tc;
@@ -186,11 +146,7 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         out << a;
         break;
     }
-    default: {
-        IIOP::MessageHeader h;
-        s >> h;
-        break;
-    }
+    default: return record<IIOP::MessageHeader>(s);
     }
 }
 

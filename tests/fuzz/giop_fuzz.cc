@@ -97,8 +97,7 @@ void readReplies(int fd) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
+    kfuzz::init();
     int argc = 0;
     CORBA_BOA* boa = kfuzz::orb()->BOA_init(argc, nullptr);
     // Objects for the keys of the seed inputs: one named, one transient.

@@ -42,11 +42,7 @@ void reference(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
-    return 0;
-}
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return kfuzz::init(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;

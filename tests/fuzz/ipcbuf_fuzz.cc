@@ -70,11 +70,7 @@ void readOne(TBipcstream& s, uint8_t op) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
-    return 0;
-}
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return kfuzz::init(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kfuzz::Input in(data, size);

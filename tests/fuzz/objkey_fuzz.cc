@@ -30,11 +30,7 @@ bool sameOctets(const CORBA_OctetSequence& a, const CORBA_OctetSequence& b) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
-    return 0;
-}
+extern "C" int LLVMFuzzerInitialize(int*, char***) { return kfuzz::init(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::unique_ptr<CORBA_OctetSequence> key(keyOf(data, size));

@@ -25,8 +25,7 @@ void removeDir() {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kfuzz::quiet();
-    kfuzz::orb();
+    kfuzz::init();
     char templ[] = "/tmp/kelvanor-repo-fuzz-XXXXXX";
     if (!mkdtemp(templ)) std::abort();
     dir = templ;

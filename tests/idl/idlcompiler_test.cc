@@ -13,32 +13,14 @@
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
 // kelvanor-idl with args, in dir, within a time limit.
-Outcome compile(const ktest::TempDir& dir, std::vector<std::string> args) {
+ktest::Outcome compile(const ktest::TempDir& dir, std::vector<std::string> args) {
     ktest::Process::Options opts;
     opts.argv = {KELVANOR_IDL_COMPILER};
     opts.argv.insert(opts.argv.end(), args.begin(), args.end());
     opts.env = {std::string("OMNIIDL=") + KELVANOR_OMNIIDL};
     opts.cwd = dir.path();
-    Outcome r;
-    ktest::Process p;
-    if (!p.start(opts)) {
-        ADD_FAILURE() << p.error();
-        return r;
-    }
-    if (!p.wait(std::chrono::milliseconds(60000))) {
-        ADD_FAILURE() << "kelvanor-idl did not end";
-        return r;
-    }
-    r.status = p.exitCode();
-    r.out = p.stdoutText();
-    r.err = p.stderrText();
-    return r;
+    return ktest::run(opts, std::chrono::milliseconds(60000));
 }
 
 bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
@@ -67,7 +49,7 @@ TEST(KelvanorIdl, RefusesFaultyInputAtItsLine) {
     for (const auto& c : cases) {
         const std::string name = c.name;
         ASSERT_TRUE(ktest::writeFile(dir.file(name + ".idl"), c.text));
-        Outcome r = compile(dir, {name + ".idl"});
+        ktest::Outcome r = compile(dir, {name + ".idl"});
         EXPECT_NE(r.status, 0) << name;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
         EXPECT_FALSE(exists(dir.file(name + ".h")) || exists(dir.file(name + ".cc"))) << name;
@@ -82,7 +64,7 @@ TEST(KelvanorIdl, WritesIntoTheOutputDirectoryAndIncludesWhatItIncludes) {
     ASSERT_TRUE(ktest::writeFile(dir.file("top.idl"),
                                  "#include \"base.idl\"\n#include <CosNaming.idl>\nmodule T {\n"
                                  "  interface Leaf : B::Root { void f(); };\n};\n"));
-    Outcome r = compile(dir, {"-I", "inc", "-o", "gen", "top.idl"});
+    ktest::Outcome r = compile(dir, {"-I", "inc", "-o", "gen", "top.idl"});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string header = ktest::readFile(dir.file("gen/top.h"));
     // The user's header by its name, the broker's by a path that no

@@ -230,7 +230,6 @@ protected:
         expectPid(c, 4242);
     }
 
-    ktest::TempDir _dir{"echoserver"};
     ktest::EchoChild _server;
     uint16_t _port = 0;
     std::string _key;  // the persistent key of the published reference
@@ -515,36 +514,19 @@ TEST_F(EchoServerTest, ServesSixtyClientsAtOnce) {
     expectServesNewClient();
 }
 
-TEST_F(EchoServerTest, PortIsTheServersAloneAndFreeAgainAtOnceAfterIt) {
+// A second server on a port that is taken gives up with status 1. (That a
+// server started again gets the port while the old one's side of a
+// connection waits in TIME_WAIT is the stub test's rebinding case.)
+TEST_F(EchoServerTest, SecondServerOnATakenPortGivesUp) {
     const std::string port = std::to_string(_port);
-    const std::string out = _dir.file("second.ior");
+    ktest::Process second;
     ktest::Process::Options opts;
-    opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port, "-o", out};
-    {
-        // A second server on a port that is taken gives up with status 1.
-        ktest::Process second;
-        ASSERT_TRUE(second.start(opts)) << second.error();
-        ASSERT_TRUE(second.wait(milliseconds(10000)));
-        EXPECT_EQ(1, second.exitCode());
-        EXPECT_EQ("Kelvanor: cannot listen on 127.0.0.1:" + port + ": Address already in use\n",
-                  second.stdoutText());
-    }
-    // The first server ends while a client is connected, so its side of that
-    // connection waits in TIME_WAIT; a server started again on the same port
-    // must get it all the same.
-    Conn c;
-    ASSERT_TRUE(connect(c));
-    ASSERT_TRUE(c.send(request(true, 1, true, _key, "pid").message()));
-    expectPid(c, 1);
-    _server.kill();
-    _ready = false;
-    ktest::Process again;
-    ASSERT_TRUE(again.start(opts)) << again.error();
-    bool up = ktest::pollUntil(
-        [&] { return ktest::readFile(out).compare(0, 4, "IOR:") == 0 || !again.running(); },
-        milliseconds(15000));
-    EXPECT_TRUE(up && again.running()) << again.stdoutText() << again.stderrText();
-    again.stop();
+    opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "-OAport", port};
+    ASSERT_TRUE(second.start(opts)) << second.error();
+    ASSERT_TRUE(second.wait(milliseconds(10000)));
+    EXPECT_EQ(1, second.exitCode());
+    EXPECT_EQ("Kelvanor: cannot listen on 127.0.0.1:" + port + ": Address already in use\n",
+              second.stdoutText());
 }
 
 }  // namespace

@@ -11,18 +11,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <map>
 #include <mutex>
-#include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <dirent.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -211,38 +205,6 @@ private:
     std::vector<Message> _messages;
     std::thread _thread;
 };
-
-// Established TCP connections of this machine whose remote end is
-// 127.0.0.1:port, from /proc/net/tcp: the client sides of connections to a
-// server on that port.
-inline int connectionsTo(unsigned short port) {
-    // Only this process's sockets count: tests running beside this one may
-    // connect to a port the kernel has since given to our server.
-    std::set<std::string> ours;
-    if (DIR* d = opendir("/proc/self/fd")) {
-        while (dirent* e = readdir(d)) {
-            char link[64] = "";
-            std::string path = std::string("/proc/self/fd/") + e->d_name;
-            ssize_t n = readlink(path.c_str(), link, sizeof link - 1);
-            if (n > 9 && std::strncmp(link, "socket:[", 8) == 0)
-                ours.insert(std::string(link + 8, static_cast<size_t>(n) - 9));
-        }
-        closedir(d);
-    }
-    std::ifstream in("/proc/net/tcp");
-    std::string line;
-    std::getline(in, line);  // the column titles
-    int count = 0;
-    char wanted[16];
-    std::snprintf(wanted, sizeof wanted, "0100007F:%04X", port);
-    while (std::getline(in, line)) {
-        std::istringstream fields(line);
-        std::string slot, local, remote, state, queues, timer, retr, uid, timeout, inode;
-        fields >> slot >> local >> remote >> state >> queues >> timer >> retr >> uid >> timeout >> inode;
-        if (remote == wanted && state == "01" && ours.count(inode)) ++count;
-    }
-    return count;
-}
 
 }  // namespace ktest
 

@@ -134,18 +134,8 @@ TEST(ZEBObjectId, ShortForeignAndUnassignedKeysAreNotOurs) {
     }
 }
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
-
-Outcome iordump(const std::string& arg) {
-    ktest::Process::Options opts;
-    opts.argv = {KELVANOR_IORDUMP_BINARY, arg};
-    ktest::Process p;
-    EXPECT_TRUE(p.start(opts)) << p.error();
-    EXPECT_TRUE(p.wait(std::chrono::seconds(10)));
-    return {p.exitCode(), p.stdoutText(), p.stderrText()};
+ktest::Outcome iordump(const std::string& arg) {
+    return ktest::run({KELVANOR_IORDUMP_BINARY, arg}, std::chrono::seconds(10));
 }
 
 // A reference of type IDL:T:1.0 whose one profile is 127.0.0.1:4000 with key.
@@ -157,7 +147,7 @@ std::string reference(const CORBA_OctetSequence& key) {
 std::string kindLine(ZEBObjectId* raw) {
     ZEBObjectId_var id = raw;
     CORBA_OctetSequence_var key = id->convert();
-    const Outcome r = iordump(reference(*key));
+    const ktest::Outcome r = iordump(reference(*key));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("type_id: IDL:T:1.0\nprofile 0: tag 0\niiop: 1.0 127.0.0.1 4000\nkey: ", 0),
               0u) << r.out;
@@ -184,7 +174,7 @@ TEST(IORDump, GarbageIsOneLineOnStandardErrorAndStatusOne) {
     const std::string good = reference(key);
     for (const std::string& bad : {std::string("hello"), "ior:" + good.substr(4), std::string("IOR:"),
                                    good.substr(0, good.size() - 6), good.substr(0, 30) + "xy"}) {
-        const Outcome r = iordump(bad);
+        const ktest::Outcome r = iordump(bad);
         EXPECT_EQ(r.status, 1) << bad;
         EXPECT_TRUE(r.out.empty()) << bad;
         ASSERT_FALSE(r.err.empty()) << bad;
@@ -202,7 +192,8 @@ TEST(IORDump, ADamagedProfileSparesTheOthers) {
     CORBA_OctetSequence cut(data);
     cut.length(12);  // order, version, pad, host length, 4 of the host's 10 bytes
     const CORBA::ULong tag = IOP::TAG_INTERNET_IOP;
-    const Outcome r = iordump(iorString("IDL:T:1.0", {{tag, data}, {tag, cut}, {tag, data}}));
+    const ktest::Outcome r =
+        iordump(iorString("IDL:T:1.0", {{tag, data}, {tag, cut}, {tag, data}}));
     EXPECT_EQ(r.status, 1);
     const std::string good = "iiop: 1.0 127.0.0.1 4000\nkey: ";
     EXPECT_EQ(r.out.find("type_id: IDL:T:1.0\nprofile 0: tag 0\n" + good), 0u) << r.out;
@@ -217,7 +208,7 @@ TEST(IORDump, ReadsTheRootReferenceOfOmniNames) {
     KELVANOR_REQUIRE_OMNINAMES();
     ktest::OmniNames names;
     ASSERT_TRUE(names.start()) << names.error();
-    const Outcome r = iordump(names.rootIOR());
+    const ktest::Outcome r = iordump(names.rootIOR());
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("type_id: IDL:omg.org/CosNaming/NamingContext"), std::string::npos)
         << r.out;

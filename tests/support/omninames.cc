@@ -24,13 +24,6 @@ std::string findRootIOR(const std::string& log) {
     return ior.compare(0, 4, "IOR:") == 0 ? ior : std::string();
 }
 
-// A port on 127.0.0.1 that nobody listens on right now; 0 if none found.
-unsigned short freeLoopbackPort() {
-    unsigned short port = 0;
-    Fd probe(loopbackSocket(port, 0));
-    return probe.fd >= 0 ? port : 0;
-}
-
 }  // namespace
 
 bool OmniNames::available() { return access(binary(), X_OK) == 0; }
@@ -73,8 +66,6 @@ bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_poi
     opts.argv = {binary(), "-start", p, "-logdir", _dir->path(),
                  "-ORBendPoint", "giop:tcp:127.0.0.1:" + p};
     opts.cwd = _dir->path();
-    opts.stdoutPath = _dir->file("stdout");
-    opts.stderrPath = _dir->file("stderr");
     _proc.reset(new Process);
     if (!_proc->start(opts)) {
         _error = _proc->error();

@@ -11,6 +11,8 @@
 #include <sstream>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -85,17 +87,13 @@ bool Process::start(const Options& opts) {
         _error = _pid > 0 ? "already started" : "no program";
         return false;
     }
-    _stdoutPath = opts.stdoutPath;
-    _stderrPath = opts.stderrPath;
-    if (_stdoutPath.empty() || _stderrPath.empty()) {
-        _ownDir = makeTempDir("kelvanor-proc");
-        if (_ownDir.empty()) {
-            _error = std::string("mkdtemp: ") + std::strerror(errno);
-            return false;
-        }
-        if (_stdoutPath.empty()) _stdoutPath = _ownDir + "/stdout";
-        if (_stderrPath.empty()) _stderrPath = _ownDir + "/stderr";
+    _ownDir = makeTempDir("kelvanor-proc");
+    if (_ownDir.empty()) {
+        _error = std::string("mkdtemp: ") + std::strerror(errno);
+        return false;
     }
+    _stdoutPath = _ownDir + "/stdout";
+    _stderrPath = _ownDir + "/stderr";
 
     std::vector<char*> argv;
     for (const auto& a : opts.argv) argv.push_back(const_cast<char*>(a.c_str()));
@@ -173,6 +171,21 @@ bool Process::stop(int sig, std::chrono::milliseconds grace) {
     if (wait(grace)) return true;
     killAndReap();
     return false;
+}
+
+Outcome run(const Process::Options& opts, std::chrono::milliseconds limit) {
+    Outcome r;
+    Process p;
+    if (!p.start(opts)) {
+        ADD_FAILURE() << p.error();
+    } else if (!p.wait(limit)) {
+        ADD_FAILURE() << opts.argv[0] << " did not end in time";
+    } else {
+        r.status = p.exitCode();
+    }
+    r.out = p.stdoutText();
+    r.err = p.stderrText();
+    return r;
 }
 
 }  // namespace ktest

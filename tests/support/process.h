@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -42,8 +43,8 @@ public:
         std::vector<std::string> env;   // "NAME=value", added or replacing
         bool clearEnv = false;          // start from an empty environment
         std::string cwd;                // empty keeps ours
-        // Empty output paths mean private files; empty input is /dev/null.
-        std::string stdoutPath, stderrPath, stdinPath;
+        std::string stdinPath;          // empty: /dev/null
+        // Standard output and error go to private files.
     };
 
     Process() = default;
@@ -62,7 +63,6 @@ public:
     bool stop(int sig = 15, std::chrono::milliseconds grace = std::chrono::milliseconds(2000));
 
     int exitCode() const { return _exitCode; }  // -1 if killed by a signal
-    bool exited() const { return _reaped; }
 
     std::string stdoutText() const { return readFile(_stdoutPath); }
     std::string stderrText() const { return readFile(_stderrPath); }
@@ -76,9 +76,24 @@ private:
     bool _reaped = false;
     int _exitCode = -1;
     std::string _stdoutPath, _stderrPath, _error;
-    std::vector<std::string> _ownFiles;  // capture files we made
     std::string _ownDir;
 };
+
+// A program run to its end: its status (-1 if it was killed by a signal, or
+// did not start or end within the limit, which also fails the test) and
+// what it printed.
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+Outcome run(const Process::Options& opts,
+            std::chrono::milliseconds limit = std::chrono::milliseconds(20000));
+inline Outcome run(std::vector<std::string> argv,
+                   std::chrono::milliseconds limit = std::chrono::milliseconds(20000)) {
+    Process::Options opts;
+    opts.argv = std::move(argv);
+    return run(opts, limit);
+}
 
 }  // namespace ktest
 

@@ -52,6 +52,13 @@ inline int loopbackSocket(unsigned short& port, int backlog = 16) {
     return fd;
 }
 
+// A port on 127.0.0.1 that nobody listens on right now; 0 if none found.
+inline unsigned short freeLoopbackPort() {
+    unsigned short port = 0;
+    Fd probe(loopbackSocket(port, 0));
+    return probe.fd >= 0 ? port : 0;
+}
+
 // A connected client socket, or -1.
 inline int connectLoopback(unsigned short port) {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

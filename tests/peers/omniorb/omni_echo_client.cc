@@ -75,33 +75,28 @@ bool check(Demo::Echo_ptr echo) {
     return ok;
 }
 
-void latency(Demo::Echo_ptr echo, long n) {
-    echo->pid();  // connects
-    auto start = Clock::now();
-    for (long i = 0; i < n; ++i) echo->pid();
-    std::cout << "latency " << secondsSince(start) * 1e6 / n << " us/call (" << n << " calls)"
-              << std::endl;
-}
-
-void oneway(Demo::Echo_ptr echo, long n) {
-    echo->pid();
-    auto start = Clock::now();
-    for (long i = 0; i < n; ++i) echo->note("");
-    echo->pid();  // returns once the server has taken every note
-    std::cout << "oneway " << static_cast<long>(n / secondsSince(start)) << " calls/s (" << n
-              << " calls)" << std::endl;
-}
-
-void bulk(Demo::Echo_ptr echo, long n) {
+// N calls of one kind after one that connects, timed.
+void timed(Demo::Echo_ptr echo, const std::string& mode, long n) {
     const std::string text(64 * 1024, 'k');
     echo->pid();
     auto start = Clock::now();
     for (long i = 0; i < n; ++i) {
-        CORBA::String_var back = echo->say(text.c_str());
-        if (std::strlen(back.in()) != text.size()) throw CORBA::MARSHAL();
+        if (mode == "latency") {
+            echo->pid();
+        } else if (mode == "oneway") {
+            echo->note("");
+        } else {
+            CORBA::String_var back = echo->say(text.c_str());
+            if (std::strlen(back.in()) != text.size()) throw CORBA::MARSHAL();
+        }
     }
-    std::cout << "bulk " << static_cast<long>(n / secondsSince(start)) << " calls/s (" << n
-              << " calls of 64 KiB)" << std::endl;
+    if (mode == "oneway") echo->pid();  // returns once the server has taken every note
+    const double s = secondsSince(start);
+    if (mode == "latency")
+        std::cout << "latency " << s * 1e6 / n << " us/call (" << n << " calls)" << std::endl;
+    else
+        std::cout << mode << " " << static_cast<long>(n / s) << " calls/s (" << n
+                  << (mode == "bulk" ? " calls of 64 KiB)" : " calls)") << std::endl;
 }
 
 int usage() {
@@ -129,12 +124,8 @@ int main(int argc, char** argv) {
         int status = 0;
         if (mode == "check")
             status = check(echo) ? 0 : 1;
-        else if (mode == "latency")
-            latency(echo, n);
-        else if (mode == "oneway")
-            oneway(echo, n);
-        else if (mode == "bulk")
-            bulk(echo, n);
+        else if (mode == "latency" || mode == "oneway" || mode == "bulk")
+            timed(echo, mode, n);
         else
             status = usage();
         orb->destroy();
