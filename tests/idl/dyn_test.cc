@@ -115,6 +115,7 @@ TEST(DynUnion, SettersMoveTheDiscriminatorAndStreamsKeepTheMember) {
     EXPECT_EQ(pick._d(), 2);
     pick._d(3);
     CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
     out << pick;
     CORBA_MarshalInBuffer in(out.buffer(), out.length());
     Dyn::Pick back;
