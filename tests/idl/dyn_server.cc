@@ -3,7 +3,7 @@
 // object's reference on a line and serves until a signal ends it.
 //
 //   dyn_server [broker options] [<object name>]
-#include <time.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <string>
@@ -55,11 +55,7 @@ public:
     void note(const char* text) override { _note = text; }
     char* last_note() override { return CORBA::string_dup(_note.c_str()); }
     void refuse(Dyn::Shade s) override { throw Dyn::Refused("refused", s); }
-    void hold(CORBA::Long ms) override {
-        struct timespec t = {ms / 1000, (ms % 1000) * 1000000L};
-        while (nanosleep(&t, &t) != 0) {
-        }
-    }
+    void hold(CORBA::Long ms) override { usleep(static_cast<useconds_t>(ms) * 1000); }
 
     CORBA_InterfaceDef* definition() override { return nullptr; }
 
