@@ -11,7 +11,10 @@ file(GLOB KELVANOR_PUBLIC_HEADERS CONFIGURE_DEPENDS
 file(GLOB broker_idl ${CMAKE_SOURCE_DIR}/CORBA/idl/*.idl)
 foreach(idl ${broker_idl})
   get_filename_component(name ${idl} NAME_WE)
-  list(APPEND KELVANOR_PUBLIC_HEADERS ${CMAKE_BINARY_DIR}/idl/kelvanor_orb/${name}.h)
+  # orb.idl only declares, for IDL files, what the hand-written orb.h holds.
+  if(NOT EXISTS ${CMAKE_SOURCE_DIR}/CORBA/include/${name}.h)
+    list(APPEND KELVANOR_PUBLIC_HEADERS ${CMAKE_BINARY_DIR}/idl/kelvanor_orb/${name}.h)
+  endif()
 endforeach()
 configure_file(${CMAKE_SOURCE_DIR}/cmake/version.h.in ${CMAKE_BINARY_DIR}/version/version.h @ONLY)
 list(APPEND KELVANOR_PUBLIC_HEADERS ${CMAKE_BINARY_DIR}/version/version.h)

@@ -255,6 +255,8 @@ public:
     }
     CORBA_TypeCode* operator->() const { return _ptr; }
     operator CORBA_TypeCode*() const { return _ptr; }
+    CORBA_TypeCode* in() const { return _ptr; }
+    CORBA_TypeCode*& inout() { return _ptr; }
     CORBA_TypeCode*& out() {
         *this = nullptr;
         return _ptr;

@@ -37,8 +37,10 @@ TEST(KelvanorIdl, RefusesFaultyInputAtItsLine) {
         {"bad", "module M {\n  interface I {\n    void f(in long x)\n  };\n};\n",
          "bad.idl:4: Syntax error"},
         {"lookup", "module M {\n  struct S { Missing m; };\n};\n", "lookup.idl:2:"},
-        {"u", "module M {\n  union U switch (long) { case 1: long a; };\n};\n",
-         "u.idl:2: unions are not supported"},
+        {"c", "module M {\n  interface I {\n    void f() context(\"x\");\n  };\n};\n",
+         "c.idl:3: context clauses are not supported"},
+        {"sa", "module M {\n  typedef long A[2];\n  typedef sequence<A> S;\n};\n",
+         "sa.idl:3: sequences of arrays are not supported"},
         {"p",
          "module M {\n  struct S { long a; };\n"
          "#pragma kelvanor_class T CORBA_CreationImplDef\n};\n",

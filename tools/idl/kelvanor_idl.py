@@ -42,6 +42,13 @@ Types, by the way they are passed:
   fixed struct S    S                 const S&       S&         S&         S
   variable struct S S                 const S&       S*&        S&         S*
   sequence Q        Q                 const Q&       Q*&        Q&         Q*
+  any               CORBA_Any         const CORBA_Any&  CORBA_Any*&  CORBA_Any&  CORBA_Any*
+  TypeCode          CORBA_TypeCode_var  CORBA_TypeCode*  CORBA_TypeCode*&  (as out)
+                                                                               CORBA_TypeCode*
+  fixed union U     U                 const U&       U&         U&         U
+  variable union U  U                 const U&       U*&        U&         U*
+  fixed array A     A                 const A        A          A          A_slice*
+  variable array A  A                 const A        A_slice*&  A          A_slice*
   kelvanor_class C  C_var             C*             C*&        C*&        C*
 
 (CORBA::Boolean and CORBA::Octet are unsigned char, CORBA::Char is char,
@@ -96,9 +103,35 @@ one of CORBA_Object's, such as _bind) in its table _methods, in IDL order.
 A servant derives from _sk_I and calls its constructor with the object
 name, or with a service name and reference data.
 
-Constants are emitted as constexpr values. Unions, any, TypeCode, arrays,
-long long, long double, wide characters and strings, fixed and value types
-are refused with an error at their declaration.
+Unions are classes U with the discriminator _d() and _d(value), and per
+member m a reader m() and a writer m(value) that sets the discriminator to
+m's first label (for the default member, to the first value no label
+names); a new union holds its default member, or else its first. Each
+member has storage of its own (_u_m), so copies are member-wise; the stream
+form is the discriminator, then the member it selects (none when no label
+matches and there is no default).
+
+An array typedef A of E[n]... is the C++ array type with A_slice (E with
+the first dimension dropped), A_alloc() and A_dup(s) (new[] of n slices),
+A_free(s) and the holder A_var = ZEBArrayVar<A_slice>; a structure member
+m declared with sizes gets the array type _m_array beside it. Arrays move
+through the ZEBputArray / ZEBgetArray templates of zebidl.h (two arrays of
+one shape are one C++ type, so they cannot each have stream operators).
+Sequences of arrays and arrays in unions are refused.
+
+Every type emitted (structure, exception, union, enumeration, interface,
+typedef'd sequence, alias, array typedef) has a static CORBA_TypeCode*
+const _tc_<name> in its scope (a static member inside a class). It is built
+from constants only and filled in at first use, so static initialisers of
+any unit may use it. A sequence of the enclosing structure or union is a
+recursive sequence TypeCode. `any' is CORBA_Any and CORBA::TypeCode (IDL
+files name it after #include <orb.idl>, whose header is the broker's orb.h)
+CORBA_TypeCode. An interface only forward-declared in the whole file is
+passed and held as CORBA_Object, since its class is never complete there.
+
+Constants are emitted as constexpr values. Contexts, long long, long
+double, wide characters and strings, fixed and value types are refused with
+an error at their declaration.
 
 #pragma kelvanor_class <IDL struct> <C++ class> [<header>]
 
@@ -149,8 +182,29 @@ def cxx(name):
     return "_cxx_" + name if name in CXX_KEYWORDS else name
 
 
+# Module CORBA is the broker's own: its interfaces, structures, sequences
+# and aliases are the global classes CORBA_<name>; its enumerations and
+# their enumerators (named here, once the tree is indexed) stay in namespace
+# CORBA, as do the static TypeCodes of all its types.
+CORBA_KEPT = set()
+
+
+def in_corba(modpath):
+    return modpath[:1] == ["CORBA"]
+
+
 def cxx_scoped(scoped_name):
-    return "::".join(cxx(n) for n in scoped_name)
+    names = list(scoped_name)
+    if len(names) >= 2 and names[0] == "CORBA" and names[1] not in CORBA_KEPT:
+        names = ["CORBA_" + names[1]] + names[2:]
+    return "::".join(cxx(n) for n in names)
+
+
+def join_q(owner_q, uname):
+    """The C++ name of uname declared in the scope owner_q."""
+    if owner_q == "CORBA":
+        return "CORBA_" + uname
+    return (owner_q + "::" + uname) if owner_q else uname
 
 
 def runtime_name(scoped_name):
@@ -201,12 +255,23 @@ PRIMITIVES = {
     idltype.tk_octet: "CORBA::Octet",
 }
 
+# The static TypeCodes of the basic kinds, in namespace CORBA.
+BASIC_TCS = {
+    idltype.tk_short: "CORBA::_tc_short",
+    idltype.tk_long: "CORBA::_tc_long",
+    idltype.tk_ushort: "CORBA::_tc_ushort",
+    idltype.tk_ulong: "CORBA::_tc_ulong",
+    idltype.tk_float: "CORBA::_tc_float",
+    idltype.tk_double: "CORBA::_tc_double",
+    idltype.tk_boolean: "CORBA::_tc_boolean",
+    idltype.tk_char: "CORBA::_tc_char",
+    idltype.tk_octet: "CORBA::_tc_octet",
+    idltype.tk_any: "CORBA::_tc_any",
+    idltype.tk_TypeCode: "CORBA::_tc_TypeCode",
+}
+
 UNSUPPORTED = {
-    idltype.tk_any: "any",
-    idltype.tk_TypeCode: "TypeCode",
     idltype.tk_Principal: "Principal",
-    idltype.tk_union: "union",
-    idltype.tk_array: "array",
     idltype.tk_longlong: "long long",
     idltype.tk_ulonglong: "unsigned long long",
     idltype.tk_longdouble: "long double",
@@ -228,8 +293,9 @@ class Ty:
     name is the C++ name of the type (of the class for object, struct, seq
     and class kinds)."""
 
-    def __init__(self, kind, name, variable=False, prim=None, count=0):
+    def __init__(self, kind, name, variable=False, prim=None, count=0, dims=()):
         self.kind = kind
+        self.dims = dims  # sizes of an array
         self.name = name
         self.variable = variable
         self.prim = prim
@@ -238,8 +304,10 @@ class Ty:
     # The type of a structure member or sequence element.
     def member(self):
         k = self.kind
-        if k in ("prim", "enum", "struct", "seq"):
+        if k in ("prim", "enum", "struct", "seq", "any", "array"):
             return self.name
+        if k == "tc":
+            return "CORBA_TypeCode_var"
         if k == "string":
             return "CORBA_String_var"
         if k == "object":
@@ -263,8 +331,10 @@ class Ty:
             return self.name
         if k == "string":
             return "const char*"
-        if k in ("object", "class"):
+        if k in ("object", "class", "tc"):
             return self.name + "*"
+        if k == "array":
+            return "const " + self.name
         return "const %s&" % self.name
 
     def out_type(self):
@@ -273,18 +343,22 @@ class Ty:
             return self.name + "&"
         if k == "string":
             return "char*&"
-        if k in ("object", "class"):
+        if k in ("object", "class", "tc"):
             return self.name + "*&"
+        if k == "array":
+            return self.name + "_slice*&" if self.variable else self.name
         if self.pointer():
             return self.name + "*&"
         return self.name + "&"
 
     def inout_type(self):
         k = self.kind
-        if k in ("prim", "enum", "struct", "seq"):
+        if k in ("prim", "enum", "struct", "seq", "any"):
             return self.name + "&"
         if k == "string":
             return "char*&"
+        if k == "array":
+            return self.name
         return self.name + "*&"
 
     def result_type(self):
@@ -295,8 +369,10 @@ class Ty:
             return self.name
         if k == "string":
             return "char*"
-        if k in ("object", "class"):
+        if k in ("object", "class", "tc"):
             return self.name + "*"
+        if k == "array":
+            return self.name + "_slice*"
         if self.pointer():
             return self.name + "*"
         return self.name
@@ -307,7 +383,7 @@ class Ty:
     # True for the structures and sequences that go out and come back as
     # pointers to heap values.
     def pointer(self):
-        return self.kind == "seq" or (self.kind == "struct" and self.variable)
+        return self.kind in ("seq", "any") or (self.kind == "struct" and self.variable)
 
     # The owning local of a stub or skeleton.
     def holder(self):
@@ -320,6 +396,10 @@ class Ty:
             return "ZEBObjectVar<%s>" % self.name
         if k == "class":
             return "ZEBClassVar<%s>" % self.name
+        if k == "tc":
+            return "CORBA_TypeCode_var"
+        if k == "array":
+            return "ZEBArrayVar<%s_slice>" % self.name
         if self.pointer():
             return "ZEBVar<%s>" % self.name
         return self.name
@@ -337,6 +417,10 @@ class Ty:
             return "static_cast<CORBA_Object*>(%s.in())" % e
         if k == "class":
             return "static_cast<const %s*>(%s)" % (self.name, e)
+        if k == "tc":
+            return "%s.in()" % e
+        if k == "array":
+            return "ZEBArrayText<%s>(%s)" % (self.name, e)
         return e
 
 
@@ -345,6 +429,8 @@ STRING = Ty("string", "char*", variable=True)
 OBJECT = Ty("object", "CORBA_Object", variable=True)
 OCTETS = Ty("seq", "CORBA_OctetSequence", variable=True)
 STRINGS = Ty("seq", "CORBA_StringSequence", variable=True)
+ANY = Ty("any", "CORBA_Any", variable=True)
+TYPECODE = Ty("tc", "CORBA_TypeCode", variable=True)
 
 # The classes of impldef.h need no header named in their pragma.
 KNOWN_CLASS_HEADERS = {
@@ -378,18 +464,102 @@ class Item:
         self.modpath = modpath  # module names: the namespace of the item
         self.nested = []        # items declared inside this class
 
+    def namespace(self):
+        """The C++ namespaces that hold the item."""
+        path = self.modpath
+        if in_corba(path) and self.kind != "enum":
+            path = path[1:]
+        return [cxx(m) for m in path]
+
     def ns(self):
         """Qualifier of the namespace that holds the item's operators."""
-        return "".join(cxx(m) + "::" for m in self.modpath)
+        return "".join(m + "::" for m in self.namespace())
 
 
 def unalias(t):
     while isinstance(t, idltype.Declared) and t.kind() == idltype.tk_alias:
         d = t.decl()
         if d.sizes():
-            fail(d, "arrays are not supported")
+            break  # an array is a type of its own
         t = d.alias().aliasType()
     return t
+
+
+def union_label(value, disc):
+    """(number, C++ text) of a case label of discriminator type disc."""
+    if disc.kind == "enum":
+        return value.value(), cxx_scoped(value.scopedName())
+    if disc.prim == idltype.tk_char:
+        return ord(value), c_char(value)
+    if disc.prim == idltype.tk_boolean:
+        return int(bool(value)), "1" if value else "0"
+    return value, "%s(%d)" % (disc.name, value)
+
+
+def tc_name(scoped_name):
+    """The C++ name of the static TypeCode of a declared type."""
+    scope = cxx_scoped(scoped_name[:-1])
+    return (scope + "::" if scope else "") + "_tc_" + scoped_name[-1]
+
+
+class TcBuilder:
+    """The body of the function that builds one static TypeCode: lines that
+    make the TypeCodes of anonymous types as counted temporaries, and
+    expressions for the rest.
+
+    levels lists the TypeCodes that enclose the one being described, the
+    struct or union first, None for each anonymous sequence between: a
+    sequence of an enclosing struct or union is a recursive sequence."""
+
+    def __init__(self, decl):
+        self.lines = []
+        self.count = 0
+        self.levels = [decl]
+
+    def temp(self, expr):
+        self.count += 1
+        name = "_t%d" % self.count
+        self.lines.append("CORBA_TypeCode_var %s(%s);" % (name, expr))
+        return name + ".in()"
+
+    def ref(self, t, levels=None):
+        levels = self.levels if levels is None else levels
+        if isinstance(t, idltype.Base):
+            if t.kind() in BASIC_TCS:
+                return BASIC_TCS[t.kind()]
+            raise AssertionError(t.kind())
+        if isinstance(t, idltype.String):
+            if not t.bound():
+                return "CORBA::_tc_string"
+            return self.temp("new CORBA_TypeCode(CORBA::ULong(%du), 0)" % t.bound())
+        if isinstance(t, idltype.Sequence):
+            e = t.seqType()
+            if isinstance(e, idltype.Declared) and e.decl() in levels:
+                offset = len(levels) - levels.index(e.decl())
+                return self.temp("new CORBA_TypeCode(CORBA::ULong(%du), CORBA::ULong(%du), 0)"
+                                 % (t.bound(), offset))
+            elem = self.ref(e, levels + [None])
+            return self.temp("new CORBA_TypeCode(CORBA::tk_sequence, %du, %s, 0)"
+                             % (t.bound(), elem))
+        d = t.decl()
+        if t.kind() == idltype.tk_objref:
+            if list(t.scopedName()) == ["CORBA", "Object"]:
+                return "CORBA::_tc_Object"
+            if forward_only(d):
+                return self.temp('new CORBA_TypeCode("%s", "%s", 0)' % (d.repoId(), d.identifier()))
+        return tc_name(d.scopedName())
+
+    def array(self, t, sizes):
+        expr = self.ref(t)
+        for n in reversed(sizes):
+            expr = self.temp("new CORBA_TypeCode(CORBA::tk_array, %du, %s, 0)" % (n, expr))
+        return expr
+
+
+def forward_only(decl):
+    """True for an interface only forward-declared in the whole tree: its
+    class is never complete, so its references are plain CORBA_Objects."""
+    return isinstance(decl, idlast.Forward) and decl.fullDecl() is None
 
 
 def as_interface(decl):
@@ -443,6 +613,10 @@ class Generator:
         elif isinstance(decl, idlast.Typedef):
             if decl.constrType():
                 self.index(decl.aliasType().decl())
+        elif isinstance(decl, idlast.Enum) and len(decl.scopedName()) == 2 \
+                and decl.scopedName()[0] == "CORBA":
+            CORBA_KEPT.add(decl.identifier())
+            CORBA_KEPT.update(e.identifier() for e in decl.enumerators())
 
     def pragma_sources(self, decl, scope, out):
         """(pragma, scope) for every pragma attached anywhere below decl."""
@@ -510,6 +684,10 @@ class Generator:
                 return VOID
             if k in PRIMITIVES:
                 return Ty("prim", PRIMITIVES[k], prim=k)
+            if k == idltype.tk_any:
+                return ANY
+            if k == idltype.tk_TypeCode:
+                return TYPECODE
             fail(where, "%s is not supported" % UNSUPPORTED.get(k, "this type"))
         if isinstance(t, idltype.String):
             return STRING
@@ -523,13 +701,15 @@ class Generator:
             d = t.decl()
             if k == idltype.tk_alias:
                 if d.sizes():
-                    fail(where, "arrays are not supported")
+                    elem = self.ty(d.alias().aliasType(), where)
+                    return Ty("array", cxx_scoped(d.scopedName()),
+                              variable=elem.variable or elem.kind == "string", dims=d.sizes())
                 target = d.alias().aliasType()
                 if isinstance(target, idltype.Sequence):
                     return Ty("seq", cxx_scoped(d.scopedName()), variable=True)
                 return self.ty(target, where)
             if k == idltype.tk_objref:
-                if list(t.scopedName()) == ["CORBA", "Object"]:
+                if list(t.scopedName()) == ["CORBA", "Object"] or forward_only(d):
                     return OBJECT
                 return Ty("object", cxx_scoped(t.scopedName()), variable=True)
             if k == idltype.tk_struct:
@@ -540,6 +720,8 @@ class Generator:
                           variable=self.struct_variable(d))
             if k == idltype.tk_enum:
                 return Ty("enum", cxx_scoped(d.scopedName()), count=len(d.enumerators()))
+            if k == idltype.tk_union:
+                return Ty("struct", cxx_scoped(d.scopedName()), variable=self.struct_variable(d))
             fail(where, "%s is not supported" % UNSUPPORTED.get(k, "this type"))
         fail(where, "this type is not supported")
 
@@ -557,14 +739,22 @@ class Generator:
             return self.variable_cache[key]
         self.variable_cache[key] = True  # a recursive structure is variable
         variable = False
-        for m in decl.members():
-            t = unalias(m.memberType())
+        if isinstance(decl, idlast.Union):
+            types = [c.caseType() for c in decl.cases()]
+        else:
+            types = [m.memberType() for m in decl.members()]
+        for t in types:
+            t = unalias(t)
+            while isinstance(t, idltype.Declared) and t.kind() == idltype.tk_alias:
+                t = unalias(t.decl().alias().aliasType())  # an array: its elements
             if isinstance(t, (idltype.String, idltype.Sequence)):
+                variable = True
+            elif isinstance(t, idltype.Base) and t.kind() in (idltype.tk_any, idltype.tk_TypeCode):
                 variable = True
             elif isinstance(t, idltype.Declared):
                 if t.kind() == idltype.tk_objref:
                     variable = True
-                elif t.kind() == idltype.tk_struct:
+                elif t.kind() in (idltype.tk_struct, idltype.tk_union):
                     if (tuple(t.decl().scopedName()) in self.classes
                             or self.struct_variable(t.decl())):
                         variable = True
@@ -579,15 +769,18 @@ class Generator:
         return self.ty(t, where)
 
     def sequence_class(self, seq, where, owner_q, owner_rt, uname, modpath, items):
-        q = (owner_q + "::" + uname) if owner_q else uname
+        q = join_q(owner_q, uname)
         rt = (owner_rt + "::" + uname) if owner_rt else uname
         inner = uname + "_seq" if uname.startswith("_") else "_" + uname + "_seq"
         elem = self.member_ty(seq.seqType(), where, owner_q, owner_rt, inner, modpath, items)
+        if elem.kind == "array":
+            fail(where, "sequences of arrays are not supported")
         item = Item("seq", where, modpath)
         item.q = q
         item.uname = uname
         item.rt = rt
         item.elem = elem
+        item.named = False  # a typedef's sequence has a TypeCode of its own
         items.append(item)
         return Ty("seq", q, variable=True)
 
@@ -599,6 +792,9 @@ class Generator:
         self.read_pragmas()
         for d in self.tree.declarations():
             self.top(d, [])
+        for item in self.items:
+            if in_corba(item.modpath) and item.kind != "enum":
+                item.uname = item.q if hasattr(item, "q") else "CORBA_" + item.uname
 
     def top(self, decl, modpath):
         if not decl.mainFile():
@@ -664,8 +860,10 @@ class Generator:
             self.const(decl, modpath, items)
         elif isinstance(decl, (idlast.StructForward,)):
             pass  # the full declaration follows in the same file
-        elif isinstance(decl, (idlast.Union, idlast.UnionForward)):
-            fail(decl, "unions are not supported")
+        elif isinstance(decl, idlast.Union):
+            self.union(decl, modpath, items)
+        elif isinstance(decl, idlast.UnionForward):
+            pass  # the full declaration follows in the same file
         else:
             fail(decl, "this declaration is not supported")
 
@@ -680,16 +878,78 @@ class Generator:
             if m.constrType():
                 self.declare(m.memberType().decl(), modpath, item, item.nested)
             for dcl in m.declarators():
-                if dcl.sizes():
-                    fail(dcl, "arrays are not supported")
                 name = cxx(dcl.identifier())
                 t = self.member_ty(m.memberType(), m, item.q, item.rt,
                                    "_" + dcl.identifier() + "_seq", modpath, item.nested)
+                if dcl.sizes():
+                    t = self.array_item(dcl, t, item.q, "_" + dcl.identifier() + "_array",
+                                        modpath, item.nested, False)
                 item.members.append((name, t))
                 item.labels[name] = dcl.identifier()
         if kind == "struct":
             item.variable = self.struct_variable(decl)
         items.append(item)
+
+    def union(self, decl, modpath, items):
+        item = Item("union", decl, modpath)
+        item.q = cxx_scoped(decl.scopedName())
+        item.uname = cxx(decl.identifier())
+        item.rt = runtime_name(decl.scopedName())
+        switch = unalias(decl.switchType())
+        item.disc = self.ty(switch, decl)
+        if item.disc.kind not in ("prim", "enum") or item.disc.prim in (
+                idltype.tk_float, idltype.tk_double, idltype.tk_octet):
+            fail(decl, "a union discriminator must be an integer, char, boolean or enum")
+        item.cases = []  # (C++ name, Ty, [(value, C++ label)], default?, IDL name)
+        used = set()
+        for c in decl.cases():
+            if c.constrType():
+                self.declare(c.caseType().decl(), modpath, item, item.nested)
+            dcl = c.declarator()
+            if dcl.sizes():
+                fail(dcl, "arrays are not supported in unions")
+            t = self.member_ty(c.caseType(), c, item.q, item.rt,
+                               "_" + dcl.identifier() + "_seq", modpath, item.nested)
+            if t.kind == "class":
+                fail(c, "a kelvanor_class structure cannot be a union member")
+            labels = []
+            default = False
+            for lab in c.labels():
+                if lab.default():
+                    default = True
+                    continue
+                value, text = union_label(lab.value(), item.disc)
+                used.add(value)
+                labels.append((value, text))
+            item.cases.append((cxx(dcl.identifier()), t, labels, default, dcl.identifier()))
+        item.variable = self.struct_variable(decl)
+        # The discriminator of a new union, and of one set through the
+        # default member: the default's first free value, else the first label.
+        free = 0
+        while free in used:
+            free += 1
+        if item.disc.kind == "enum":
+            item.free = "static_cast<%s>(%d)" % (item.disc.name, free)
+        else:
+            item.free = "%s(%d)" % (item.disc.name, free)
+        first = [c for c in item.cases if c[2]]
+        has_default = any(c[3] for c in item.cases)
+        item.initial = item.free if has_default or not first else first[0][2][0][1]
+        items.append(item)
+
+    def array_item(self, dcl, elem, owner_q, uname, modpath, items, named):
+        """The item of an array of elem with the sizes of dcl, named uname
+        in owner_q, and its Ty."""
+        if elem.kind == "class":
+            fail(dcl, "arrays of a kelvanor_class structure are not supported")
+        item = Item("array", dcl, modpath)
+        item.q = join_q(owner_q, uname)
+        item.uname = uname
+        item.elem = elem
+        item.named = named
+        items.append(item)
+        return Ty("array", item.q, variable=elem.variable or elem.kind == "string",
+                  dims=dcl.sizes())
 
     def typedef(self, decl, modpath, owner, items):
         if decl.constrType():
@@ -700,13 +960,17 @@ class Generator:
             owner_rt = runtime_name(modpath)
         target = decl.aliasType()
         for dcl in decl.declarators():
-            if dcl.sizes():
-                fail(dcl, "arrays are not supported")
             uname = cxx(dcl.identifier())
+            if dcl.sizes():
+                elem = self.member_ty(target, dcl, owner_q, owner_rt, "_" + uname + "_seq",
+                                      modpath, items)
+                self.array_item(dcl, elem, owner_q, uname, modpath, items, True)
+                continue
             if isinstance(target, idltype.Sequence):
                 # A typedef'd sequence is a class of that name, whatever its
                 # element.
                 self.sequence_class(target, dcl, owner_q, owner_rt, uname, modpath, items)
+                items[-1].named = True
                 continue
             t = self.ty(target, dcl)
             item = Item("alias", dcl, modpath)

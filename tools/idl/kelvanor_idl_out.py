@@ -8,7 +8,32 @@ kelvanor_idl.py.
 
 import os
 
-from kelvanor_idl import cxx, cxx_scoped, string_hash, wrap
+from omniidl import idlast
+
+from kelvanor_idl import TcBuilder, cxx, cxx_scoped, string_hash, tc_name, wrap
+
+
+def put(t, strm, e):
+    """The statement that writes e, of type t, onto strm."""
+    if t.kind == "array":
+        return "ZEBputArray(%s, %s);" % (strm, e)
+    return "%s << %s;" % (strm, e)
+
+
+def get(t, strm, e):
+    if t.kind == "array":
+        return "ZEBgetArray(%s, %s);" % (strm, e)
+    return "%s >> %s;" % (strm, e)
+
+
+def tc_of(item):
+    """The IDL identifier whose static TypeCode _tc_<identifier> comes with
+    item, or None (constants, forward declarations, anonymous sequences)."""
+    if item.kind in ("struct", "exception", "enum", "union", "interface", "alias"):
+        return item.decl.identifier()
+    if item.kind in ("seq", "array") and item.named:
+        return item.decl.identifier()
+    return None
 
 class Writer:
     def __init__(self):
@@ -76,7 +101,8 @@ class HeaderWriter:
         w("#include <iosfwd>")
         w()
         headers = ["<kelvanor/%s.h>" % h for h in
-                   ("corba", "except", "object", "sequence", "zebidl", "zebseq", "zebtype")]
+                   ("corba", "any", "except", "object", "sequence", "typecode", "zebidl",
+                    "zebseq", "zebtype")]
         for cls, header in gen.classes.values():
             if header and header not in headers:
                 headers.append(header)
@@ -90,7 +116,7 @@ class HeaderWriter:
         w("class TBostream;")
         w()
         for item in gen.items:
-            self.set_namespace([cxx(m) for m in item.modpath])
+            self.set_namespace(item.namespace())
             deferred = []
             self.item(item, deferred, False)
             for line in deferred:
@@ -107,6 +133,78 @@ class HeaderWriter:
 
     def item(self, item, deferred, in_class):
         getattr(self, "item_" + item.kind)(item, deferred, in_class)
+        ident = tc_of(item)
+        if ident:
+            decl = "%s CORBA_TypeCode* const _tc_%s;" % ("static" if in_class else "extern", ident)
+            if not in_class and item.namespace() != [cxx(m) for m in item.modpath]:
+                decl = "namespace CORBA { %s }" % decl  # module CORBA's classes are global
+            self.w(decl)
+            self.w()
+
+    def item_array(self, item, deferred, in_class):
+        w = self.w
+        u = item.uname
+        e = item.elem.member()
+        dims = item.decl.sizes()
+        w("typedef %s %s%s;" % (e, u, "".join("[%d]" % n for n in dims)))
+        w("typedef %s %s_slice%s;" % (e, u, "".join("[%d]" % n for n in dims[1:])))
+        fn = "static" if in_class else "inline"
+        w("%s %s_slice* %s_alloc() { return new %s_slice[%d]; }" % (fn, u, u, u, dims[0]))
+        w("%s %s_slice* %s_dup(const %s_slice* s) {" % (fn, u, u, u))
+        w("    %s_slice* r = %s_alloc();" % (u, u))
+        w("    ZEBcopySlices(r, s, %du);" % dims[0])
+        w("    return r;")
+        w("}")
+        w("%s void %s_free(%s_slice* s) { delete[] s; }" % (fn, u, u))
+        w("typedef ZEBArrayVar<%s_slice> %s_var;" % (u, u))
+        w()
+
+    def item_union(self, item, deferred, in_class):
+        w = self.w
+        u = item.uname
+        d = item.disc.name
+        w("// The discriminator _d() tells which member the value holds; setting a")
+        w("// member sets it to the member's first label. Every member has storage")
+        w("// of its own (_u_<member>), so copies are member-wise.")
+        w("class %s {" % u)
+        w("public:")
+        w.indent()
+        self.nested(item, deferred)
+        w("%s() : _disc(%s) {}" % (u, item.initial))
+        w("%s _d() const { return _disc; }" % d)
+        w("void _d(%s d) { _disc = d; }" % d)
+        w()
+        for name, t, labels, default, ident in item.cases:
+            label = labels[0][1] if labels else item.free
+            k = t.kind
+            m = "_u_" + ident
+            if k == "string":
+                w("const char* %s() const { return %s; }" % (name, m))
+                w("void %s(const char* v) { _disc = %s; %s = v; }" % (name, label, m))
+            elif k in ("object", "tc"):
+                w("%s* %s() const { return %s.in(); }" % (t.name, name, m))
+                w("void %s(%s* v) { _disc = %s; %s = %s::_duplicate(v); }"
+                  % (name, t.name, label, m, t.name))
+            elif k in ("prim", "enum"):
+                w("%s %s() const { return %s; }" % (t.name, name, m))
+                w("void %s(%s v) { _disc = %s; %s = v; }" % (name, t.name, label, m))
+            else:
+                w("const %s& %s() const { return %s; }" % (t.name, name, m))
+                w("%s& %s() { return %s; }" % (t.name, name, m))
+                w("void %s(const %s& v) { _disc = %s; %s = v; }" % (name, t.name, label, m))
+        w()
+        w("%s _disc;" % d)
+        for name, t, labels, default, ident in item.cases:
+            w("%s _u_%s%s;" % (t.member(), ident, t.member_init()))
+        w.dedent()
+        w("};")
+        w("typedef ZEBVar<%s> %s_var;" % (u, u))
+        w()
+        q = item.q
+        deferred.append("// Stream form: the discriminator, then the member it selects.")
+        deferred.append("TBostream& operator<<(TBostream& strm, const %s& v);" % q)
+        deferred.append("TBistream& operator>>(TBistream& strm, %s& v);" % q)
+        deferred.append("std::ostream& operator<<(std::ostream& os, const %s& v);" % q)
 
     def nested(self, item, deferred):
         for n in item.nested:
@@ -264,7 +362,7 @@ static %(u)s* _bind(const char* object_name = nullptr, const char* host_name = n
 
     def skeleton(self, item):
         w = self.w
-        u = item.uname
+        u = cxx(item.decl.identifier())  # _sk_CORBA::_sk_X for CORBA_X too
         w("// Base of %s servants: one dispatch function per operation," % item.rt)
         w("// which reads the arguments, calls the servant and writes the reply.")
         w("class _sk_%s : public %s {" % (u, item.q))
@@ -323,6 +421,99 @@ class SourceWriter:
         f = getattr(self, "item_" + item.kind, None)
         if f:
             f(item)
+        if tc_of(item):
+            self.typecode(item)
+
+    # ------------------------------------------------------------ TypeCodes
+
+    def typecode(self, item):
+        """The static _tc_ of item: built from constants, filled in by the
+        builder at first use, so it works from any static initialiser."""
+        w = self.w
+        decl = item.decl
+        b = TcBuilder(decl)
+        if isinstance(decl, (idlast.Struct, idlast.Exception)):
+            kind = "tk_struct" if isinstance(decl, idlast.Struct) else "tk_except"
+            members = []
+            for m in decl.members():
+                for dcl in m.declarators():
+                    t = (b.array(m.memberType(), dcl.sizes()) if dcl.sizes()
+                         else b.ref(m.memberType()))
+                    members.append('{"%s", %s, nullptr}' % (dcl.identifier(), t))
+            table = self.tc_members(b, members)
+            make = ('new CORBA_TypeCode(CORBA::%s, "%s", "%s", %s, %du, 0)'
+                    % (kind, decl.repoId(), decl.identifier(), table, len(members)))
+        elif isinstance(decl, idlast.Union):
+            kind = "tk_union"
+            disc = b.ref(decl.switchType())
+            members = []
+            for c in decl.cases():
+                t = b.ref(c.caseType())
+                name = c.declarator().identifier()
+                for lab in c.labels():
+                    if lab.default():
+                        members.append('{"%s", %s, nullptr}' % (name, t))
+                        continue
+                    label = "_l%d" % len(members)
+                    self.union_label(b, label, lab, item.disc, disc)
+                    members.append('{"%s", %s, &%s}' % (name, t, label))
+            table = self.tc_members(b, members)
+            make = ('new CORBA_TypeCode("%s", "%s", %s, %s, %du, 0)'
+                    % (decl.repoId(), decl.identifier(), disc, table, len(members)))
+        elif isinstance(decl, idlast.Enum):
+            kind = "tk_enum"
+            names = ", ".join('"%s"' % e.identifier() for e in decl.enumerators())
+            b.lines.append("static const char* const names[] = {%s};" % names)
+            make = ('new CORBA_TypeCode("%s", "%s", names, %du, 0)'
+                    % (decl.repoId(), decl.identifier(), len(decl.enumerators())))
+        elif isinstance(decl, idlast.Interface):
+            kind = "tk_objref"
+            make = 'new CORBA_TypeCode("%s", "%s", 0)' % (decl.repoId(), decl.identifier())
+        else:
+            kind = "tk_alias"
+            target = decl.alias().aliasType()
+            t = b.array(target, decl.sizes()) if decl.sizes() else b.ref(target)
+            make = ('new CORBA_TypeCode("%s", "%s", %s, 0)'
+                    % (decl.repoId(), decl.identifier(), t))
+        self.tc_count = getattr(self, "tc_count", 0) + 1
+        n = self.tc_count
+        scope = item.decl.scopedName()
+        w("namespace {")
+        w()
+        w("CORBA_TypeCode* _kidl_tc_build%d() {" % n)
+        for line in b.lines:
+            w("    " + line)
+        for line in wrap("    return ", [make], ";"):
+            w(line)
+        w("}")
+        w()
+        w("ZEBStaticTypeCode _kidl_tc%d(CORBA::%s, &_kidl_tc_build%d);" % (n, kind, n))
+        w()
+        w("}  // namespace")
+        w()
+        w("CORBA_TypeCode* const %s = &_kidl_tc%d.tc;" % (tc_name(scope), n))
+        w()
+
+    def tc_members(self, b, members):
+        if not members:
+            return "nullptr"
+        b.lines.append("const ZEBTCMember members[] = {")
+        for m in members:
+            b.lines.append("    %s," % m)
+        b.lines.append("};")
+        return "members"
+
+    def union_label(self, b, name, lab, disc, disc_tc):
+        from kelvanor_idl import union_label
+        value, text = union_label(lab.value(), disc)
+        if disc.kind == "enum":
+            b.lines.append("CORBA_Any %s(CORBA_TypeCode::_duplicate(%s), new CORBA::ULong(%du), 1);"
+                           % (name, disc_tc, value))
+            return
+        b.lines.append("CORBA_Any %s;" % name)
+        helper = {"CORBA::Boolean": "CORBA_Any::from_boolean",
+                  "CORBA::Char": "CORBA_Any::from_char"}.get(disc.name, disc.name)
+        b.lines.append("%s <<= %s(%s);" % (name, helper, text))
 
     # ------------------------------------------------------------ values
 
@@ -415,9 +606,13 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& s) {
         w = self.w
         q = item.q
         ns = item.ns()
-        writes = "".join("    strm << v.%s;\n" % n for n, t in item.members)
-        reads = "".join("    strm >> v.%s;\n" % n for n, t in item.members)
-        w.block("""
+        writes = "".join("    %s\n" % put(t, "strm", "v." + n) for n, t in item.members)
+        reads = "".join("    %s\n" % get(t, "strm", "v." + n) for n, t in item.members)
+        self.value_operators(item, "struct", writes, reads, self.member_lines(item, "v.", "    "))
+
+    def value_operators(self, item, word, writes, reads, prints):
+        """The stream and printing operators of a structure or union."""
+        self.w.block("""
 TBostream& %(ns)soperator<<(TBostream& strm, const %(q)s& v) {
 %(writes)s    return strm;
 }
@@ -432,12 +627,37 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& v) {
         strm << v;
         return os;
     }
-    os << "struct %(rt)s {" << std::endl;
-%(members)s    return os << "}" << std::endl;
+    os << "%(word)s %(rt)s {" << std::endl;
+%(prints)s    return os << "}" << std::endl;
 }
-""" % {"ns": ns, "q": q, "rt": item.rt, "writes": writes, "reads": reads,
-       "members": self.member_lines(item, "v.", "    ")})
-        w()
+""" % {"ns": item.ns(), "q": item.q, "rt": item.rt, "word": word, "writes": writes,
+       "reads": reads, "prints": prints})
+        self.w()
+
+    def item_union(self, item):
+        w = self.w
+
+        def switch(action):
+            out = ["    switch (v._disc) {\n"]
+            has_default = False
+            for name, t, labels, default, ident in item.cases:
+                for value, text in labels:
+                    out.append("    case %s:\n" % text)
+                if default:
+                    out.append("    default:\n")
+                    has_default = True
+                out.append("        %s\n        break;\n" % action(t, "v._u_" + ident, ident))
+            if not has_default:
+                out.append("    default:\n        break;\n")
+            out.append("    }\n")
+            return "".join(out)
+
+        writes = switch(lambda t, e, i: "strm << %s;" % e)
+        reads = switch(lambda t, e, i: "strm >> %s;" % e)
+        prints = switch(lambda t, e, i: 'os << "\\t%s: " << %s << std::endl;' % (i, t.printed(e)))
+        disc = '    os << "\\t_d: " << %s << std::endl;\n' % item.disc.printed("v._disc")
+        self.value_operators(item, "union", "    strm << v._disc;\n" + writes,
+                             "    strm >> v._disc;\n" + reads, disc + prints)
 
     def item_exception(self, item):
         w = self.w
@@ -452,20 +672,30 @@ std::ostream& %(ns)soperator<<(std::ostream& os, const %(q)s& v) {
             return
         inits = []
         for n, t in item.members:
-            if t.kind == "object":
+            if t.kind in ("object", "tc"):
                 inits.append("%s(%s::_duplicate(%s))" % (n, t.name, n))
             elif t.kind == "class":
                 inits.append("%s(%s ? new %s(*%s) : nullptr)" % (n, n, t.name, n))
-            else:
+            elif t.kind != "array":
                 inits.append("%s(%s)" % (n, n))
+        copies = ["ZEBcopySlices(this->%s, %s, %du);" % (n, n, t.dims[0])
+                  for n, t in item.members if t.kind == "array"]
         for line in wrap("%s::%s(" % (q, item.uname),
                          ["%s %s" % (t.in_type(), n) for n, t in item.members], ")"):
             w(line)
-        for line in wrap("    : ", inits, " {}"):
-            w(line)
+        body = " {" if copies else " {}"
+        if inits:
+            for line in wrap("    : ", inits, body):
+                w(line)
+        else:
+            w(body.strip())
+        if copies:
+            for c in copies:
+                w("    " + c)
+            w("}")
         w()
-        writes = "".join("    strm << %s;\n" % n for n, t in item.members)
-        reads = "".join("    strm >> %s;\n" % n for n, t in item.members)
+        writes = "".join("    %s\n" % put(t, "strm", n) for n, t in item.members)
+        reads = "".join("    %s\n" % get(t, "strm", n) for n, t in item.members)
         w.block("""
 void %(q)s::_write(TBostream& strm) const {
 %(writes)s}
@@ -603,6 +833,8 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
         elif t.kind == "class":
             w("if (!%s) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);" % n)
             w("*_strm << static_cast<const %s*>(%s);" % (t.name, n))
+        elif t.kind == "array":
+            w("ZEBputSlices(*_strm, %s, %du);" % (n, t.dims[0]))
         else:
             w("*_strm << %s;" % n)
 
@@ -611,6 +843,9 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
         if t.kind in ("prim", "enum"):
             w("%s %s = %s();" % (t.name, local, t.name))
             w("*_strm >> %s;" % local)
+        elif t.kind == "array":
+            w("%s %s(%s_alloc());" % (t.holder(), local, t.name))
+            w("ZEBgetSlices(*_strm, %s.ptr(), %du);" % (local, t.dims[0]))
         elif t.pointer():
             w("ZEBVar<%s> %s(new %s);" % (t.name, local, t.name))
             w("*_strm >> *%s;" % local)
@@ -620,15 +855,19 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
 
     def stub_assign(self, t, d, n, local):
         k = t.kind
+        if k == "array":
+            if d == 1 and t.variable:
+                return ["%s = %s._retn();" % (n, local)]
+            return ["ZEBcopySlices(%s, %s.ptr(), %du);" % (n, local, t.dims[0])]
         if k in ("prim", "enum") or (k == "struct" and not t.variable):
             return ["%s = %s;" % (n, local)]
         if k == "string":
             if d == 2:
                 return ["CORBA::string_free(%s);" % n, "%s = %s._retn();" % (n, local)]
             return ["%s = %s._retn();" % (n, local)]
-        if k in ("object", "class"):
+        if k in ("object", "class", "tc"):
             if d == 2:
-                free = "CORBA::release(%s);" if k == "object" else "delete %s;"
+                free = "delete %s;" if k == "class" else "CORBA::release(%s);"
                 return [free % n, "%s = %s._retn();" % (n, local)]
             return ["%s = %s._retn();" % (n, local)]
         # Variable structures and sequences.
@@ -640,7 +879,8 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
 
     def skeleton(self, item):
         w = self.w
-        sk = "".join("_sk_" + cxx(m) + "::" for m in item.modpath) + "_sk_" + item.uname
+        u = cxx(item.decl.identifier())
+        sk = "".join("_sk_" + cxx(m) + "::" for m in item.modpath) + "_sk_" + u
         if item.ops:
             w("CORBA_MethodDescription %s::_methods[] = {" % sk)
             for op in item.ops:
@@ -662,7 +902,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
     if (!_zeb_impl()) _init(nullptr, 0);
     _service(service_name, id);
 }
-""" % {"sk": sk, "u": item.uname, "q": item.q})
+""" % {"sk": sk, "u": u, "q": item.q})
         w()
         for op in item.ops:
             self.dispatch(item, sk, op)
@@ -680,6 +920,11 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
         for d, t, n in op.params:
             if t.kind in ("prim", "enum"):
                 w("%s %s = %s();" % (t.name, n, t.name))
+            elif t.kind == "array":
+                if d == 1 and t.variable:
+                    w("%s %s;" % (t.holder(), n))
+                else:
+                    w("%s %s{};" % (t.name, n))
             elif d == 1 and t.pointer():
                 w("ZEBVar<%s> %s;" % (t.name, n))
             elif t.pointer() or t.kind == "struct":
@@ -687,7 +932,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
             else:
                 w("%s %s;" % (t.holder(), n))
             if d in (0, 2):
-                w("_strm >> %s;" % n)
+                w(get(t, "_strm", n))
             args.append(self.skel_arg(t, d, n))
         w("_strm.flushRead();")
         call = "_self->%s(%s)" % (op.cname, ", ".join(args))
@@ -707,10 +952,11 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
             w("%s _result(%s);" % (r.holder(), call))
         w("_self->_prepare_reply(_reply);")
         if r.kind != "void":
-            self.skel_write(r, "_result", r.pointer())
+            self.skel_write(r, "_result", r.pointer() or r.kind == "array")
         for d, t, n in op.params:
             if d in (1, 2):
-                self.skel_write(t, n, d == 1 and t.pointer())
+                held = t.pointer() or (t.kind == "array" and t.variable)
+                self.skel_write(t, n, d == 1 and held)
         w("_strm.sendMessage(0);")
         w.dedent()
         w("}")
@@ -718,9 +964,9 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
 
     def skel_arg(self, t, d, n):
         k = t.kind
-        if k in ("string", "object", "class"):
+        if k in ("string", "object", "class", "tc"):
             return "%s.%s()" % (n, ("in", "out", "inout")[d])
-        if d == 1 and t.pointer():
+        if d == 1 and (t.pointer() or (t.kind == "array" and t.variable)):
             return "%s.out()" % n
         return n
 
@@ -729,6 +975,9 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
         if held:
             # A servant must not answer with null where a value is due.
             w("if (!%s.ptr()) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);" % n)
-            w("_strm << *%s;" % n)
+            if t.kind == "array":
+                w("ZEBputSlices(_strm, %s.ptr(), %du);" % (n, t.dims[0]))
+            else:
+                w("_strm << *%s;" % n)
         else:
-            w("_strm << %s;" % n)
+            w(put(t, "_strm", n))

@@ -6,10 +6,15 @@
 #ifndef KELVANOR_ZEBIDL_H
 #define KELVANOR_ZEBIDL_H
 
+#include <cstddef>
+#include <ostream>
+#include <type_traits>
+
 #include <kelvanor/corba.h>
 #include <kelvanor/except.h>
 #include <kelvanor/object.h>
 #include <kelvanor/tbiostrm.h>
+#include <kelvanor/typecode.h>
 
 // Owns one reference to an object of interface T (the X_var of every
 // generated interface X). A T* is adopted; a copy of the holder duplicates.
@@ -161,6 +166,13 @@ inline TBistream& operator>>(TBistream& strm, CORBA_Object_var& v) {
     return strm;
 }
 
+// TypeCode holders go as TypeCodes, null as tk_null; reading releases the
+// old one.
+inline TBostream& operator<<(TBostream& strm, const CORBA_TypeCode_var& v) {
+    return strm << v.in();
+}
+inline TBistream& operator>>(TBistream& strm, CORBA_TypeCode_var& v) { return strm >> v.out(); }
+
 template <class T>
 TBostream& operator<<(TBostream& strm, const ZEBObjectVar<T>& v) {
     return strm << static_cast<CORBA_Object*>(v.in());
@@ -189,6 +201,116 @@ TBistream& operator>>(TBistream& strm, ZEBClassVar<T>& v) {
     strm >> p;
     v = p;
     return strm;
+}
+
+// IDL arrays are C++ arrays: A is E[n1][n2]..., A_slice the element type
+// of its first dimension, and A_alloc / A_dup / A_free make and free arrays
+// of n1 slices with new[] and delete[]. Their stream form is the elements in
+// order, numbers of two bytes or more moved at once.
+template <class T>
+void ZEBputArray(TBostream& strm, const T& v) {
+    strm << v;
+}
+template <class T, std::size_t N>
+void ZEBputArray(TBostream& strm, const T (&a)[N]) {
+    if constexpr (std::is_arithmetic<T>::value && sizeof(T) > 1) {
+        strm.put(a, N);
+    } else {
+        for (const T& e : a) ZEBputArray(strm, e);
+    }
+}
+template <class T>
+void ZEBgetArray(TBistream& strm, T& v) {
+    strm >> v;
+}
+template <class T, std::size_t N>
+void ZEBgetArray(TBistream& strm, T (&a)[N]) {
+    if constexpr (std::is_arithmetic<T>::value && sizeof(T) > 1) {
+        strm.get(a, N);
+    } else {
+        for (T& e : a) ZEBgetArray(strm, e);
+    }
+}
+template <class T>
+void ZEBcopyArray(T& to, const T& from) {
+    to = from;
+}
+template <class T, std::size_t N>
+void ZEBcopyArray(T (&to)[N], const T (&from)[N]) {
+    for (std::size_t i = 0; i < N; ++i) ZEBcopyArray(to[i], from[i]);
+}
+
+// The same over n slices, for arrays that are passed as slice pointers.
+template <class S>
+void ZEBputSlices(TBostream& strm, const S* s, CORBA::ULong n) {
+    for (CORBA::ULong i = 0; i < n; ++i) ZEBputArray(strm, s[i]);
+}
+template <class S>
+void ZEBgetSlices(TBistream& strm, S* s, CORBA::ULong n) {
+    for (CORBA::ULong i = 0; i < n; ++i) ZEBgetArray(strm, s[i]);
+}
+template <class S>
+void ZEBcopySlices(S* to, const S* from, CORBA::ULong n) {
+    for (CORBA::ULong i = 0; i < n; ++i) ZEBcopyArray(to[i], from[i]);
+}
+
+// Owns an array made by A_alloc or A_dup (the A_var of an array A).
+template <class S>
+class ZEBArrayVar {
+public:
+    ZEBArrayVar() : _ptr(nullptr) {}
+    explicit ZEBArrayVar(S* p) : _ptr(p) {}
+    ZEBArrayVar(const ZEBArrayVar&) = delete;
+    ZEBArrayVar& operator=(const ZEBArrayVar&) = delete;
+    ~ZEBArrayVar() { delete[] _ptr; }
+
+    ZEBArrayVar& operator=(S* p) {
+        if (p != _ptr) {
+            delete[] _ptr;
+            _ptr = p;
+        }
+        return *this;
+    }
+    S& operator[](CORBA::ULong i) const { return _ptr[i]; }
+    S* ptr() const { return _ptr; }
+    S*& out() {
+        *this = static_cast<S*>(nullptr);
+        return _ptr;
+    }
+    S* _retn() {
+        S* p = _ptr;
+        _ptr = nullptr;
+        return p;
+    }
+
+private:
+    S* _ptr;  // null or from new[]
+};
+
+// The printing form of an array member: its elements separated by blanks.
+template <class A>
+struct ZEBArrayText {
+    explicit ZEBArrayText(const A& a) : array(a) {}
+    const A& array;
+};
+inline void ZEBprintArray(std::ostream& os, const CORBA_String_var& v) {
+    os << ZEBprintString(v.in()) << ' ';
+}
+template <class T>
+void ZEBprintArray(std::ostream& os, const T& v) {
+    if constexpr (sizeof(T) == 1 && std::is_arithmetic<T>::value)
+        os << static_cast<unsigned>(static_cast<unsigned char>(v)) << ' ';
+    else
+        os << v << ' ';
+}
+template <class T, std::size_t N>
+void ZEBprintArray(std::ostream& os, const T (&a)[N]) {
+    for (const T& e : a) ZEBprintArray(os, e);
+}
+template <class A>
+std::ostream& operator<<(std::ostream& os, const ZEBArrayText<A>& t) {
+    ZEBprintArray(os, t.array);
+    return os;
 }
 
 #endif
