@@ -154,20 +154,3 @@ TEST(DSProvider, RoundTripsAllFieldsAndComparesByNameThenAddress) {
     EXPECT_GT(p.compare(DSProvider(name, DSAddr(1, 1u), DS_PROTOCOL_DEFAULT, 0)), 0);
 }
 
-TEST(DSDummyUser, RegistrationsAreForgottenAndLookupsFindNothing) {
-    DSUser* user = new DSDummyUser("login", "third");  // used as the broker uses it
-    DSName name("svc", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
-    DSProvider p(name, DSAddr(5000, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 0);
-    EXPECT_EQ(user->registerProvider(&p), 0);
-    EXPECT_EQ(user->registerProvider(&p), 0);  // a session would say -994 here
-    for (int type : {4, 5, 1000}) {
-        DSName any("svc", DS_ARG_DEFAULT, static_cast<DSServiceType>(type), nullptr);
-        int status = 12345;
-        EXPECT_EQ(user->getProvider(&any, status, 5), nullptr);
-        EXPECT_EQ(status, -993) << type;
-    }
-    int status = 7;
-    EXPECT_EQ(user->allProviders(&name, status, 1), nullptr);
-    EXPECT_EQ(status, 0);  // nothing listed is not a failure
-    user->close();  // deletes: a leak or a double delete shows under the sanitizers
-}

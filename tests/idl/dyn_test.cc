@@ -6,11 +6,9 @@
 #include <chrono>
 #include <string>
 
-#include <type_traits>
 
 #include "any.h"
 #include "dyn.h"
-#include "ir.h"
 #include "mstrm.h"
 #include "orb.h"
 #include "orb_loopback.h"
@@ -77,35 +75,11 @@ TEST(DynTypeCodes, StaticsEqualHandBuiltOnes) {
         EXPECT_EQ(compare(c.generated, c.byHand), 0) << c.generated;
         EXPECT_TRUE(c.generated->is_static());
     }
-    EXPECT_STREQ(Dyn::_tc_Item->id(), "IDL:kelvanor.test/Dyn/Item:1.0");
-    EXPECT_STREQ(Dyn::_tc_Probe->id(), "IDL:kelvanor.test/Dyn/Probe:1.0");
-    EXPECT_EQ(Dyn::_tc_Probe->kind(), CORBA::tk_objref);
     // Pick: one member per label, the default last with its octet label.
     EXPECT_EQ(Dyn::_tc_Pick->member_count(), 4u);
     EXPECT_EQ(Dyn::_tc_Pick->default_index(), 3);
     EXPECT_STREQ(Dyn::_tc_Pick->member_name(2), "s");
     EXPECT_EQ(Dyn::_tc_Value->default_index(), 2);
-}
-
-// Module CORBA: global classes, enumerations and TypeCodes in namespace CORBA.
-static_assert(std::is_base_of<CORBA_Container, CORBA_InterfaceDef>::value &&
-                  std::is_base_of<CORBA_Contained, CORBA_InterfaceDef>::value &&
-                  std::is_base_of<CORBA_IDLType, CORBA_InterfaceDef>::value &&
-                  std::is_base_of<CORBA_InterfaceDef, _sk_CORBA::_sk_InterfaceDef>::value &&
-                  std::is_same<decltype(CORBA_StructMember::type), CORBA_TypeCode_var>::value,
-              "the Interface Repository's classes");
-static_assert(CORBA::dk_Repository == 17 && CORBA::pk_objref == 15, "the kinds of CORBA 2.0");
-
-TEST(IrTypes, TypeCodesInNamespaceCorba) {
-    EXPECT_EQ(CORBA::_tc_DefinitionKind->member_count(), 18u);
-    EXPECT_EQ(CORBA::_tc_PrimitiveKind->member_count(), 16u);
-    EXPECT_STREQ(CORBA::_tc_InterfaceDef->id(), "IDL:omg.org/CORBA/InterfaceDef:1.0");
-    EXPECT_STREQ(CORBA_InterfaceDef::_tc_FullInterfaceDescription->id(),
-                 "IDL:omg.org/CORBA/InterfaceDef/FullInterfaceDescription:1.0");
-    CORBA_TypeCode_var ops(CORBA_InterfaceDef::_tc_FullInterfaceDescription->member_type(4));
-    EXPECT_EQ(compare(ops, CORBA::_tc_OpDescriptionSeq), 0);
-    EXPECT_STREQ(CORBA_InterfaceDef::_desc().interface_name(), "CORBA::InterfaceDef");
-    EXPECT_STREQ(CORBA_InterfaceDef::_desc().repository_id(), "IDL:omg.org/CORBA/InterfaceDef:1.0");
 }
 
 class DynRemote : public ::testing::Test {

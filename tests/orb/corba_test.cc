@@ -1,4 +1,4 @@
-// CORBA basics: the string hash; CDR memory buffers (alignment from the
+// CORBA basics: CDR memory buffers (alignment from the
 // count, both byte orders, strings, short data); the sequences and ZEBString
 // through object streams and CDR; exceptions and environments.
 #include "corba.h"
@@ -116,16 +116,6 @@ void expectMarshal(const std::function<void()>& f) {
 }
 
 }  // namespace
-
-TEST(CORBAStrings, HashCountsBytesUnsignedAndKeeps31Bits) {
-    EXPECT_EQ(0u, CORBA::hash(nullptr));
-    EXPECT_EQ(0u, CORBA::hash(""));
-    EXPECT_EQ(97u, CORBA::hash("a"));
-    EXPECT_EQ((97u * 2) ^ 98u, CORBA::hash("ab"));
-    EXPECT_EQ(255u, CORBA::hash("\xff"));  // bytes count unsigned
-    // Long strings shift bits past 31; the result keeps only the low 31.
-    EXPECT_EQ(0u, CORBA::hash(std::string(40, '\x80').c_str()) & 0x80000000u);
-}
 
 TEST(CORBAOctetSequence, LengthGrowsExactlyAndZeroFills) {
     CORBA_OctetSequence s(4);

@@ -160,16 +160,10 @@ TEST_F(ZEBOptions, SwitchesSetTheirFlags) {
         CORBA::Boolean* field;
         CORBA::Boolean value;
     } cases[] = {
-        {"-ORBagentverbose", &G::agent_verbose, 1}, {"-ORBcallback", &G::has_callback, 1},
-        {"-ORBnocallback", &G::has_callback, 0},    {"-ORBrecursion", &G::recursion, 1},
-        {"-ORBnorecursion", &G::recursion, 0},      {"-OAnoshm", &G::enable_shm, 0},
-        {"-OAshm", &G::enable_shm, 0},  // shared memory stays off either way
-        {"-OAnarrowcheck", &G::check_narrow, 1},    {"-OAnonarrowcheck", &G::check_narrow, 0},
-        {"-OAtcpnodelay", &G::boa_no_delay, 1},     {"-OAtcpdelay", &G::boa_no_delay, 0},
-        {"-OAsynch", &G::synch_object, 1},          {"-OAnosynch", &G::synch_object, 0},
-        {"-ORBtcpnodelay", &G::orb_no_delay, 1},    {"-ORBtcpdelay", &G::orb_no_delay, 0},
-        {"-ORBcleanup", &G::do_cleanup, 1},         {"-ORBnobindunbind", &G::call_bind_unbind, 0},
-        {"-ORBcallbindunbind", &G::call_bind_unbind, 1},
+        // A switch and its opposite, shared memory that stays off either way,
+        // and switches of both prefixes.
+        {"-ORBrecursion", &G::recursion, 1},     {"-ORBnorecursion", &G::recursion, 0},
+        {"-OAshm", &G::enable_shm, 0},           {"-OAtcpnodelay", &G::boa_no_delay, 1},
         {"-ORBstdtypecodes", &G::std_typecodes, 1},
     };
     for (const auto& c : cases) {
