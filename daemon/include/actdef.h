@@ -103,6 +103,10 @@ private:
     bool _wakeup_armed;                        // the wake-up timer is running
     bool _registered;                          // announced to the directory agent
     bool _withdrawn;                           // unregistered; no longer in the table
+    // The last process _spawn started for this entry, until its exit is
+    // reaped (deactivate); 0 when none. A shared server of this pid is
+    // known alive without asking it.
+    unsigned long _spawned = 0;
 };
 
 // A one-shot time limit of one start, living on the stack of the attempt.

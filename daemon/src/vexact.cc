@@ -68,9 +68,16 @@ CORBA_Object* VEXActivationInfo::getObjectRef(long timeout, long retries) {
     if (_pending && _pending->activation_state == Activation::WAITING_FOR_ACTIVATION)
         throw Activation::Busy();
     if (isShared(_impl) && _pending) {
+        // Departs from the older rule of pinging every running server before
+        // handing it out: one this daemon started, whose exit has not been
+        // reaped, is alive as far as anyone can tell without asking, and the
+        // ping doubled the cost of a warm lookup. A server it did not start
+        // (adopted, or on another host) is still asked.
+        const bool ours = _spawned != 0 && _pending->process_id == _spawned;
         bool gone = true;
         try {
-            gone = _pending->objRef.in() == nullptr || _pending->objRef->_non_existent();
+            gone = _pending->objRef.in() == nullptr ||
+                   (!ours && _pending->objRef->_non_existent());
         } catch (const CORBA_SystemException&) {
             gone = true;
         }
@@ -95,7 +102,8 @@ CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
     }
     for (;;) {
         pending(newStatus(Activation::WAITING_FOR_ACTIVATION));
-        _pending->process_id = static_cast<CORBA::ULong>(_spawn());
+        _spawned = _spawn();
+        _pending->process_id = static_cast<CORBA::ULong>(_spawned);
 
         VEXTimer timer;
         if (timeout != -1) timer.start(timeout);
@@ -213,6 +221,7 @@ void VEXActivationInfo::deactivate(unsigned long pid) {
     // Runs in the child-exit signal handler: touches the status list,
     // _pending and the wake-up timer of this record only.
     _removeFromList(pid);
+    if (pid == _spawned) _spawned = 0;
     if (!_pending || _pending->process_id != pid) return;
     if (_waiting && !_wakeup_armed) {
         // The signal alone only restarts select; a timer of one microsecond

@@ -43,6 +43,14 @@ TEST_F(VexActivation, SharedServerStartsOnceAndIsRestartedAfterItDies) {
     EXPECT_THROW(_daemon->change_implementation(old, &moved), Activation::IsActive);
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "nobody", kStartLimit),
                  Activation::NotRegistered);
+    // A server the daemon started is handed out without being asked first:
+    // stopped, it cannot answer, and the lookup still returns at once.
+    ASSERT_EQ(0, kill(first, SIGSTOP));
+    const auto before = std::chrono::steady_clock::now();
+    CORBA_Object_var again(_daemon->lookup_implementation("Demo::Echo", "shared", kStartLimit));
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+    EXPECT_NE(again.in(), nullptr);
+    ASSERT_EQ(0, kill(first, SIGCONT));
 
     ASSERT_EQ(0, kill(first, SIGKILL));
     EXPECT_TRUE(statusLengthBecomes("shared", 0));
