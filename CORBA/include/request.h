@@ -74,15 +74,15 @@ public:
 protected:
     CORBA_Any& addArg(const char* name, CORBA::Flags flags);
 
-    CORBA_Object* _target;          // a duplicate
-    char* _operation;               // from CORBA::strdup
-    CORBA_NVList* _arguments;       // counted
-    CORBA_NamedValue* _result;      // counted
+    CORBA_Object* _target;            // a duplicate
+    char* _operation;                 // from CORBA::strdup
+    CORBA_NVList* _arguments;         // counted
+    CORBA_NamedValue* _result;        // counted
     CORBA_Environment* _environment;  // owned; never null
-    CORBA_Context* _context;        // counted, or null
+    CORBA_Context* _context;          // counted, or null
     CORBA::Flags _flags;
     CORBA::Long _refcount;
-    unsigned char _has_out_args;    // set by _marshal_out
+    unsigned char _has_out_args;  // set by _marshal_out
 };
 
 namespace CORBA {

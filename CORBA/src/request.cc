@@ -15,8 +15,7 @@ CORBA_Request::CORBA_Request(CORBA_Object* target, const char* operation)
     : CORBA_Request(target, nullptr, operation, nullptr, nullptr, 0) {}
 
 CORBA_Request::CORBA_Request(CORBA_Object* target, CORBA_Context* ctx, const char* operation,
-                             CORBA_NVList* arguments, CORBA_NamedValue* result,
-                             CORBA::Flags flags)
+                             CORBA_NVList* arguments, CORBA_NamedValue* result, CORBA::Flags flags)
     : _target(CORBA_Object::_duplicate(target)),
       _operation(CORBA::strdup(operation)),
       _arguments(arguments ? CORBA_NVList::_duplicate(arguments) : new CORBA_NVList(16)),
@@ -62,9 +61,7 @@ CORBA_Any& CORBA_Request::addArg(const char* name, CORBA::Flags flags) {
 }
 
 CORBA_Any& CORBA_Request::add_in_arg(const char* name) { return addArg(name, CORBA::ARG_IN); }
-CORBA_Any& CORBA_Request::add_inout_arg(const char* name) {
-    return addArg(name, CORBA::ARG_INOUT);
-}
+CORBA_Any& CORBA_Request::add_inout_arg(const char* name) { return addArg(name, CORBA::ARG_INOUT); }
 CORBA_Any& CORBA_Request::add_out_arg(const char* name) { return addArg(name, CORBA::ARG_OUT); }
 
 GIOPstream* CORBA_Request::_marshal_out(unsigned char response_expected) {

@@ -85,6 +85,7 @@ void ZEBRequest::resend() {
 }
 
 void ZEBRequest::send_deferred() {
+    _environment->clear();
     _marshal_out(1);
     ZEBStubInfo* stub = _target->_stub();
     stub->send(0);
@@ -167,7 +168,8 @@ CORBA::Boolean ZEBRequest::receive_reply(IIOP::ReplyHeader& reply, CORBA_Marshal
         } else {
             // Read as a call reads it; a user exception of no class linked
             // here keeps its id.
-            storeException(ZEBreadReplyException(strm, reply.reply_status == IIOP::SYSTEM_EXCEPTION));
+            storeException(
+                ZEBreadReplyException(strm, reply.reply_status == IIOP::SYSTEM_EXCEPTION));
             strm.flushRead();
         }
     } catch (const CORBA_SystemException& e) {
