@@ -71,6 +71,7 @@ TEST_F(DiiPeer, ContextPairsFollowTheArgumentsAndReadBack) {
     EXPECT_EQ(args.left(), 0u);
 
     CORBA_MarshalOutBuffer out;
+    out.owns_buffer(1);
     out << ctx;
     CORBA::release(ctx);
     CORBA_MarshalInBuffer in(out.buffer(), out.length());

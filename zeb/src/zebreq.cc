@@ -6,7 +6,6 @@
 
 #include <sys/time.h>
 
-#include <memory>
 #include <vector>
 
 #include "dispatch.h"
