@@ -163,13 +163,7 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         out << a;
         break;
     }
-    case 24: {
-        // The context a request carries after its arguments.
-        CORBA_Context* c = nullptr;
-        s >> c;
-        CORBA::release(c);
-        break;
-    }
+    case 24: return made<CORBA_Context>(s);  // what a request carries after its arguments
     case 25: {
         CORBA_NVList l(0);
         s >> l;

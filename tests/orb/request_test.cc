@@ -1,7 +1,6 @@
-// Dynamic requests against a scripted GIOP peer: the context after the
-// arguments as string pairs, requests refused before a byte goes out, a user
-// exception of no linked class, a deferred reply read by a synchronous call;
-// the context tree's matching rules, and free_out_memory.
+// Dynamic requests to a scripted GIOP peer: contexts on the wire, requests
+// refused unsent, replies that reach their request however they come; the
+// context tree's matching rules, and free_out_memory.
 #include "request.h"
 
 #include <gtest/gtest.h>
