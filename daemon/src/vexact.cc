@@ -156,7 +156,11 @@ bool VEXActivationInfo::pingRunning(long timeout) {
     CORBA_BindOptions options;
     const unsigned long bound = static_cast<unsigned long>(
         timeout < 0 ? kPingSeconds : std::max(1L, std::min(timeout, kPingSeconds)));
-    options.connect_wait = options.send_wait = options.receive_wait = static_cast<CORBA::ULong>(bound);
+    // The locate before the call waits for send and receive together; a
+    // ping of a few bytes never waits to be sent, so only the wait for the
+    // answer is bounded.
+    options.connect_wait = options.receive_wait = static_cast<CORBA::ULong>(bound);
+    options.send_wait = 0;
     options.locate_tries = 1;
     options.allow_rebind = 0;
     CORBA_Object_var ref(CORBA_Object::_duplicate(_pending->objRef.in()));

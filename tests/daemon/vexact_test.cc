@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -185,7 +186,7 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     EXPECT_THROW(status("stray"), Activation::NotRegistered);
 }
 
-TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
+TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsKeptAndAdopted) {
     const std::string pidFile = _dir.file("late.pid");
     CORBA::release(registerSlowEcho("late", 2, "echo $$ > " + pidFile + "; "));
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1),
@@ -194,9 +195,16 @@ TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
         static_cast<CORBA::ULong>(std::strtoul(ktest::readFile(pidFile).c_str(), nullptr, 10));
     track(pid);
     ASSERT_GT(pid, 1u);
-    EXPECT_EQ(Activation::ImplementationStatus_var(status("late"))->status.length(), 0u);
-    ASSERT_TRUE(statusLengthBecomes("late", 1));
-    EXPECT_TRUE(oneActive("late", pid));
+    // The child stays in the status as starting, and no second one is
+    // started beside it meanwhile.
+    {
+        Activation::ImplementationStatus_var s(status("late"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].process_id, pid);
+        EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
+    }
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1), Activation::Busy);
+    ASSERT_TRUE(ktest::pollUntil([&] { return bool(oneActive("late", pid)); }, milliseconds(10000)));
     EXPECT_EQ(lookupPid("late"), static_cast<CORBA::Long>(pid));
 }
 
@@ -231,4 +239,144 @@ TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
     ASSERT_EQ(got->id.length(), 2u);
     EXPECT_EQ(got->id[1], 9);
     EXPECT_GT(lookupPid("made"), 1);
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point t) {
+    return std::chrono::duration<double>(Clock::now() - t).count();
+}
+
+// vexctl with the daemon found through the naming service.
+ktest::Process::Options vexctl(const std::vector<std::string>& args) {
+    ktest::Process::Options opts;
+    opts.argv = {KELVANOR_VEXCTL_BINARY};
+    opts.argv.insert(opts.argv.end(), args.begin(), args.end());
+    return opts;
+}
+
+}  // namespace
+
+TEST_F(VexActivation, EachLookupIsAnsweredWhenItsOwnStartEnds) {
+    // Programs that never report: each lookup ends by its own limit.
+    for (const char* object : {"never1", "never2", "never3"})
+        CORBA::release(registerScript(object, "exec sleep 30"));
+    // A 10 s lookup started before it, and another after: neither holds
+    // back the 1 s lookup between them.
+    ktest::Process before, quick, after;
+    ASSERT_TRUE(before.start(vexctl({"lookup", "Demo::Echo", "never1", "--timeout", "10"})));
+    ASSERT_TRUE(startBegins("never1"));
+    const auto start = Clock::now();
+    ASSERT_TRUE(quick.start(vexctl({"lookup", "Demo::Echo", "never2", "--timeout", "1"})));
+    ASSERT_TRUE(startBegins("never2"));
+    ASSERT_TRUE(after.start(vexctl({"lookup", "Demo::Echo", "never3", "--timeout", "10"})));
+    ASSERT_TRUE(quick.wait(milliseconds(3000)));
+    EXPECT_LT(secondsSince(start), 1.5);
+    EXPECT_EQ(quick.exitCode(), 15) << quick.stderrText();  // NotResponding
+    EXPECT_TRUE(before.running());
+    EXPECT_TRUE(after.running());
+    // The same from this process, while both are still waiting.
+    CORBA::release(registerScript("never4", "exec sleep 30"));
+    const auto here = Clock::now();
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "never4", 1),
+                 Activation::NotResponding);
+    EXPECT_LT(secondsSince(here), 1.5);
+    for (const char* object : {"never1", "never2", "never3", "never4"}) statusLengthBecomes(object, 1);
+}
+
+TEST_F(VexActivation, TenLoopingClientsNeverWaitPastTheirLimits) {
+    // Starts of 1.5 s against limits of 1 and 2 s: lookups time out, find a
+    // start under way (Busy), adopt kept children and reuse servers. Ten
+    // seconds of it, shortened from thirty to keep the suite quick.
+    for (int i = 0; i < 4; ++i) {
+        const std::string object = "loop" + std::to_string(i);
+        CORBA::release(registerSlowEcho(object.c_str(), 1, "sleep 0.5; "));
+    }
+    const std::string script =
+        std::string("end=$((SECONDS+10)); while [ $SECONDS -lt $end ]; do "
+                    "o=loop$((RANDOM % 4)); l=$((1 + RANDOM % 2)); t0=$(date +%s%N); ") +
+        KELVANOR_VEXCTL_BINARY +
+        " lookup Demo::Echo $o --timeout $l >/dev/null 2>&1; r=$?; "
+        "echo $l $(( ($(date +%s%N) - t0) / 1000000 )) $r; done";
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 10; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ktest::Process::Options opts;
+        opts.argv = {"/bin/bash", "-c", script};
+        ASSERT_TRUE(clients.back()->start(opts));
+    }
+    int lookups = 0, answered = 0;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(30000)));
+        std::istringstream lines(c->stdoutText());
+        long limit, ms, code;
+        while (lines >> limit >> ms >> code) {
+            ++lookups;
+            if (code == 0) ++answered;
+            EXPECT_LE(ms, 1000 * limit + 500) << "limit " << limit << " s, status " << code;
+            EXPECT_TRUE(code == 0 || code == 14 || code == 15) << code;
+        }
+    }
+    EXPECT_GT(lookups, 50);
+    EXPECT_GT(answered, 0);
+    for (int i = 0; i < 4; ++i) statusLengthBecomes(("loop" + std::to_string(i)).c_str(), 1);
+}
+
+TEST_F(VexActivation, StoppedServerThatWeDidNotStartHoldsNoLookupPastItsLimit) {
+    registerEcho("adopted");
+    // A server started by hand, adopted when it reports, then stopped.
+    auto adoptStopped = [&](ktest::Process& p) {
+        ktest::Process::Options opts;
+        opts.argv = {KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "adopted"};
+        return p.start(opts) &&
+               ktest::pollUntil([&] { return bool(oneActive("adopted", p.pid())); },
+                                milliseconds(10000)) &&
+               kill(p.pid(), SIGSTOP) == 0;
+    };
+    ktest::Process first, second;
+    ASSERT_TRUE(adoptStopped(first));
+    // The ping counts against the limit: the server is taken as gone, and
+    // no time is left for a start.
+    auto start = Clock::now();
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "adopted", 1),
+                 Activation::NotResponding);
+    EXPECT_LT(secondsSince(start), 1.5);
+    EXPECT_TRUE(statusLengthBecomes("adopted", 0));
+    // With a long limit the ping is bounded by itself, and a new server
+    // replaces the stopped one.
+    ASSERT_TRUE(adoptStopped(second));
+    start = Clock::now();
+    const CORBA::Long fresh = lookupPid("adopted");
+    EXPECT_LT(secondsSince(start), 4.0);
+    EXPECT_GT(fresh, 1);
+    EXPECT_NE(fresh, second.pid());
+    for (ktest::Process* p : {&first, &second}) kill(p->pid(), SIGCONT);
+}
+
+class VexDaemonLimits : public vextest::VexActivation {
+protected:
+    VexDaemonLimits() { _vexArgs.insert(_vexArgs.end(), {"-t", "1", "-k", "1"}); }
+};
+
+TEST_F(VexDaemonLimits, DefaultLimitAndChildrenThatNeverReportAreEnded) {
+    CORBA::release(registerScript("term", "exec sleep 30"));
+    CORBA::release(registerScript("stubborn", "trap '' TERM; exec sleep 30"));
+    // -t: a lookup with no limit of its own has the daemon's.
+    for (const char* object : {"term", "stubborn"}) {
+        const auto start = Clock::now();
+        EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", object, -1),
+                     Activation::NotResponding);
+        EXPECT_LT(secondsSince(start), 1.5);
+    }
+    // -k: SIGTERM a second after the start, SIGKILL five seconds later for
+    // one that ignores it. Until then each stays as starting.
+    EXPECT_TRUE(statusLengthBecomes("term", 0));
+    Activation::ImplementationStatus_var s(status("stubborn"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
+    EXPECT_TRUE(ktest::pollUntil(
+        [&] { return Activation::ImplementationStatus_var(status("stubborn"))->status.length() == 0; },
+        milliseconds(8000)));
 }
