@@ -46,8 +46,9 @@ public:
 
     // Each sends the one answer, and is a no-op after the first or once the
     // connection has gone; false then, or if the write failed (the
-    // connection finds out at its next read). A LocateRequest can only be
-    // forwarded or told that the object is unknown (any exception).
+    // connection finds out at its next read). A LocateRequest is forwarded,
+    // told UNKNOWN_OBJECT for CORBA_OBJECT_NOT_EXIST, and OBJECT_HERE for
+    // any other exception, so that the request itself comes and hears it.
     // NO_EXCEPTION with the body that `body` writes.
     bool reply(const std::function<void(TBostream&)>& body);
     // USER_EXCEPTION or SYSTEM_EXCEPTION with e.

@@ -63,9 +63,13 @@ bool ZEBDeferredReply::reply(const std::function<void(TBostream&)>& body) {
 bool ZEBDeferredReply::raise(const CORBA_Exception& e) {
     return send([&](TBostream& out) {
         if (_kind == LOCATE_REQUEST) {
+            // A LocateReply carries no exception: any failure other than
+            // a missing object lets the request come, to hear it itself.
             IIOP::LocateReplyHeader lr;
             lr.request_id = _request_id;
-            lr.locate_status = IIOP::UNKNOWN_OBJECT;
+            lr.locate_status = dynamic_cast<const CORBA_OBJECT_NOT_EXIST*>(&e)
+                                   ? IIOP::UNKNOWN_OBJECT
+                                   : IIOP::OBJECT_HERE;
             out << header(IIOP::LocateReply) << lr;
             return;
         }
