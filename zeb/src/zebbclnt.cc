@@ -270,7 +270,9 @@ long ZEBBOAClient::nextDeadline() const {
     auto earliest = [&at](long t) {
         if (!at || t < at) at = t;
     };
-    if (ZEBGlobalTable::boa_idle)
+    // A request taken by a servant and not answered yet keeps the
+    // connection from being idle.
+    if (ZEBGlobalTable::boa_idle && _deferred.empty())
         earliest(_lastInput + 1000 * static_cast<long>(ZEBGlobalTable::boa_idle));
     // Bytes past the current message are the start of one not yet whole.
     if (_stream->bufferedBytes() > _stream->messageBytesLeft())
