@@ -94,8 +94,11 @@ CORBA_Object* VEXActivationInfo::lookup(long timeout, long attempts) {
         // (adopted, or on another host) is still asked, within the lookup's
         // limit.
         const bool ours = _spawned != 0 && _pending->process_id == _spawned;
-        if (_pending->objRef.in() && (ours || pingRunning(timeout)))
-            return CORBA_Object::_duplicate(_pending->objRef.in());
+        const Activation::ObjectStatus* running = _pending;
+        const bool alive = _pending->objRef.in() && (ours || pingRunning(timeout));
+        // Requests served during the ping may have changed the entry.
+        if (_pending != running) return lookup(timeout, attempts);
+        if (alive) return CORBA_Object::_duplicate(_pending->objRef.in());
         // A server that vanished without an exit reaching us (started by
         // hand, or already reaped): forget it and start a new one.
         pending(nullptr);
@@ -132,7 +135,10 @@ void VEXActivationInfo::forwardRequest(std::unique_ptr<ZEBDeferredReply>& reply)
     long attempts = kAttempts;
     if (_pending && isShared(_impl)) {
         const bool ours = _spawned != 0 && _pending->process_id == _spawned;
-        if (_pending->objRef.in() && (ours || pingRunning(-1))) {
+        const Activation::ObjectStatus* running = _pending;
+        const bool alive = _pending->objRef.in() && (ours || pingRunning(-1));
+        if (_pending != running) return forwardRequest(reply);
+        if (alive) {
             CORBA_Object_var ref(CORBA_Object::_duplicate(_pending->objRef.in()));
             reply->forward(ref.in());
             return;
@@ -184,8 +190,7 @@ bool VEXActivationInfo::pingRunning(long timeout) {
     }
     // Unregistered by a request served during the ping.
     if (_withdrawn) throw Activation::NotRegistered();
-    // Another request may have replaced or dropped the server meanwhile.
-    return alive && _pending && _pending->objRef.in();
+    return alive;
 }
 
 void VEXActivationInfo::startAttempt() {
