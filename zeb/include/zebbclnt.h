@@ -125,9 +125,10 @@ public:
     static std::unique_ptr<ZEBDeferredReply> takeCurrent();
     // A deferred reply is answered or freed: the connection forgets it.
     void forgetDeferred(ZEBDeferredReply* reply);
-    // Writes one whole message with `write` and sends or queues it. False
-    // if writing failed; the connection then ends at its next read.
-    bool sendLater(const std::function<void(TBostream&)>& write);
+    // Writes one whole message of GIOP type `type`, its body by `write`,
+    // and sends or queues it. False if writing failed; the connection then
+    // ends at its next read.
+    bool sendLater(int type, const std::function<void(TBostream&)>& write);
 
 private:
     typedef int (ZEBBOAClient::*Handler)(const IIOP::MessageHeader&);

@@ -61,7 +61,8 @@ private:
     ZEBDeferredReply(ZEBBOAClient* client, Kind kind, CORBA::ULong id, CORBA::Octet order);
     // The connection ends: every answer still owed goes nowhere.
     void detach() { _client = nullptr; }
-    bool send(const std::function<void(TBostream&)>& write);
+    // A message of GIOP type `type` whose body `write` writes.
+    bool send(int type, const std::function<void(TBostream&)>& write);
 
     ZEBBOAClient* _client;  // null once answered or the connection ended
     Kind _kind;

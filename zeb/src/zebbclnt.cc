@@ -694,10 +694,11 @@ void ZEBBOAClient::forgetDeferred(ZEBDeferredReply* reply) {
     _deferred.erase(std::remove(_deferred.begin(), _deferred.end(), reply), _deferred.end());
 }
 
-bool ZEBBOAClient::sendLater(const std::function<void(TBostream&)>& write) {
+bool ZEBBOAClient::sendLater(int type, const std::function<void(TBostream&)>& write) {
     try {
         _stream->beginWrite(0);
         _stream->newOutEncapsulation();
+        _stream->writeMessageHeader(static_cast<IIOP::MsgType>(type));
         write(*_stream);
         _stream->sendMessage(0);
     } catch (const CORBA_SystemException&) {

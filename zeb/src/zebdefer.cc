@@ -3,8 +3,6 @@
 // connection, written as one whole message when the answer is known.
 #include "zebdefer.h"
 
-#include <cstring>
-
 #include "except.h"
 #include "giop.h"
 #include "object.h"
@@ -14,20 +12,6 @@
 ZEBKeyForwarder* ZEBKeyForwarder::_installed = nullptr;
 
 ZEBKeyForwarder::~ZEBKeyForwarder() {}
-
-namespace {
-
-IIOP::MessageHeader header(IIOP::MsgType type) {
-    IIOP::MessageHeader h;
-    std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
-    h.iiop_version = IIOP::CURRENT_VERSION;
-    h.byte_order = IIOP::BYTE_ORDER;
-    h.message_type = type;
-    h.message_size = 0;
-    return h;
-}
-
-}  // namespace
 
 std::unique_ptr<ZEBDeferredReply> ZEBDeferredReply::take() { return ZEBBOAClient::takeCurrent(); }
 
@@ -41,27 +25,27 @@ ZEBDeferredReply::~ZEBDeferredReply() {
     if (_client) _client->forgetDeferred(this);
 }
 
-bool ZEBDeferredReply::send(const std::function<void(TBostream&)>& write) {
+bool ZEBDeferredReply::send(int type, const std::function<void(TBostream&)>& write) {
     ZEBBOAClient* client = _client;
     if (!client) return false;
     client->forgetDeferred(this);
     _client = nullptr;
-    return client->sendLater(write);
+    return client->sendLater(type, write);
 }
 
 bool ZEBDeferredReply::reply(const std::function<void(TBostream&)>& body) {
     if (_kind == LOCATE_REQUEST) return false;
-    return send([&](TBostream& out) {
+    return send(IIOP::Reply, [&](TBostream& out) {
         IIOP::ReplyHeader r;
         r.request_id = _request_id;
         r.reply_status = IIOP::NO_EXCEPTION;
-        out << header(IIOP::Reply) << r;
+        out << r;
         body(out);
     });
 }
 
 bool ZEBDeferredReply::raise(const CORBA_Exception& e) {
-    return send([&](TBostream& out) {
+    return send(_kind == LOCATE_REQUEST ? IIOP::LocateReply : IIOP::Reply, [&](TBostream& out) {
         if (_kind == LOCATE_REQUEST) {
             // A LocateReply carries no exception: any failure other than
             // a missing object lets the request come, to hear it itself.
@@ -70,31 +54,31 @@ bool ZEBDeferredReply::raise(const CORBA_Exception& e) {
             lr.locate_status = dynamic_cast<const CORBA_OBJECT_NOT_EXIST*>(&e)
                                    ? IIOP::UNKNOWN_OBJECT
                                    : IIOP::OBJECT_HERE;
-            out << header(IIOP::LocateReply) << lr;
+            out << lr;
             return;
         }
         IIOP::ReplyHeader r;
         r.request_id = _request_id;
         r.reply_status = dynamic_cast<const CORBA_SystemException*>(&e) ? IIOP::SYSTEM_EXCEPTION
                                                                          : IIOP::USER_EXCEPTION;
-        out << header(IIOP::Reply) << r << e;
+        out << r << e;
     });
 }
 
 bool ZEBDeferredReply::forward(CORBA_Object* target) {
     std::unique_ptr<IOP::IOR> ior(target ? ZEBGlobalTable::getIOR(target) : nullptr);
     if (!ior) return raise(CORBA_OBJECT_NOT_EXIST(0, CORBA::COMPLETED_NO));
-    return send([&](TBostream& out) {
+    return send(_kind == LOCATE_REQUEST ? IIOP::LocateReply : IIOP::Reply, [&](TBostream& out) {
         if (_kind == LOCATE_REQUEST) {
             IIOP::LocateReplyHeader lr;
             lr.request_id = _request_id;
             lr.locate_status = IIOP::OBJECT_FORWARD;
-            out << header(IIOP::LocateReply) << lr << *ior;
+            out << lr << *ior;
             return;
         }
         IIOP::ReplyHeader r;
         r.request_id = _request_id;
         r.reply_status = IIOP::LOCATION_FORWARD;
-        out << header(IIOP::Reply) << r << *ior;
+        out << r << *ior;
     });
 }
