@@ -263,11 +263,11 @@ double secondsSince(Clock::time_point t) {
 }  // namespace
 
 TEST_F(VexActivation, LoopingClientsNeverWaitPastTheirOwnLimits) {
-    // A 10 s lookup of a program that never reports waits throughout.
+    // A 20 s lookup of a program that never reports waits throughout.
     CORBA::release(registerScript("never", "exec sleep 30"));
     ktest::Process longWait;
     ASSERT_TRUE(longWait.start(vextest::command(
-        {KELVANOR_VEXCTL_BINARY, "lookup", "Demo::Echo", "never", "--timeout", "10"})));
+        {KELVANOR_VEXCTL_BINARY, "lookup", "Demo::Echo", "never", "--timeout", "20"})));
     ASSERT_TRUE(startBegins("never"));
     // Ten clients loop lookups with limits of 1 and 2 s over starts of
     // 1.5 s: they time out, find a start under way (Busy), adopt kept
