@@ -61,7 +61,7 @@ public:
     // Frees the first status of process pid and closes the gap; none: nothing.
     void _removeFromList(unsigned long pid);
 
-    // The zero-length wake-up timer has fired.
+    // The zero-length wake-up timer has fired: service runs.
     void timerExpired(long sec, long usec) override;
 
     // A lookup of this entry: a new reference to a living server, or, when
@@ -147,6 +147,8 @@ private:
     static void fail(Waiter& w, bool withdrawn);
     void updateWaiting() { _waiting = _pinging || !_waiters.empty(); }
     void armAlarm();
+    // -k applies: the child being started is watched for its report.
+    bool overdueWatched() const;
     // The wake-up timer, so that service runs in the next round.
     void wake();
 

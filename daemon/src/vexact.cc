@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -274,9 +275,7 @@ void VEXActivationInfo::service() {
         }
     }
     // -k: a child that has not reported that long after its start.
-    if (_start_limit > 0 && _pending && _spawned &&
-        _pending->activation_state == Activation::WAITING_FOR_ACTIVATION &&
-        _pending->process_id == _spawned) {
+    if (overdueWatched()) {
         const long termAt = _spawned_at + 1000 * _start_limit;
         if (!_term_sent && now >= termAt) {
             kill(static_cast<pid_t>(_spawned), SIGTERM);
@@ -288,15 +287,22 @@ void VEXActivationInfo::service() {
     armAlarm();
 }
 
+bool VEXActivationInfo::overdueWatched() const {
+    // Only a real process id: a failed fork stored -1, and kill() of -1 or
+    // 0 would reach whole groups of processes.
+    return _start_limit > 0 && _pending && _spawned > 1 &&
+           _spawned <= static_cast<unsigned long>(INT_MAX) &&
+           _pending->activation_state == Activation::WAITING_FOR_ACTIVATION &&
+           _pending->process_id == _spawned;
+}
+
 void VEXActivationInfo::armAlarm() {
     long at = 0;
     auto earliest = [&at](long t) {
         if (t && (!at || t < at)) at = t;
     };
     for (const Waiter& w : _waiters) earliest(w.deadline);
-    if (_start_limit > 0 && _pending && _spawned &&
-        _pending->activation_state == Activation::WAITING_FOR_ACTIVATION &&
-        _pending->process_id == _spawned)
+    if (overdueWatched())
         earliest(_spawned_at + 1000 * _start_limit + (_term_sent ? 5000 : 0));
     // A deadline of now still goes through the dispatcher: the answer
     // leaves in the next round, after the current request's reply.
