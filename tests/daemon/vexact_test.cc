@@ -256,6 +256,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// What a looping client may wait beyond its limit, vexctl's own start
+// included; that start is slower under the sanitizers.
+#ifdef __SANITIZE_ADDRESS__
+constexpr long kSlackMs = 1000;
+#else
+constexpr long kSlackMs = 500;
+#endif
+
 double secondsSince(Clock::time_point t) {
     return std::chrono::duration<double>(Clock::now() - t).count();
 }
@@ -294,7 +302,7 @@ TEST_F(VexActivation, LoopingClientsNeverWaitPastTheirOwnLimits) {
         while (lines >> limit >> ms >> code) {
             ++lookups;
             answered += code == 0;
-            EXPECT_LE(ms, 1000 * limit + 500) << "limit " << limit << " s, status " << code;
+            EXPECT_LE(ms, 1000 * limit + kSlackMs) << "limit " << limit << " s, status " << code;
             EXPECT_TRUE(code == 0 || code == 14 || code == 15) << code;
         }
     }
