@@ -14,11 +14,18 @@
 #include <string>
 #include <vector>
 
+#include <memory>
+
 #include "Activation.h"
+#include "CosNaming.h"
 #include "except.h"
+#include "giop.h"
 #include "impldef.h"
+#include "iorstr.h"
 #include "orb.h"
 #include "vex_functions.h"
+#include "zebglob.h"
+#include "zeboid.h"
 #include <kelvanor/version.h>
 
 namespace {
@@ -33,7 +40,8 @@ enum Status {
     INVALID_PATH = 12,
     IS_ACTIVE = 13,
     BUSY = 14,
-    NOT_RESPONDING = 15
+    NOT_RESPONDING = 15,
+    NAME_NOT_BOUND = 16
 };
 
 int usage(std::ostream& os, int status) {
@@ -53,9 +61,16 @@ int usage(std::ostream& os, int status) {
           "  lookup <interface> [<object>] [--timeout <seconds>]\n"
           "                                           the object's reference, starting its\n"
           "                                           server if none runs\n"
+          "  ior <interface> <object> [--type-id <id>]\n"
+          "                                           a reference through the daemon that\n"
+          "                                           any CORBA client can use: its server\n"
+          "                                           is started on the first request\n"
+          "  bind <interface> <object> <name>         that reference under <name> in the\n"
+          "                                           naming service's root context\n"
+          "  unbind <name>                            remove <name> from it\n"
           "exit status: 0 done, 2 usage, 3 no daemon found, 4 broker failure,\n"
           "  10 not registered, 11 duplicate entry, 12 invalid path, 13 is active,\n"
-          "  14 busy, 15 not responding\n";
+          "  14 busy, 15 not responding, 16 name not bound\n";
     return status;
 }
 
@@ -150,6 +165,65 @@ void print(const CORBA_CreationImplDef& d) {
     for (CORBA::ULong i = 0; i < d.env.length(); ++i) std::cout << "env:       " << d.env[i] << "\n";
 }
 
+// "Demo::Echo" -> "IDL:Demo/Echo:1.0".
+std::string repositoryId(std::string scoped) {
+    for (std::string::size_type p; (p = scoped.find("::")) != std::string::npos;)
+        scoped.replace(p, 2, "/");
+    return "IDL:" + scoped + ":1.0";
+}
+
+// The pair's persistent reference: the daemon's own address (from its
+// reference) and the pair's key, so that the same text holds across daemon
+// restarts on a fixed port.
+std::string pairReference(Activation::VEX* vex, const std::string& iface, const std::string& object,
+                          const std::string& typeId) {
+    std::unique_ptr<IOP::IOR> self(ZEBGlobalTable::getIOR(vex));
+    std::unique_ptr<IIOP::ObjectLocator> loc;
+    for (CORBA::ULong i = 0; self && !loc && i < self->profiles.length(); ++i)
+        if (self->profiles[i].tag == IOP::TAG_INTERNET_IOP)
+            loc.reset(IIOP::ObjectLocator::convert(self->profiles[i].profile_data));
+    if (!loc) throw CORBA_INV_OBJREF(0, CORBA::COMPLETED_NO);
+    loc->iiop_version = IIOP::CURRENT_VERSION;
+    loc->object_key = *CORBA_OctetSequence_var(
+        ZEBPersistentId(iface.c_str(), object.c_str()).convert()).ptr();
+    IOP::IOR ior;
+    ior.type_id = typeId.empty() ? repositoryId(iface).c_str() : typeId.c_str();
+    ior.profiles.length(1);
+    ior.profiles[0].tag = IOP::TAG_INTERNET_IOP;
+    ior.profiles[0].profile_data = *CORBA_OctetSequence_var(loc->convert()).ptr();
+    return CORBA_String_var(iorToString(ior)).in();
+}
+
+CosNaming::Name oneName(const std::string& id) {
+    CosNaming::Name name(1);
+    name.length(1);
+    name[0].id = id.c_str();
+    name[0].kind = static_cast<const char*>("");
+    return name;
+}
+
+int naming(Activation::VEX* vex, const std::string& cmd, const std::vector<std::string>& a) {
+    CosNaming::NamingContext_var root(getRootNamingFromFile(nullptr));
+    if (!root.in()) {
+        std::cerr << "vexctl: no naming service found" << std::endl;
+        return NO_DAEMON;
+    }
+    if (cmd == "unbind") {
+        try {
+            root->unbind(oneName(a[0]));
+        } catch (const CosNaming::NamingContext::NotFound&) {
+            std::cerr << "vexctl: " << a[0] << " is not bound" << std::endl;
+            return NAME_NOT_BOUND;
+        }
+        return OK;
+    }
+    int argc = 0;
+    const std::string text = pairReference(vex, a[0], a[1], "");
+    CORBA_Object_var obj(CORBA::ORB_init(argc, nullptr)->string_to_object(text.c_str()));
+    root->rebind(oneName(a[2]), obj);
+    return OK;
+}
+
 int run(Activation::VEX* vex, const std::string& cmd, const std::vector<std::string>& a) {
     if (cmd == "reg" || cmd == "change") {
         CORBA_CreationImplDef def;
@@ -198,6 +272,15 @@ int run(Activation::VEX* vex, const std::string& cmd, const std::vector<std::str
         int argc = 0;
         CORBA_String_var text(CORBA::ORB_init(argc, nullptr)->object_to_string(obj));
         std::cout << text.in() << std::endl;
+    } else if (cmd == "ior" && (a.size() == 2 || (a.size() == 4 && a[2] == "--type-id"))) {
+        // Only a registered pair gets a reference.
+        CORBA_CreationImplDef_var def(vex->get_implementation(a[0].c_str(), a[1].c_str()));
+        std::cout << pairReference(vex, a[0], a[1], a.size() == 4 ? a[3] : "") << std::endl;
+    } else if (cmd == "bind" && a.size() == 3) {
+        CORBA_CreationImplDef_var def(vex->get_implementation(a[0].c_str(), a[1].c_str()));
+        return naming(vex, cmd, a);
+    } else if (cmd == "unbind" && a.size() == 1) {
+        return naming(vex, cmd, a);
     } else {
         return usage(std::cerr, USAGE);
     }

@@ -6,8 +6,12 @@
 #ifndef KELVANOR_ACTDEF_H
 #define KELVANOR_ACTDEF_H
 
+#include <memory>
+#include <vector>
+
 #include <kelvanor/iohandle.h>
 #include <kelvanor/Activation.h>
+#include <kelvanor/zebdefer.h>
 
 class CORBA_CreationImplDef;
 class CORBA_Object;
@@ -57,19 +61,34 @@ public:
     // Frees the first status of process pid and closes the gap; none: nothing.
     void _removeFromList(unsigned long pid);
 
-    // The zero-length wake-up timer has fired.
+    // The zero-length wake-up timer has fired: service runs.
     void timerExpired(long sec, long usec) override;
 
-    // A new reference to a living server of this implementation, starting
-    // one if need be, with up to `retries` attempts. timeout is in seconds
-    // per attempt, -1 for none. Throws Activation::Busy while a start of
-    // this entry is under way, Activation::NotResponding when every attempt
-    // failed or the time ran out.
-    CORBA_Object* getObjectRef(long timeout, long retries);
-    // One attempt: starts the program and serves other requests in a nested
-    // dispatcher loop until the child reports, dies or the time runs out;
-    // a dead child leads to the next attempt.
-    CORBA_Object* _getNewObjectRef(long timeout, long retries);
+    // A lookup of this entry: a new reference to a living server, or, when
+    // one must be started (with up to `attempts` attempts), the request is
+    // taken (ZEBDeferredReply) and ZEBReplyDeferred thrown; it is answered
+    // when the server reports, or with Activation::NotResponding when the
+    // attempts fail or `timeout` seconds (-1: the daemon's -t, or none)
+    // have passed. Throws Activation::Busy while a start of this entry is
+    // under way, NotResponding at once when attempts is 0 or less or the
+    // program may not be run.
+    CORBA_Object* lookup(long timeout, long attempts);
+    // A request for the pair's persistent key: forwarded to a living server
+    // once there is one; it joins a start under way. A start that fails
+    // gives CORBA_TRANSIENT. reply is moved from once parked or answered;
+    // Activation::NotRegistered (unregistered during a ping) leaves it.
+    void forwardRequest(std::unique_ptr<ZEBDeferredReply>& reply);
+    // What the wake-up timer and the deadline alarm run, in the main loop:
+    // answers every waiter that can be answered, retries a start whose child
+    // died while somebody still waits, ends a child that has not reported
+    // within -k, and arms the alarm for the next deadline.
+    void service();
+    // -k: seconds a started child may take to report before it is ended
+    // (SIGTERM, then SIGKILL 5 s later); 0 for never.
+    static void startLimit(long seconds) { _start_limit = seconds; }
+    // Seconds a ping of a running server may take when the lookup has no
+    // limit of its own.
+    static constexpr long kPingSeconds = 2;
     // Forks and executes the program with its arguments, its environment
     // (the daemon's if it has none) and a last argument
     // "<interface>,<object>". Returns the child's process id.
@@ -84,22 +103,61 @@ public:
     // A deep copy, owned by the caller: the definition and the statuses of
     // the processes, the unshared ones first and the pending one last.
     Activation::ImplementationStatus* status() const;
-    // A nested loop is waiting for a start of this entry.
+    // Somebody waits on this entry: requests for its server, or a ping.
     bool waiting() const { return _waiting; }
-    // The entry has left the table while a start may be waiting on it: the
-    // waiting lookup ends with Activation::NotRegistered. The owner must
-    // keep the record alive until then.
+    // The entry has left the table: every waiting lookup ends with
+    // Activation::NotRegistered, every waiting request with
+    // CORBA_OBJECT_NOT_EXIST. The owner must keep the record alive while a
+    // ping is under way.
     void withdraw();
 
 private:
     static void freeStatus(Activation::ObjectStatus* status);
+
+    // A request waiting for this entry's server.
+    struct Waiter {
+        std::unique_ptr<ZEBDeferredReply> reply;
+        long deadline;  // monotonic milliseconds; 0 for none
+        bool lookup;    // a lookup operation; else a request for the key
+    };
+    // The deadline alarm, a handler of its own beside the wake-up timer.
+    class Alarm : public dpIOHandler {
+    public:
+        explicit Alarm(VEXActivationInfo* owner) : _owner(owner) {}
+        ~Alarm() override;
+        void arm(long at);  // monotonic ms; 0 stops it
+        void timerExpired(long sec, long usec) override;
+
+    private:
+        VEXActivationInfo* _owner;
+        long _at = 0;
+    };
+
+    // Forks the next attempt; the status shows it as waiting.
+    void startAttempt();
+    // A running shared server that we did not start, asked within the
+    // bound; false if it is gone or did not answer in time.
+    bool pingRunning(long timeout);
+    void park(std::unique_ptr<ZEBDeferredReply> reply, long deadline, bool lookup);
+    // Answers every waiter with ref, the running server.
+    void answerAll(CORBA_Object* ref);
+    // Answers every waiter with failure: NotResponding and TRANSIENT, or,
+    // withdrawn, NotRegistered and OBJECT_NOT_EXIST.
+    void failAll(bool withdrawn);
+    static void fail(Waiter& w, bool withdrawn);
+    void updateWaiting() { _waiting = _pinging || !_waiters.empty(); }
+    void armAlarm();
+    // -k applies: the child being started is watched for its report.
+    bool overdueWatched() const;
+    // The wake-up timer, so that service runs in the next round.
+    void wake();
 
     CORBA_CreationImplDef* _impl;              // owned; may be null
     Activation::ObjectStatus** _status_list;   // null until first use
     unsigned long _status_count;               // used entries of _status_list
     unsigned long _status_capacity;            // allocated entries
     Activation::ObjectStatus* _pending;        // owned; null when idle
-    bool _waiting;                             // a nested loop waits on this entry
+    bool _waiting;                             // requests wait on this entry, or a ping
     bool _wakeup_armed;                        // the wake-up timer is running
     bool _registered;                          // announced to the directory agent
     bool _withdrawn;                           // unregistered; no longer in the table
@@ -107,24 +165,13 @@ private:
     // reaped (deactivate); 0 when none. A shared server of this pid is
     // known alive without asking it.
     unsigned long _spawned = 0;
-};
-
-// A one-shot time limit of one start, living on the stack of the attempt.
-class VEXTimer : public dpIOHandler {
-public:
-    VEXTimer() = default;
-    ~VEXTimer() override;
-    VEXTimer(const VEXTimer&) = delete;
-    VEXTimer& operator=(const VEXTimer&) = delete;
-
-    // Arms the timer on the dispatcher.
-    void start(long sec);
-    bool expired() const { return _expired; }
-    void timerExpired(long sec, long usec) override;
-
-private:
-    bool _expired = false;
-    bool _armed = false;
+    std::vector<Waiter> _waiters;  // in the order they came
+    long _attempts = 0;            // attempts left to the start, the current one included
+    long _spawned_at = 0;          // monotonic ms of the last spawn
+    bool _term_sent = false;       // -k: SIGTERM went to _spawned
+    bool _pinging = false;         // a ping of the running server is under way
+    Alarm _alarm{this};
+    static long _start_limit;      // -k seconds; 0 for never
 };
 
 // Writes the definition in its stream form. A null definition throws

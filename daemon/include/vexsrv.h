@@ -10,6 +10,7 @@
 
 #include <kelvanor/Activation.h>
 #include <kelvanor/dsdict.h>
+#include <kelvanor/zebdefer.h>
 #include <kelvanor/zebstring.h>
 
 class CORBA_CreationImplDef;
@@ -169,11 +170,25 @@ private:
     std::vector<std::unique_ptr<VEXActivationInfo>> _retired;
 };
 
+// Requests and LocateRequests that reach the daemon with the persistent key
+// of a registered pair (references that "vexctl ior" makes): forwarded to a
+// living server of the pair, started if need be. Unknown pairs are left to
+// the adapter (OBJECT_NOT_EXIST).
+class VEXKeyForwarder : public ZEBKeyForwarder {
+public:
+    explicit VEXKeyForwarder(VEXImpl& vex) : _vex(vex) {}
+    bool forward(const char* interface_name, const char* object_name,
+                 std::unique_ptr<ZEBDeferredReply>& reply) override;
+
+private:
+    VEXImpl& _vex;
+};
+
 // The one servant, for childHandler: set at the end of the constructor,
 // cleared first in the destructor.
 extern VEXImpl* vex;
-// Set by -t and read by nothing: every time limit of an activation comes
-// from the caller. The option is kept for compatibility.
+// Set by -t: the limit in seconds of a lookup that gives none (-1), and of
+// a request for a pair's key; -1 (the default) for none.
 extern int default_timeout;
 
 // Child-exit signal handler: reaps one child and installs itself again.

@@ -99,7 +99,6 @@ void VEXActivationInfo::_removeFromList(unsigned long pid) {
     }
 }
 
-void VEXActivationInfo::timerExpired(long, long) { _wakeup_armed = false; }
 
 TBostream& operator<<(TBostream& strm, const VEXActivationInfo& info) {
     if (!info.impl()) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);

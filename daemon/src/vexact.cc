@@ -1,9 +1,13 @@
-// The activation engine: starting server processes on demand, waiting for
-// their reports in a nested dispatcher loop, following their exits, and the
-// status queries of administration tools.
+// The activation engine: starting server processes on demand, parking the
+// requests that wait for them and answering those from the main loop when
+// the server reports, the start fails or a limit runs out, following the
+// servers' exits, and the status queries of administration tools.
+#include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -19,6 +23,7 @@
 #include "vexsig.h"
 #include "vexsrv.h"
 #include "vextrust.h"
+#include "zebstub.h"
 
 namespace {
 
@@ -37,6 +42,12 @@ bool isShared(const CORBA_CreationImplDef* impl) {
 // died before they reported.
 const long kAttempts = 5;
 
+long monotonicMs() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return static_cast<long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+}
+
 VEXActivationInfo* recordOf(DSResource* assoc) {
     DSWrapper* w = TB_CAST(DSWrapper, TB_CAST(DSAssoc, assoc)->value);
     return w ? static_cast<VEXActivationInfo*>(w->value) : nullptr;
@@ -44,53 +55,58 @@ VEXActivationInfo* recordOf(DSResource* assoc) {
 
 }  // namespace
 
-// ------------------------------------------------------------------ timer
-
-VEXTimer::~VEXTimer() {
-    if (_armed) dpDispatcher::instance()->stopTimer(this);
-}
-
-void VEXTimer::start(long sec) {
-    dpDispatcher::instance()->startTimer(sec, 0, this);
-    _armed = true;
-}
-
-void VEXTimer::timerExpired(long, long) {
-    _expired = true;
-    _armed = false;
-}
-
 // ------------------------------------------------------ activation record
 
-CORBA_Object* VEXActivationInfo::getObjectRef(long timeout, long retries) {
-    if (retries <= 0) throw Activation::NotResponding();
-    // One start per entry at a time; other clients are told, not queued.
+long VEXActivationInfo::_start_limit = 0;
+
+VEXActivationInfo::Alarm::~Alarm() {
+    if (_at) dpDispatcher::instance()->stopTimer(this);
+}
+
+void VEXActivationInfo::Alarm::arm(long at) {
+    if (at == _at) return;
+    dpDispatcher* d = dpDispatcher::instance();
+    if (_at) d->stopTimer(this);
+    _at = at;
+    if (!at) return;
+    const long wait = std::max(0L, at - monotonicMs());
+    d->startTimer(wait / 1000, (wait % 1000) * 1000, this);
+}
+
+void VEXActivationInfo::Alarm::timerExpired(long, long) {
+    _at = 0;
+    _owner->service();
+}
+
+CORBA_Object* VEXActivationInfo::lookup(long timeout, long attempts) {
+    if (attempts <= 0) throw Activation::NotResponding();
+    // One start per entry at a time; other lookups are told, not queued.
+    // A child whose start outlived its lookup's limit still counts.
     if (_pending && _pending->activation_state == Activation::WAITING_FOR_ACTIVATION)
         throw Activation::Busy();
+    const long now = monotonicMs();
+    if (timeout < 0 && default_timeout >= 0) timeout = default_timeout;
+    const long deadline = timeout >= 0 ? now + 1000 * timeout : 0;
     if (isShared(_impl) && _pending) {
         // Departs from the older rule of pinging every running server before
         // handing it out: one this daemon started, whose exit has not been
         // reaped, is alive as far as anyone can tell without asking, and the
         // ping doubled the cost of a warm lookup. A server it did not start
-        // (adopted, or on another host) is still asked.
+        // (adopted, or on another host) is still asked, within the lookup's
+        // limit.
         const bool ours = _spawned != 0 && _pending->process_id == _spawned;
-        bool gone = true;
-        try {
-            gone = _pending->objRef.in() == nullptr ||
-                   (!ours && _pending->objRef->_non_existent());
-        } catch (const CORBA_SystemException&) {
-            gone = true;
-        }
-        if (!gone) return CORBA_Object::_duplicate(_pending->objRef.in());
+        const Activation::ObjectStatus* running = _pending;
+        const bool alive = _pending->objRef.in() && (ours || pingRunning(timeout));
+        // Requests served during the ping may have changed the entry.
+        if (_pending != running) return lookup(timeout, attempts);
+        if (alive) return CORBA_Object::_duplicate(_pending->objRef.in());
         // A server that vanished without an exit reaching us (started by
         // hand, or already reaped): forget it and start a new one.
         pending(nullptr);
-        return _getNewObjectRef(timeout, retries - 1);
+        --attempts;
+        if (attempts <= 0) throw Activation::NotResponding();
+        if (timeout >= 0 && monotonicMs() >= deadline) throw Activation::NotResponding();
     }
-    return _getNewObjectRef(timeout, retries);
-}
-
-CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
     // A registration stored before the program directories were narrowed
     // stays in the table and the file, but its program is never run.
     const char* path = _impl && _impl->path.in() ? _impl->path.in() : "";
@@ -100,53 +116,197 @@ CORBA_Object* VEXActivationInfo::_getNewObjectRef(long timeout, long retries) {
                       << VEXTrust::programDirs() << std::endl;
         throw Activation::NotResponding();
     }
-    for (;;) {
-        pending(newStatus(Activation::WAITING_FOR_ACTIVATION));
-        _spawned = _spawn();
-        _pending->process_id = static_cast<CORBA::ULong>(_spawned);
+    // The reply waits for the server; a call without a request to take (a
+    // oneway one) still starts it.
+    _attempts = attempts;
+    startAttempt();
+    park(ZEBDeferredReply::take(), deadline, true);
+    throw ZEBReplyDeferred();
+}
 
-        VEXTimer timer;
-        if (timeout != -1) timer.start(timeout);
-        // Cleared on every way out, an exception out of the dispatcher too.
-        struct WaitFlag {
-            bool& flag;
-            explicit WaitFlag(bool& f) : flag(f) { flag = true; }
-            ~WaitFlag() { flag = false; }
-        } waitFlag(_waiting);
-        dpDispatcher* d = dpDispatcher::instance();
-        for (;;) {
-            {
-                VEXChildExitAllow exits;
-                d->dispatch();
-            }
-            if (_withdrawn) {
-                // Unregistered by a request served in this loop: the record
-                // is kept alive for us, but its start no longer counts.
-                pending(nullptr);
-                throw Activation::NotRegistered();
-            }
-            // The child died: deactivate, from the signal handler, freed
-            // the status.
-            if (!_pending) break;
-            if (timeout != -1 && timer.expired()) {
-                // The child runs on; if it reports later, it is adopted.
-                pending(nullptr);
-                throw Activation::NotResponding();
-            }
-            if (_pending->activation_state != Activation::WAITING_FOR_ACTIVATION) {
-                CORBA_Object* ref = CORBA_Object::_duplicate(_pending->objRef.in());
-                if (!isShared(_impl)) {
-                    // Every lookup of an unshared entry gets a process of
-                    // its own; the list keeps them until they exit.
-                    Activation::ObjectStatus* done = _pending;
-                    _pending = nullptr;
-                    _addToList(done);
-                }
-                return ref;
-            }
-        }
-        if (--retries <= 0) throw Activation::NotResponding();
+void VEXActivationInfo::forwardRequest(std::unique_ptr<ZEBDeferredReply>& reply) {
+    const long deadline = default_timeout >= 0 ? monotonicMs() + 1000 * default_timeout : 0;
+    if (_pending && _pending->activation_state == Activation::WAITING_FOR_ACTIVATION) {
+        // Joins the start under way; a child kept after its lookup gave up
+        // gets the attempts of a new start.
+        if (_waiters.empty()) _attempts = kAttempts;
+        park(std::move(reply), deadline, false);
+        return;
     }
+    long attempts = kAttempts;
+    if (_pending && isShared(_impl)) {
+        const bool ours = _spawned != 0 && _pending->process_id == _spawned;
+        const Activation::ObjectStatus* running = _pending;
+        const bool alive = _pending->objRef.in() && (ours || pingRunning(-1));
+        if (_pending != running) return forwardRequest(reply);
+        if (alive) {
+            CORBA_Object_var ref(CORBA_Object::_duplicate(_pending->objRef.in()));
+            reply->forward(ref.in());
+            return;
+        }
+        pending(nullptr);
+        --attempts;
+    }
+    const char* path = _impl && _impl->path.in() ? _impl->path.in() : "";
+    if (!VEXTrust::inProgramDirs(path)) {
+        reply->raise(CORBA_TRANSIENT(0, CORBA::COMPLETED_NO));
+        return;
+    }
+    _attempts = attempts;
+    startAttempt();
+    park(std::move(reply), deadline, false);
+}
+
+bool VEXActivationInfo::pingRunning(long timeout) {
+    // The ping waits in a nested round of the dispatcher; it is bounded, so
+    // that a stopped server cannot hold the lookup past its limit.
+    CORBA_BindOptions options;
+    const unsigned long bound = static_cast<unsigned long>(
+        timeout < 0 ? kPingSeconds : std::max(1L, std::min(timeout, kPingSeconds)));
+    // The locate before the call waits for send and receive together; a
+    // ping of a few bytes never waits to be sent, so only the wait for the
+    // answer is bounded.
+    options.connect_wait = options.receive_wait = static_cast<CORBA::ULong>(bound);
+    options.send_wait = 0;
+    options.locate_tries = 1;
+    options.allow_rebind = 0;
+    CORBA_Object_var ref(CORBA_Object::_duplicate(_pending->objRef.in()));
+    if (ZEBStubInfo* stub = ref->_stub()) stub->bindOptions(options);
+    struct Pinging {
+        VEXActivationInfo& info;
+        explicit Pinging(VEXActivationInfo& i) : info(i) {
+            info._pinging = true;
+            info.updateWaiting();
+        }
+        ~Pinging() {
+            info._pinging = false;
+            info.updateWaiting();
+        }
+    } pinging(*this);
+    bool alive = false;
+    try {
+        alive = !ref->_non_existent();
+    } catch (const CORBA_SystemException&) {
+        alive = false;
+    }
+    // Unregistered by a request served during the ping.
+    if (_withdrawn) throw Activation::NotRegistered();
+    return alive;
+}
+
+void VEXActivationInfo::startAttempt() {
+    pending(newStatus(Activation::WAITING_FOR_ACTIVATION));
+    _spawned = _spawn();
+    _spawned_at = monotonicMs();
+    _term_sent = false;
+    _pending->process_id = static_cast<CORBA::ULong>(_spawned);
+}
+
+void VEXActivationInfo::park(std::unique_ptr<ZEBDeferredReply> reply, long deadline, bool lookup) {
+    _waiters.push_back(Waiter{std::move(reply), deadline, lookup});
+    updateWaiting();
+    armAlarm();
+}
+
+void VEXActivationInfo::answerAll(CORBA_Object* ref) {
+    std::vector<Waiter> waiters;
+    waiters.swap(_waiters);
+    updateWaiting();
+    for (Waiter& w : waiters) {
+        if (!w.reply) continue;
+        if (w.lookup) w.reply->reply([&](TBostream& out) { out << ref; });
+        else w.reply->forward(ref);
+    }
+}
+
+void VEXActivationInfo::fail(Waiter& w, bool withdrawn) {
+    if (!w.reply) return;
+    if (w.lookup && withdrawn) w.reply->raise(Activation::NotRegistered());
+    else if (w.lookup) w.reply->raise(Activation::NotResponding());
+    else if (withdrawn) w.reply->raise(CORBA_OBJECT_NOT_EXIST(0, CORBA::COMPLETED_NO));
+    else w.reply->raise(CORBA_TRANSIENT(0, CORBA::COMPLETED_NO));
+}
+
+void VEXActivationInfo::failAll(bool withdrawn) {
+    std::vector<Waiter> waiters;
+    waiters.swap(_waiters);
+    updateWaiting();
+    for (Waiter& w : waiters) fail(w, withdrawn);
+}
+
+void VEXActivationInfo::service() {
+    VEXChildExitBlock exits;
+    if (_withdrawn) {
+        failAll(true);
+        _alarm.arm(0);
+        return;
+    }
+    if (_pending && _pending->activation_state != Activation::WAITING_FOR_ACTIVATION) {
+        // The server has reported: everybody waiting gets it, in the order
+        // they came. Every lookup of an unshared entry gets a process of its
+        // own; the list keeps them until they exit.
+        if (!_waiters.empty()) {
+            CORBA_Object_var ref(CORBA_Object::_duplicate(_pending->objRef.in()));
+            if (!isShared(_impl)) {
+                Activation::ObjectStatus* done = _pending;
+                _pending = nullptr;
+                _addToList(done);
+            }
+            answerAll(ref.in());
+        }
+    } else if (!_pending && !_waiters.empty()) {
+        // The child died before it reported (deactivate freed the status):
+        // the next attempt, or the end of them.
+        if (--_attempts > 0) startAttempt();
+        else failAll(false);
+    }
+    // Limits that ran out, in the order of the waiters.
+    const long now = monotonicMs();
+    for (size_t i = 0; i < _waiters.size();) {
+        if (_waiters[i].deadline && _waiters[i].deadline <= now) {
+            Waiter w = std::move(_waiters[i]);
+            _waiters.erase(_waiters.begin() + static_cast<long>(i));
+            updateWaiting();
+            // The child runs on, kept in the status as waiting; if it
+            // reports later, it is the running server.
+            fail(w, false);
+        } else {
+            ++i;
+        }
+    }
+    // -k: a child that has not reported that long after its start.
+    if (overdueWatched()) {
+        const long termAt = _spawned_at + 1000 * _start_limit;
+        if (!_term_sent && now >= termAt) {
+            kill(static_cast<pid_t>(_spawned), SIGTERM);
+            _term_sent = true;
+        } else if (_term_sent && now >= termAt + 5000) {
+            kill(static_cast<pid_t>(_spawned), SIGKILL);
+        }
+    }
+    armAlarm();
+}
+
+bool VEXActivationInfo::overdueWatched() const {
+    // Only a real process id: a failed fork stored -1, and kill() of -1 or
+    // 0 would reach whole groups of processes.
+    return _start_limit > 0 && _pending && _spawned > 1 &&
+           _spawned <= static_cast<unsigned long>(INT_MAX) &&
+           _pending->activation_state == Activation::WAITING_FOR_ACTIVATION &&
+           _pending->process_id == _spawned;
+}
+
+void VEXActivationInfo::armAlarm() {
+    long at = 0;
+    auto earliest = [&at](long t) {
+        if (t && (!at || t < at)) at = t;
+    };
+    for (const Waiter& w : _waiters) earliest(w.deadline);
+    if (overdueWatched())
+        earliest(_spawned_at + 1000 * _start_limit + (_term_sent ? 5000 : 0));
+    // A deadline of now still goes through the dispatcher: the answer
+    // leaves in the next round, after the current request's reply.
+    _alarm.arm(at);
 }
 
 unsigned long VEXActivationInfo::_spawn() {
@@ -219,25 +379,31 @@ unsigned long VEXActivationInfo::_spawn() {
 
 void VEXActivationInfo::deactivate(unsigned long pid) {
     // Runs in the child-exit signal handler: touches the status list,
-    // _pending and the wake-up timer of this record only.
+    // _pending, _spawned and the wake-up timer of this record only.
     _removeFromList(pid);
     if (pid == _spawned) _spawned = 0;
     if (!_pending || _pending->process_id != pid) return;
-    if (_waiting && !_wakeup_armed) {
-        // The signal alone only restarts select; a timer of one microsecond
-        // wakes the nested loop so that it sees the start has failed.
-        dpDispatcher::instance()->startTimer(0, 1, this);
-        _wakeup_armed = true;
-    }
+    // The signal alone only restarts select; a timer of one microsecond
+    // wakes the loop so that service sees that the start has failed.
+    if (_waiting) wake();
     pending(nullptr);
+}
+
+void VEXActivationInfo::wake() {
+    if (_wakeup_armed) return;
+    dpDispatcher::instance()->startTimer(0, 1, this);
+    _wakeup_armed = true;
+}
+
+void VEXActivationInfo::timerExpired(long, long) {
+    _wakeup_armed = false;
+    service();
 }
 
 void VEXActivationInfo::withdraw() {
     _withdrawn = true;
-    if (_waiting && !_wakeup_armed) {
-        dpDispatcher::instance()->startTimer(0, 1, this);
-        _wakeup_armed = true;
-    }
+    failAll(true);
+    _alarm.arm(0);
 }
 
 void VEXActivationInfo::activated(CORBA_Object* obj, unsigned long pid) {
@@ -245,6 +411,8 @@ void VEXActivationInfo::activated(CORBA_Object* obj, unsigned long pid) {
     _pending->process_id = static_cast<CORBA::ULong>(pid);
     if (_pending->objRef.in() != obj) _pending->objRef = CORBA_Object::_duplicate(obj);
     _pending->activation_state = Activation::ACTIVE;
+    // The waiters hear in the next round, once the server has its reply.
+    if (!_waiters.empty()) wake();
 }
 
 Activation::ImplementationStatus* VEXActivationInfo::status() const {
@@ -274,7 +442,7 @@ CORBA_Object* VEXImpl::lookup_implementation(const char* interface_name, const c
     if (!inner || inner->isEmpty()) throw Activation::NotRegistered();
     VEXActivationInfo* info = findEntry(interface_name, object_name);
     if (!info) throw Activation::NotRegistered();
-    return info->getObjectRef(timeout, kAttempts);
+    return info->lookup(timeout, kAttempts);
 }
 
 CORBA_Object* VEXImpl::lookup_interface(const char* interface_name, CORBA::Long timeout) {
@@ -288,11 +456,11 @@ CORBA_Object* VEXImpl::lookup_interface(const char* interface_name, CORBA::Long 
     while (DSResource* e = it.next()) {
         VEXActivationInfo* info = recordOf(e);
         if (!info) continue;
-        if (isShared(info->impl()) && info->isActive()) return info->getObjectRef(timeout, kAttempts);
+        if (isShared(info->impl()) && info->isActive()) return info->lookup(timeout, kAttempts);
         last = info;
     }
     if (!last) throw Activation::NotRegistered();
-    return last->getObjectRef(timeout, kAttempts);
+    return last->lookup(timeout, kAttempts);
 }
 
 CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object* obj, const char* interface_name,
@@ -319,6 +487,20 @@ CORBA_CreationImplDef* VEXImpl::boa_activate_obj(CORBA_Object* obj, const char* 
         std::cout << "VEX:: Activated " << interface_name << ", " << obj->_object_name()
                   << " (pid " << pid << ")" << std::endl;
     return info->impl() ? info->impl()->_copy() : nullptr;
+}
+
+bool VEXKeyForwarder::forward(const char* interface_name, const char* object_name,
+                              std::unique_ptr<ZEBDeferredReply>& reply) {
+    VEXChildExitBlock exits;
+    VEXActivationInfo* info = _vex.findEntry(interface_name, object_name);
+    if (!info) return false;  // OBJECT_NOT_EXIST, as for any unknown key
+    try {
+        info->forwardRequest(reply);
+    } catch (const Activation::NotRegistered&) {
+        // Unregistered during a ping of its server.
+        if (reply) reply->raise(CORBA_OBJECT_NOT_EXIST(0, CORBA::COMPLETED_NO));
+    }
+    return true;
 }
 
 void VEXImpl::record_child_exit(unsigned long pid) {

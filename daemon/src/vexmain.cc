@@ -12,6 +12,7 @@
 #include "orb.h"
 #include "vex_functions.h"
 #include "zebglob.h"
+#include "actdef.h"
 #include "vexsrv.h"
 #include "vextrust.h"
 #include <kelvanor/version.h>
@@ -25,6 +26,7 @@ void usage() {
     cout << "vex arguments: " << endl;
     cout << "\t-v <verbose mode>" << endl;
     cout << "\t-t <timeout value>" << endl;
+    cout << "\t-k <seconds a started server may take to report>" << endl;
     cout << "\t-a <administration from any address>" << endl;
     cout << "\t-x <directory of programs>" << endl;
     cout << "\t-? <print help>" << endl;
@@ -61,13 +63,16 @@ int main(int argc, char** argv) {
     int c;
     // -a and -x depart from the daemon's first options: without -a only
     // loopback peers administer, and -x confines the programs it runs.
-    while ((c = getopt(argc, argv, "vt:ax:?")) != -1) {
+    while ((c = getopt(argc, argv, "vt:k:ax:?")) != -1) {
         switch (c) {
         case 'v':
             verbose = 1;
             break;
         case 't':
             default_timeout = atoi(optarg);
+            break;
+        case 'k':
+            VEXActivationInfo::startLimit(atol(optarg));
             break;
         case 'a':
             VEXTrust::allowRemoteAdmin(true);
@@ -93,6 +98,10 @@ int main(int argc, char** argv) {
 
     VEXImpl servant(verbose);
     boa->obj_is_ready(&servant, nullptr);
+    // Requests for the registered pairs' own keys are forwarded to their
+    // servers.
+    VEXKeyForwarder forwarder(servant);
+    ZEBKeyForwarder::install(&forwarder);
     // The servers this daemon starts inherit its reference here and report
     // to it straight away, without a round trip to the naming service.
     CORBA_String_var self(orb->object_to_string(&servant));

@@ -28,7 +28,7 @@ using std::cout;
 using std::endl;
 
 VEXImpl* vex = nullptr;
-int default_timeout = 20;
+int default_timeout = -1;
 
 // ----------------------------------------------------------- free helpers
 

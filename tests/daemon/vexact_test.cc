@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -183,9 +184,19 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     ktest::Process stray;
     ASSERT_TRUE(startEcho(stray, "stray")) << stray.stderrText();
     EXPECT_THROW(status("stray"), Activation::NotRegistered);
+
+    // Stopped, a server we did not start cannot answer the ping, which
+    // counts against the limit: it is taken as gone, with no time left for
+    // a start.
+    ASSERT_EQ(0, kill(hand.pid(), SIGSTOP));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "hand", 1), Activation::NotResponding);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1500));
+    EXPECT_TRUE(statusLengthBecomes("hand", 0));
+    kill(hand.pid(), SIGCONT);
 }
 
-TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
+TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsKeptAndAdopted) {
     const std::string pidFile = _dir.file("late.pid");
     CORBA::release(registerSlowEcho("late", 2, "echo $$ > " + pidFile + "; "));
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1),
@@ -194,9 +205,17 @@ TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsAdopted) {
         static_cast<CORBA::ULong>(std::strtoul(ktest::readFile(pidFile).c_str(), nullptr, 10));
     track(pid);
     ASSERT_GT(pid, 1u);
-    EXPECT_EQ(Activation::ImplementationStatus_var(status("late"))->status.length(), 0u);
-    ASSERT_TRUE(statusLengthBecomes("late", 1));
-    EXPECT_TRUE(oneActive("late", pid));
+    // The child stays in the status as starting, and no second one is
+    // started beside it meanwhile.
+    {
+        Activation::ImplementationStatus_var s(status("late"));
+        ASSERT_EQ(s->status.length(), 1u);
+        EXPECT_EQ(s->status[0].process_id, pid);
+        EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
+    }
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1), Activation::Busy);
+    ASSERT_TRUE(
+        ktest::pollUntil([&] { return bool(oneActive("late", pid)); }, milliseconds(10000)));
     EXPECT_EQ(lookupPid("late"), static_cast<CORBA::Long>(pid));
 }
 
@@ -231,4 +250,85 @@ TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
     ASSERT_EQ(got->id.length(), 2u);
     EXPECT_EQ(got->id[1], 9);
     EXPECT_GT(lookupPid("made"), 1);
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What a looping client may wait beyond its limit, vexctl's own start
+// included; that start is slower under the sanitizers.
+#ifdef __SANITIZE_ADDRESS__
+constexpr long kSlackMs = 1000;
+#else
+constexpr long kSlackMs = 500;
+#endif
+
+double secondsSince(Clock::time_point t) {
+    return std::chrono::duration<double>(Clock::now() - t).count();
+}
+
+}  // namespace
+
+TEST_F(VexActivation, LoopingClientsNeverWaitPastTheirOwnLimits) {
+    // A 20 s lookup of a program that never reports waits throughout.
+    CORBA::release(registerScript("never", "exec sleep 30"));
+    ktest::Process longWait;
+    ASSERT_TRUE(longWait.start(vextest::command(
+        {KELVANOR_VEXCTL_BINARY, "lookup", "Demo::Echo", "never", "--timeout", "20"})));
+    ASSERT_TRUE(startBegins("never"));
+    // Ten clients loop lookups with limits of 1 and 2 s over starts of
+    // 1.5 s: they time out, find a start under way (Busy), adopt kept
+    // children and reuse servers. Ten seconds of it, shortened from thirty
+    // to keep the suite quick.
+    for (int i = 0; i < 4; ++i)
+        CORBA::release(registerSlowEcho(("loop" + std::to_string(i)).c_str(), 1, "sleep 0.5; "));
+    const std::string script =
+        std::string("end=$((SECONDS+10)); while [ $SECONDS -lt $end ]; do "
+                    "o=loop$((RANDOM % 4)); l=$((1 + RANDOM % 2)); t0=$(date +%s%N); ") +
+        KELVANOR_VEXCTL_BINARY +
+        " lookup Demo::Echo $o --timeout $l >/dev/null 2>&1; r=$?; "
+        "echo $l $(( ($(date +%s%N) - t0) / 1000000 )) $r; done";
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 10; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(clients.back()->start(vextest::command({"/bin/bash", "-c", script})));
+    }
+    int lookups = 0, answered = 0;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(30000)));
+        std::istringstream lines(c->stdoutText());
+        long limit, ms, code;
+        while (lines >> limit >> ms >> code) {
+            ++lookups;
+            answered += code == 0;
+            EXPECT_LE(ms, 1000 * limit + kSlackMs) << "limit " << limit << " s, status " << code;
+            EXPECT_TRUE(code == 0 || code == 14 || code == 15) << code;
+        }
+    }
+    EXPECT_GT(lookups, 50);
+    EXPECT_GT(answered, 0);
+    EXPECT_TRUE(longWait.running());
+    for (int i = 0; i < 4; ++i) statusLengthBecomes(("loop" + std::to_string(i)).c_str(), 1);
+}
+
+class VexDaemonLimits : public vextest::VexActivation {
+protected:
+    VexDaemonLimits() { _vexArgs.insert(_vexArgs.end(), {"-t", "1", "-k", "1"}); }
+};
+
+TEST_F(VexDaemonLimits, DefaultLimitAndChildrenThatNeverReportAreEnded) {
+    CORBA::release(registerScript("stubborn", "trap '' TERM; exec sleep 30"));
+    // -t: a lookup with no limit of its own has the daemon's.
+    const auto start = Clock::now();
+    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "stubborn", -1),
+                 Activation::NotResponding);
+    EXPECT_LT(secondsSince(start), 1.5);
+    // -k: SIGTERM a second after the start, which this one ignores, and
+    // SIGKILL five seconds later; it stays as starting until then.
+    ASSERT_TRUE(ktest::pollUntil([&] { return secondsSince(start) > 3; }, milliseconds(4000)));
+    Activation::ImplementationStatus_var s(status("stubborn"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
+    EXPECT_TRUE(statusLengthBecomes("stubborn", 0));
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -39,6 +40,13 @@ inline CORBA_StringSequence strings(const std::vector<std::string>& v) {
     s.length(static_cast<CORBA::ULong>(v.size()));
     for (CORBA::ULong i = 0; i < v.size(); ++i) s[i] = CORBA::string_dup(v[i].c_str());
     return s;
+}
+
+// The options of a program run with these arguments and nothing else set.
+inline ktest::Process::Options command(std::vector<std::string> argv) {
+    ktest::Process::Options opts;
+    opts.argv = std::move(argv);
+    return opts;
 }
 
 class VexActivation : public ::testing::Test {

@@ -39,6 +39,7 @@ TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
     for (const char* opt : {"-z", "-?", "-t", "-x"})  // -t and -x lack their values
         EXPECT_EQ(runVex(dir.path(), {opt}),
                   "1|vex arguments: \n\t-v <verbose mode>\n\t-t <timeout value>\n"
+                  "\t-k <seconds a started server may take to report>\n"
                   "\t-a <administration from any address>\n\t-x <directory of programs>\n"
                   "\t-? <print help>\n")
             << opt;

@@ -217,3 +217,89 @@ TEST_F(VexPeers, FiftyClientsBindingAtOnceDuringAStartGetOneServer) {
     EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(*pids.begin()));
     EXPECT_EQ(lookupPid("crowd"), *pids.begin());
 }
+
+namespace {
+
+// Plain omniORB clients that resolve a name bound by "vexctl bind" and know
+// nothing of the daemon: the road of any CORBA client to a registered pair.
+class VexTransparent : public VexPeers {
+protected:
+    int vexctl(const std::vector<std::string>& args) {
+        std::vector<std::string> argv{KELVANOR_VEXCTL_BINARY};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return ktest::run(argv).status;
+    }
+
+    // omni_echo_client, with a LocateRequest first (omniORB's default) or
+    // the call itself; after the first round it waits for "<go>.<round>".
+    bool startClient(ktest::Process& p, const std::string& name, bool locateFirst, int rounds = 1) {
+        return p.start(vextest::command({KELVANOR_OMNI_ECHO_CLIENT_BINARY,
+                                         "-ORBverifyObjectExistsAndType", locateFirst ? "1" : "0",
+                                         "name:" + name, "rounds", std::to_string(rounds), go()}));
+    }
+    std::string go() const { return _dir.file("go"); }
+};
+
+}  // namespace
+
+TEST_F(VexTransparent, TwentyClientsDuringOneStartAreForwardedToOneServer) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    CORBA::release(registerSlowEcho("crowd", 2));
+    ASSERT_EQ(vexctl({"bind", "Demo::Echo", "crowd", "crowd"}), 0);
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 20; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(startClient(*clients.back(), "crowd", i % 2 == 0));
+    }
+    std::set<std::string> answers;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(30000)));
+        EXPECT_EQ(c->exitCode(), 0) << c->stdoutText() << c->stderrText();
+        answers.insert(c->stdoutText());
+    }
+    ASSERT_EQ(answers.size(), 1u);
+    const long pid = std::strtol(answers.begin()->c_str() + 3, nullptr, 10);
+    track(static_cast<CORBA::ULong>(pid));
+    EXPECT_TRUE(oneActive("crowd", static_cast<CORBA::ULong>(pid))) << *answers.begin();
+}
+
+TEST_F(VexTransparent, CallsAreForwardedStartedAgainOrRefused) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    registerEcho("phoenix");
+    // A program that dies at once: five attempts, then TRANSIENT.
+    CORBA::release(registerScript("dies", "exit 1"));
+    // A pair unregistered after its name was bound (twice: rebound).
+    registerEcho("left");
+    for (const char* name : {"phoenix", "dies", "left", "left"})
+        ASSERT_EQ(vexctl({"bind", "Demo::Echo", name, name}), 0);
+    _daemon->unreg_implementation("Demo::Echo", "left");
+    EXPECT_EQ(vexctl({"ior", "Demo::Echo", "left"}), 10);
+    for (bool locateFirst : {true, false}) {
+        // After kill -9 of the server, the same client's next call goes
+        // back to the daemon, which starts a new one.
+        ktest::Process client, dies, left;
+        ASSERT_TRUE(startClient(client, "phoenix", locateFirst, 2));
+        ASSERT_TRUE(startClient(dies, "dies", locateFirst));
+        ASSERT_TRUE(startClient(left, "left", locateFirst));
+        ASSERT_TRUE(ktest::pollUntil(
+            [&] { return client.stdoutText().find('\n') != std::string::npos; },
+            milliseconds(15000)))
+            << client.stderrText();
+        const long first = std::strtol(client.stdoutText().c_str() + 3, nullptr, 10);
+        track(static_cast<CORBA::ULong>(first));
+        ASSERT_EQ(0, kill(static_cast<pid_t>(first), SIGKILL));
+        ASSERT_TRUE(statusLengthBecomes("phoenix", 0));
+        ASSERT_TRUE(ktest::writeFile(go() + ".2", ""));
+        for (ktest::Process* p : {&client, &dies, &left}) ASSERT_TRUE(p->wait(milliseconds(20000)));
+        unlink((go() + ".2").c_str());
+        const std::string out = client.stdoutText();
+        const long second = std::strtol(out.c_str() + out.find('\n') + 4, nullptr, 10);
+        track(static_cast<CORBA::ULong>(second));
+        EXPECT_GT(second, 1) << out << client.stderrText();
+        EXPECT_NE(second, first);
+        EXPECT_EQ(dies.stdoutText(), "TRANSIENT\n") << dies.stderrText();
+        EXPECT_EQ(left.stdoutText(), "OBJECT_NOT_EXIST\n") << left.stderrText();
+    }
+    EXPECT_EQ(vexctl({"unbind", "left"}), 0);
+    EXPECT_EQ(vexctl({"unbind", "left"}), 16);
+}

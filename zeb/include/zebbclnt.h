@@ -4,6 +4,10 @@
 #ifndef KELVANOR_ZEBBCLNT_H
 #define KELVANOR_ZEBBCLNT_H
 
+#include <functional>
+#include <memory>
+#include <vector>
+
 #include <kelvanor/dsdict.h>
 #include <kelvanor/giop.h>
 #include <kelvanor/sequence.h>
@@ -13,7 +17,9 @@
 class CORBA_Object;
 class CORBA_OctetSequence;
 class CORBA_SystemException;
+class TBostream;
 class ZEBBOA;
+class ZEBDeferredReply;
 class ZEBGlobalTable;
 class ZEBSkelInfo;
 namespace ZEB_EXT {
@@ -56,6 +62,8 @@ struct ZEBBOAClientData {
     IIOP::MessageHeader _header;    // a Reply header in our byte order
     ZEBSkelInfo* _skel = nullptr;
     CORBA::ULong _run_hooks = 1;    // prepareReply calls sending_reply
+    CORBA::Octet _byte_order = 0;   // of the request
+    bool _deferred = false;         // the servant took the request (ZEBDeferredReply)
 };
 
 class ZEBBOAClient : public dpIOHandler {
@@ -111,6 +119,17 @@ public:
 
     ZEBIIOPstream* stream() const { return _stream; }
 
+    // ZEBDeferredReply::take: the request of the servant call running now,
+    // taken off its connection; null outside a call or without
+    // response_expected.
+    static std::unique_ptr<ZEBDeferredReply> takeCurrent();
+    // A deferred reply is answered or freed: the connection forgets it.
+    void forgetDeferred(ZEBDeferredReply* reply);
+    // Writes one whole message of GIOP type `type`, its body by `write`,
+    // and sends or queues it. False if writing failed; the connection then
+    // ends at its next read.
+    bool sendLater(int type, const std::function<void(TBostream&)>& write);
+
 private:
     typedef int (ZEBBOAClient::*Handler)(const IIOP::MessageHeader&);
     static const Handler _funcArray[8];
@@ -127,6 +146,9 @@ private:
     // Makes skel (null: nothing) the one that key leads to.
     void remember(const CORBA_OctetSequence& key, ZEBSkelInfo* skel);
     void writeMessageError();
+    // A persistent key the adapter holds no active object for: the key
+    // forwarder, if one is installed, may take the request (true).
+    bool offerToForwarder(const CORBA_OctetSequence& key, int kind, CORBA::ULong request_id);
     // After reading or writing: closes (-1) on a bad header or too much
     // queued, keeps the write interest and the deadline up to date.
     int settle(ZEBIIOPstream::InputState input);
@@ -156,6 +178,11 @@ private:
     long _outputMoved;
     long _timerAt = 0;  // deadline the timer is armed for; 0 none
     int _active = 0;    // calls of this connection on the stack
+    // Requests taken by servants and not answered yet; each is told when the
+    // connection ends.
+    std::vector<ZEBDeferredReply*> _deferred;
+    // The request whose servant runs now (innermost, when calls nest).
+    static ZEBBOAClientData* _serving;
 };
 
 #endif

@@ -16,6 +16,7 @@
 #include "impldef.h"
 #include "object.h"
 #include "zebboa.h"
+#include "zebdefer.h"
 #include "zebglob.h"
 #include "zeboid.h"
 #include "zebskel.h"
@@ -23,6 +24,8 @@
 #include "zebstring.h"
 
 ZEBImplEventHandler::~ZEBImplEventHandler() {}
+
+ZEBBOAClientData* ZEBBOAClient::_serving = nullptr;
 
 const ZEBBOAClient::Handler ZEBBOAClient::_funcArray[8] = {
     &ZEBBOAClient::request,           &ZEBBOAClient::unexpectedMessage,
@@ -118,6 +121,8 @@ ZEBBOAClient::ZEBBOAClient(int fd, ZEBBOA* boa) : _boa(boa), _bound(16) {
 }
 
 ZEBBOAClient::~ZEBBOAClient() {
+    for (ZEBDeferredReply* r : _deferred) r->detach();
+    _deferred.clear();
     UnlinkStream();
     if (_timerAt) dpDispatcher::instance()->stopTimer(this);
     ZEBGlobalTable::removeBOAClient(this);
@@ -265,7 +270,9 @@ long ZEBBOAClient::nextDeadline() const {
     auto earliest = [&at](long t) {
         if (!at || t < at) at = t;
     };
-    if (ZEBGlobalTable::boa_idle)
+    // A request taken by a servant and not answered yet keeps the
+    // connection from being idle.
+    if (ZEBGlobalTable::boa_idle && _deferred.empty())
         earliest(_lastInput + 1000 * static_cast<long>(ZEBGlobalTable::boa_idle));
     // Bytes past the current message are the start of one not yet whole.
     if (_stream->bufferedBytes() > _stream->messageBytesLeft())
@@ -388,6 +395,11 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
     ZEBSkelInfo* skel = ref.skel;
     data._skel = skel;
     if (!skel || skel->_state != ZEBSkelInfo::SKEL_ACTIVE) {
+        if (header.response_expected &&
+            offerToForwarder(header.object_key, ZEBDeferredReply::REQUEST, header.request_id)) {
+            _stream->discardCurMsg();
+            return 0;
+        }
         if (header.response_expected)
             return sendErrorReply(data, CORBA_OBJECT_NOT_EXIST(0, CORBA::COMPLETED_NO));
         _stream->discardCurMsg();
@@ -410,6 +422,7 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
 
     data._reply.reply_status = IIOP::NO_EXCEPTION;
     data._with_header = header.response_expected;
+    data._byte_order = _stream->msgHeader().byte_order;
     DropMarkClearer clearer(_stream);
     // A request served in a nested dispatch of another may find the outer
     // one's object here; it is let go rather than lost.
@@ -418,8 +431,17 @@ int ZEBBOAClient::request(const IIOP::MessageHeader&) {
     const bool busyMark = !ZEBGlobalTable::recursion && mark;
     if (busyMark) skel->_busy = 1;
 
+    // The servant may take the request and answer it later.
+    struct Serving {
+        ZEBBOAClientData* saved;
+        explicit Serving(ZEBBOAClientData* d) : saved(_serving) { _serving = d; }
+        ~Serving() { _serving = saved; }
+    } serving(&data);
     try {
         skel->execute(*_stream, header, *_peer, _table, &data);
+    } catch (const ZEBReplyDeferred&) {
+        if (busyMark) skel->_busy = 0;
+        return 0;
     } catch (const CORBA_BAD_OPERATION& e) {
         // Operations in no method table, __bind and __unbind among them.
         if (busyMark) skel->_busy = 0;
@@ -528,7 +550,9 @@ void ZEBBOAClient::prepareReply(void* p) {
     s->newOutEncapsulation();
     out << data->_header;
     out << data->_reply;
-    if (!data->_with_header) s->dropNextMessage();
+    // A request the servant took is answered through its ZEBDeferredReply
+    // alone, whatever the skeleton writes after the servant's return.
+    if (!data->_with_header || data->_deferred) s->dropNextMessage();
 }
 
 int ZEBBOAClient::locateRequest(const IIOP::MessageHeader&) {
@@ -551,6 +575,9 @@ int ZEBBOAClient::locateRequest(const IIOP::MessageHeader&) {
     SkelRef ref;
     if (id) ref.skel = _boa->skelAt(*id);
     ZEBSkelInfo* skel = ref.skel;
+    if ((!skel || skel->_state != ZEBSkelInfo::SKEL_ACTIVE) &&
+        offerToForwarder(req.object_key, ZEBDeferredReply::LOCATE_REQUEST, req.request_id))
+        return 0;
 
     _stream->rewindOutBuffer();
     _stream->newOutEncapsulation();
@@ -650,4 +677,50 @@ void ZEBBOAClient::unbind(ZEBSkelInfo* skel, unsigned char closing) {
 void ZEBBOAClient::releaseImpl(const ZEBSkelInfo& skel) {
     _bound.removeKey(skel);
     if (_lastSkel == &skel) remember(CORBA_OctetSequence(), nullptr);
+}
+
+std::unique_ptr<ZEBDeferredReply> ZEBBOAClient::takeCurrent() {
+    ZEBBOAClientData* data = _serving;
+    if (!data || data->_deferred || !data->_with_header) return nullptr;
+    data->_deferred = true;
+    ZEBBOAClient* client = data->_client;
+    std::unique_ptr<ZEBDeferredReply> r(new ZEBDeferredReply(
+        client, ZEBDeferredReply::REQUEST, data->_reply.request_id, data->_byte_order));
+    client->_deferred.push_back(r.get());
+    return r;
+}
+
+void ZEBBOAClient::forgetDeferred(ZEBDeferredReply* reply) {
+    _deferred.erase(std::remove(_deferred.begin(), _deferred.end(), reply), _deferred.end());
+}
+
+bool ZEBBOAClient::sendLater(int type, const std::function<void(TBostream&)>& write) {
+    try {
+        _stream->beginWrite(0);
+        _stream->newOutEncapsulation();
+        _stream->writeMessageHeader(static_cast<IIOP::MsgType>(type));
+        write(*_stream);
+        _stream->sendMessage(0);
+    } catch (const CORBA_SystemException&) {
+        return false;
+    }
+    // What the socket did not take waits for write interest; a connection
+    // that is serving a request now is linked again when it is done.
+    relink();
+    armTimer();
+    return true;
+}
+
+bool ZEBBOAClient::offerToForwarder(const CORBA_OctetSequence& key, int kind,
+                                    CORBA::ULong request_id) {
+    ZEBKeyForwarder* forwarder = ZEBKeyForwarder::installed();
+    if (!forwarder) return false;
+    std::unique_ptr<ZEBObjectId> id(decodeKey(key));
+    if (!id || id->type() != ZEBObjectId::ID_PERSISTENT) return false;
+    const ZEBPersistentId& p = static_cast<const ZEBPersistentId&>(*id);
+    std::unique_ptr<ZEBDeferredReply> reply(
+        new ZEBDeferredReply(this, static_cast<ZEBDeferredReply::Kind>(kind), request_id,
+                             _stream->msgHeader().byte_order));
+    _deferred.push_back(reply.get());
+    return forwarder->forward(p.interface_name(), p.object_name(), reply);
 }

@@ -5,14 +5,24 @@
 //   latency N  N two-way pid() calls; prints microseconds per call
 //   oneway N   N note("") then one pid() to flush; prints calls per second
 //   bulk N     N say() calls of 64 KiB each; prints calls per second
-// Usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N|bulk N
+//   rounds N G N rounds of say("hi") and pid(), "hi <pid>" or the exception's
+//              name each; before round k > 1 it waits up to 20 s for file G.k
+// The object is a reference, or "name:<id>": resolved in the naming service
+// that omni_vex_naming.h finds, as any client that knows nothing of vex.
+// Usage: omni_echo_client [-ORB options] <IOR:...|name:id>
+//            check|latency N|oneway N|bulk N|rounds N G
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <thread>
+
+#include <unistd.h>
 
 #include <echo.hh>
+
+#include "omni_vex_naming.h"
 
 namespace {
 
@@ -99,8 +109,27 @@ void timed(Demo::Echo_ptr echo, const std::string& mode, long n) {
                   << (mode == "bulk" ? " calls of 64 KiB)" : " calls)") << std::endl;
 }
 
+int rounds(Demo::Echo_ptr echo, long n, const std::string& go) {
+    int status = 0;
+    for (long k = 1; k <= n; ++k) {
+        const std::string file = go + "." + std::to_string(k);
+        for (auto end = Clock::now() + std::chrono::seconds(20);
+             k > 1 && access(file.c_str(), F_OK) != 0 && Clock::now() < end;)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        try {
+            CORBA::String_var back = echo->say("hi");
+            std::cout << back.in() << " " << echo->pid() << std::endl;
+        } catch (const CORBA::Exception& e) {
+            std::cout << e._name() << std::endl;
+            status = 1;
+        }
+    }
+    return status;
+}
+
 int usage() {
-    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...> check|latency N|oneway N|bulk N"
+    std::cerr << "usage: omni_echo_client [-ORB options] <IOR:...|name:id> "
+                 "check|latency N|oneway N|bulk N|rounds N G"
               << std::endl;
     return 2;
 }
@@ -118,12 +147,17 @@ int main(int argc, char** argv) {
         long n = argc > 3 ? std::atol(argv[3]) : 0;
         if (mode != "check" && n <= 0) return usage();
 
-        CORBA::Object_var obj = orb->string_to_object(argv[1]);
+        const std::string target = argv[1];
+        CORBA::Object_var obj = target.compare(0, 5, "name:") == 0
+                                    ? omniResolve(orb, target.c_str() + 5)
+                                    : orb->string_to_object(argv[1]);
         // Unchecked: whether the object is an Echo is one of the checks.
         Demo::Echo_var echo = Demo::Echo::_unchecked_narrow(obj);
         int status = 0;
         if (mode == "check")
             status = check(echo) ? 0 : 1;
+        else if (mode == "rounds" && argc > 4)
+            status = rounds(echo, n, argv[4]);
         else if (mode == "latency" || mode == "oneway" || mode == "bulk")
             timed(echo, mode, n);
         else

@@ -12,27 +12,38 @@
 #include <Activation.hh>
 #include <omniORB4/Naming.hh>
 
-// Nil when the file is missing or the name is not bound; the exceptions of
-// the calls themselves go to the caller.
-inline Activation::VEX_ptr omniResolveVex(CORBA::ORB_ptr orb) {
+// The root context named by the file; nil when it is missing.
+inline CosNaming::NamingContext_ptr omniRootContext(CORBA::ORB_ptr orb) {
     const char* root = std::getenv("NS_SERVER_ROOT");
     const char* id = std::getenv("NS_SERVER_ID");
-    if (!root || !id) return Activation::VEX::_nil();
+    if (!root || !id) return CosNaming::NamingContext::_nil();
     std::ifstream in(std::string(root) + "/wai/NameService/" + id + ".IOR");
     std::string ior;
-    if (!(in >> ior)) return Activation::VEX::_nil();
+    if (!(in >> ior)) return CosNaming::NamingContext::_nil();
     CORBA::Object_var obj = orb->string_to_object(ior.c_str());
-    CosNaming::NamingContext_var ns = CosNaming::NamingContext::_narrow(obj);
-    if (CORBA::is_nil(ns)) return Activation::VEX::_nil();
+    return CosNaming::NamingContext::_narrow(obj);
+}
+
+// The object bound under `id` (empty kind) in the root context; nil when
+// the file is missing or the name is not bound. The exceptions of the calls
+// themselves go to the caller.
+inline CORBA::Object_ptr omniResolve(CORBA::ORB_ptr orb, const char* id) {
+    CosNaming::NamingContext_var ns = omniRootContext(orb);
+    if (CORBA::is_nil(ns)) return CORBA::Object::_nil();
     CosNaming::Name name;
     name.length(1);
-    name[0].id = static_cast<const char*>("VEX");
+    name[0].id = id;
     name[0].kind = static_cast<const char*>("");
     try {
-        obj = ns->resolve(name);
+        return ns->resolve(name);
     } catch (const CosNaming::NamingContext::NotFound&) {
-        return Activation::VEX::_nil();
+        return CORBA::Object::_nil();
     }
+}
+
+inline Activation::VEX_ptr omniResolveVex(CORBA::ORB_ptr orb) {
+    CORBA::Object_var obj = omniResolve(orb, "VEX");
+    if (CORBA::is_nil(obj)) return Activation::VEX::_nil();
     return Activation::VEX::_narrow(obj);
 }
 
