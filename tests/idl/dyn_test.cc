@@ -5,7 +5,7 @@
 
 #include <chrono>
 #include <string>
-
+#include <vector>
 
 #include "any.h"
 #include "dyn.h"
@@ -13,6 +13,7 @@
 #include "orb.h"
 #include "orb_loopback.h"
 #include "../orb/echo_child.h"
+#include "../orb/rawconn.h"
 
 namespace {
 
@@ -37,30 +38,66 @@ Dyn::Item sampleItem() {
 
 }  // namespace
 
-TEST(DynTypeCodes, StaticsEqualHandBuiltOnes) {
+namespace {
+
+// Members for the constructors that take the repository's sequences.
+template <class Seq, class... Member>
+Seq members(Member... m) {
+    Seq s;
+    for (auto& one : {m...}) {
+        s.length(s.length() + 1);
+        s[s.length() - 1] = one;
+    }
+    return s;
+}
+CORBA_StructMember field(const char* name, CORBA_TypeCode* tc) {
+    CORBA_StructMember m;
+    m.name = name;
+    m.type = CORBA_TypeCode::_duplicate(tc);
+    return m;
+}
+CORBA_UnionMember arm(const char* name, CORBA_TypeCode* tc, const CORBA_Any& label) {
+    CORBA_UnionMember m;
+    m.name = name;
+    m.type = CORBA_TypeCode::_duplicate(tc);
+    m.label = label;
+    return m;
+}
+
+}  // namespace
+
+TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     EXPECT_EQ(kShadesAtStart, 3u);
-    const char* const shades[] = {"light", "dark", "grey"};
-    CORBA_TypeCode_var shade(
-        new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 3, 0));
-    const ZEBTCMember itemMembers[] = {
-        {"id", CORBA::_tc_long, nullptr}, {"name", CORBA::_tc_string, nullptr},
-        {"extra", CORBA::_tc_any, nullptr}};
-    CORBA_TypeCode_var item(new CORBA_TypeCode(CORBA::tk_struct, "IDL:kelvanor.test/Dyn/Item:1.0",
-                                               "Item", itemMembers, 3, 0));
+    CORBA_EnumMemberSeq shades;
+    shades.length(3);
+    shades[0] = "light";
+    shades[1] = "dark";
+    shades[2] = "grey";
+    CORBA_TypeCode_var shade(new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 0));
+    CORBA_TypeCode_var item(new CORBA_TypeCode(
+        CORBA::tk_struct, "IDL:kelvanor.test/Dyn/Item:1.0", "Item",
+        members<CORBA_StructMemberSeq>(field("id", CORBA::_tc_long),
+                                       field("name", CORBA::_tc_string),
+                                       field("extra", CORBA::_tc_any)),
+        0));
     CORBA_TypeCode_var seq(new CORBA_TypeCode(CORBA::tk_sequence, 0, item, 0));
     CORBA_TypeCode_var row(new CORBA_TypeCode(CORBA::tk_array, 3, CORBA::_tc_double, 0));
     CORBA_TypeCode_var rows(new CORBA_TypeCode(CORBA::tk_array, 2, row, 0));
     CORBA_Any light(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(0), 1);
     CORBA_Any dark(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(1), 1);
-    const ZEBTCMember valueMembers[] = {
-        {"number", CORBA::_tc_long, &light}, {"text", CORBA::_tc_string, &dark},
-        {"thing", item, nullptr}};
-    CORBA_TypeCode_var value(new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Value:1.0", "Value", shade,
-                                                valueMembers, 3, 0));
-    const ZEBTCMember refusedMembers[] = {
-        {"why", CORBA::_tc_string, nullptr}, {"tone", shade, nullptr}};
+    CORBA_Any byDefault;
+    byDefault <<= CORBA_Any::from_octet(0);
+    CORBA_TypeCode_var value(new CORBA_TypeCode(
+        "IDL:kelvanor.test/Dyn/Value:1.0", "Value", shade,
+        members<CORBA_UnionMemberSeq>(arm("number", CORBA::_tc_long, light),
+                                      arm("text", CORBA::_tc_string, dark),
+                                      arm("thing", item, byDefault)),
+        0));
     CORBA_TypeCode_var refused(new CORBA_TypeCode(
-        CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused", refusedMembers, 2, 0));
+        CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused",
+        members<CORBA_StructMemberSeq>(field("why", CORBA::_tc_string), field("tone", shade)), 0));
+    EXPECT_THROW(CORBA_TypeCode(CORBA::tk_union, "IDL:x:1.0", "x", CORBA_StructMemberSeq(), 0),
+                 CORBA_BAD_PARAM);
     struct {
         CORBA_TypeCode* generated;
         CORBA_TypeCode* byHand;
@@ -171,4 +208,54 @@ TEST_F(DynRemote, ExceptionsOnewaysAndLateAnswers) {
     CORBA_InterfaceDef_var nil(probe->definition());
     EXPECT_EQ(nil.in(), nullptr);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+}
+
+namespace {
+
+// VmHWM of process pid in kB, the most memory it has held; 0 if unknown.
+long peakKb(pid_t pid) {
+    const std::string status = ktest::readFile("/proc/" + std::to_string(pid) + "/status");
+    const std::string::size_type at = status.find("VmHWM:");
+    return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
+}
+
+}  // namespace
+
+// Anys whose counts lie: each gets a CORBA_MARSHAL reply before it costs
+// memory (and the connection ends after it), and the server serves on.
+TEST_F(DynRemote, HostileAnysGetSystemExceptions) {
+    using namespace handcdr;
+    const std::string key(reinterpret_cast<const char*>(server.locator->object_key.get_buffer()),
+                          server.locator->object_key.length());
+    const uint32_t tkLong = 3, tkAny = 11, tkStruct = 15, tkSequence = 19;
+    std::vector<std::string> hostile;
+    Cdr members = request(true, 1, true, key, "echo");
+    members.ulong(tkStruct).string("IDL:x:1.0").string("x").ulong(0x7fffffff);
+    for (int i = 0; i < 1000; ++i) members.string("m").ulong(tkLong);
+    hostile.push_back(members.message());
+    Cdr longs = request(true, 2, true, key, "echo");
+    longs.ulong(tkSequence).ulong(tkLong).ulong(0).ulong(1u << 30);
+    for (int i = 0; i < 1000; ++i) longs.ulong(7);
+    hostile.push_back(longs.message());
+    Cdr nested = request(true, 3, true, key, "echo");
+    for (int i = 0; i < 10000; ++i) nested.ulong(tkAny);
+    hostile.push_back(nested.ulong(tkLong).ulong(5).message());
+    uint32_t id = 0;
+    for (const std::string& m : hostile) {
+        SCOPED_TRACE(++id);
+        Conn c;
+        ASSERT_TRUE(c.open(server.port) && c.send(m));
+        CdrIn body;
+        ASSERT_TRUE(reply(c, id, 2, body));
+        EXPECT_EQ(body.string(), "IDL:omg.org/CORBA/MARSHAL:1.0");
+    }
+    Conn c;
+    ASSERT_TRUE(c.open(server.port));
+    ASSERT_TRUE(c.send(request(true, 4, true, key, "echo").ulong(tkLong).ulong(9).message()));
+    CdrIn body;
+    ASSERT_TRUE(reply(c, 4, 0, body));
+    EXPECT_EQ(body.ulong(), tkLong);
+    EXPECT_EQ(body.ulong(), 9u);
+    EXPECT_TRUE(server.running());
+    EXPECT_LT(peakKb(server.pid()), 100 * 1024);
 }
