@@ -106,8 +106,16 @@ namespace CORBA {
 CORBA_TypeCode* const _tc_NamedValue = &_s_tc_NamedValue.tc;
 }  // namespace CORBA
 
+// tc is a struct or an exception, aliases stepped through. Every Any of a
+// struct asks, so a record whose parameter count or name differs is passed
+// over before the full comparison.
 const ZEBKnownRecord* ZEBknownRecord(CORBA_TypeCode* tc) {
-    for (const ZEBKnownRecord& r : kRecords)
-        if (tc->equal(*r.type)) return &r;
+    for (const ZEBKnownRecord& r : kRecords) {
+        CORBA_TypeCode* known = *r.type;
+        if (tc->param_count() != known->param_count() ||
+            compareText(tc->name(), known->name()) != 0)
+            continue;
+        if (tc->equal(known)) return &r;
+    }
     return nullptr;
 }
