@@ -151,7 +151,8 @@ CORBA_Any echoed(Dyn::Probe* probe, const CORBA_Any& a) {
     return copy;
 }
 
-// The Any operators of every kind of generated type, through an echo.
+// The Any operators of generated types, through an echo (a union's are a
+// struct's).
 TEST_P(DynRemote, GeneratedTypesInAnys) {
     CORBA_Any a;
     a <<= sampleItem();
@@ -171,15 +172,6 @@ TEST_P(DynRemote, GeneratedTypesInAnys) {
     std::unique_ptr<Dyn::ItemList> backHolder(back);
     ASSERT_EQ(back->length(), 2u);
     EXPECT_EQ((*back)[1].id, 7);
-
-    Dyn::Value v;
-    v.text("dark text");
-    a <<= v;
-    Dyn::Value* value = nullptr;
-    ASSERT_TRUE(echoed(probe, a) >>= value);
-    std::unique_ptr<Dyn::Value> valueHolder(value);
-    EXPECT_EQ(value->_d(), Dyn::dark);
-    EXPECT_STREQ(value->text(), "dark text");
 
     a <<= Dyn::grey;
     Dyn::Shade shade = Dyn::light;
