@@ -68,7 +68,9 @@ TEST_F(IrRemote, DescribesEchoWithTheGeneratedTypeCodes) {
         EXPECT_TRUE(o.result->equal(expected[i].result));
         EXPECT_EQ(o.mode, expected[i].mode);
         ASSERT_EQ(o.parameters.length(), expected[i].params);
-        if (o.parameters.length() == 1) EXPECT_TRUE(o.parameters[0].type->equal(CORBA::_tc_string));
+        if (o.parameters.length() == 1) {
+            EXPECT_TRUE(o.parameters[0].type->equal(CORBA::_tc_string));
+        }
     }
     // Changes are refused, and the server serves on.
     EXPECT_THROW(echo->name("Other"), CORBA_NO_IMPLEMENT);
