@@ -69,7 +69,8 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     shades[0] = "light";
     shades[1] = "dark";
     shades[2] = "grey";
-    CORBA_TypeCode_var shade(new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 0));
+    CORBA_TypeCode_var shade(
+        new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 0));
     CORBA_TypeCode_var item(new CORBA_TypeCode(
         CORBA::tk_struct, "IDL:kelvanor.test/Dyn/Item:1.0", "Item",
         members<CORBA_StructMemberSeq>(field("id", CORBA::_tc_long),

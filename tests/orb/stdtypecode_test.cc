@@ -84,7 +84,8 @@ TEST(StdTypeCode, RepeatedTopLevelTypeCodesStayApart) {
     }
     for (char name = 'a'; name <= 'z'; ++name) {
         const std::string n(1, name);
-        CORBA_TypeCode_var t = new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", n.c_str(), m, 2, 0);
+        CORBA_TypeCode_var t =
+            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", n.c_str(), m, 2, 0);
         EXPECT_EQ(passed(t), n);
     }
 }

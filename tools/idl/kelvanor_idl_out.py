@@ -174,7 +174,7 @@ class HeaderWriter:
         getattr(self, "item_" + item.kind)(item, deferred, in_class)
         ops = any_ops(item)
         if ops:
-            deferred.append("// Any: insertion copies (or takes a pointer), extraction gives a copy.")
+            deferred.append("// Any: insertion copies (or takes a pointer); extraction copies.")
             deferred.extend(decl.format(ns="") + ";" for decl, _ in ops)
         ident = tc_of(item)
         if ident:

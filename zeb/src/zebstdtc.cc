@@ -58,7 +58,8 @@ public:
     // The TypeCode read before from these bytes, not counted; or null.
     CORBA_TypeCode* typeCodeOf(CORBA::ULong kind, const char* p, std::size_t n) const {
         for (const Entry& e : _entries)
-            if (e.tc && e.kind == kind && e.bytes.size() == n && std::memcmp(e.bytes.data(), p, n) == 0)
+            if (e.tc && e.kind == kind && e.bytes.size() == n &&
+                std::memcmp(e.bytes.data(), p, n) == 0)
                 return e.tc;
         return nullptr;
     }
