@@ -1,8 +1,9 @@
 // A client of the echo example through its generated stub, the way user code
 // calls objects: bind, then Demo::Echo::pid() and note(), for echo_bench.sh.
 // bulk N sends N say() calls of 64 KiB each and prints calls per second;
-// p99 N prints the 99th percentile of N pid() round trips.
-// Usage: stub_echo_client [broker options] <IOR:...|@file> latency N|oneway N|bulk N|p99 N
+// p99 N prints the 99th percentile of N pid() round trips; dii N times N
+// pid() calls each made as a new dynamic request.
+// Usage: stub_echo_client [broker options] <IOR:...|@file> latency N|oneway N|bulk N|p99 N|dii N
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -12,9 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "any.h"
 #include "echo.h"
 #include "except.h"
 #include "orb.h"
+#include "request.h"
 
 namespace {
 
@@ -39,9 +42,10 @@ int main(int argc, char** argv) {
         CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
         const long n = argc == 4 ? std::atol(argv[3]) : 0;
         const std::string mode = argc == 4 ? argv[2] : "";
-        if (n <= 0 || (mode != "latency" && mode != "oneway" && mode != "bulk" && mode != "p99")) {
+        if (n <= 0 || (mode != "latency" && mode != "oneway" && mode != "bulk" && mode != "p99" &&
+                       mode != "dii")) {
             std::cerr << "usage: stub_echo_client [broker options] <IOR:...|@file> "
-                         "latency N|oneway N|bulk N|p99 N"
+                         "latency N|oneway N|bulk N|p99 N|dii N"
                       << std::endl;
             return 2;
         }
@@ -53,6 +57,14 @@ int main(int argc, char** argv) {
         if (mode == "latency") {
             for (long i = 0; i < n; ++i) echo->pid();
             std::cout << "latency " << secondsSince(start) * 1e6 / n << " us/call (" << n
+                      << " calls)" << std::endl;
+        } else if (mode == "dii") {
+            for (long i = 0; i < n; ++i) {
+                CORBA_Request_var r(echo->_request("pid"));
+                r->return_value() <<= CORBA::Long(0);
+                r->invoke();
+            }
+            std::cout << "dii " << secondsSince(start) * 1e6 / n << " us/call (" << n
                       << " calls)" << std::endl;
         } else if (mode == "p99") {
             std::vector<double> us(static_cast<size_t>(n));

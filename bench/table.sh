@@ -6,6 +6,8 @@
 #   - null two-way latency, oneway rate and 64 KiB there-and-back through the
 #     generated Demo::Echo stub and echo_server, against omniORB's client and
 #     server built from the same IDL;
+#   - the null two-way call as a new dynamic request each time, against the
+#     same call through the stub;
 #   - repository load and rewrite at 100, 1,000 and 10,000 entries and the
 #     memory of 10,000 loaded, against fixed targets;
 #   - p99 latency of echo_server's null two-way calls while 32 clients
@@ -59,6 +61,7 @@ for ((i = 0; i < reps; i++)); do
     runs[ours.$mode]+="$(run_client "$build/stub_echo_client" "$ours_ior" $mode "$n") "
     runs[omni.$mode]+="$(run_client "$build/omni_echo_client" "$omni_ior" $mode "$n") "
   done
+  runs[ours.dii]+="$(run_client "$build/stub_echo_client" "$ours_ior" dii "$latency_calls") "
 done
 fig() { tr ' ' '\n' <<<"${runs[$1]}" | grep . | median; }
 
@@ -88,6 +91,8 @@ while read -r _ what ours omni _; do
 done <"$tmp/cdr"
 o=$(fig ours.latency) a=$(fig omni.latency)
 line "null two-way latency (vs omniORB)" "$o" "$a" us/call "$(ratio "$o" "$a")" "<=" 1.10
+o=$(fig ours.dii) a=$(fig ours.latency)
+line "dynamic null call (vs stub call)" "$o" "$a" us/call "$(ratio "$o" "$a")" "<=" 1.25
 o=$(fig ours.oneway) a=$(fig omni.oneway)
 line "oneway rate (vs omniORB)" "$o" "$a" calls/s "$(ratio "$o" "$a")" ">=" 1.5
 o=$(fig ours.bulk) a=$(fig omni.bulk)

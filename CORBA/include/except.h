@@ -202,6 +202,13 @@ TBostream& operator<<(TBostream& strm, const CORBA_Exception& e);
 // throws CORBA_MARSHAL. Without any registered class it leaves
 // CORBA_INITIALIZE in the current environment and sets e to null.
 TBistream& operator>>(TBistream& strm, CORBA_Exception*& e);
+// The exception of a reply, owned by the caller. Unlike operator>>, an id
+// with no registered class does not fail the call: a user exception comes
+// as a _CORBA_UNLINKED_UserException that keeps the id (its members are
+// left unread, for the reader to skip with the rest of the message), a
+// system exception (system set) as CORBA_UNKNOWN with the minor code and
+// completion status sent.
+CORBA_Exception* ZEBreadReplyException(TBistream& strm, bool system);
 // On cout, cerr and clog _pretty_print; elsewhere _write.
 std::ostream& operator<<(std::ostream& os, const CORBA_Exception& e);
 

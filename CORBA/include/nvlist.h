@@ -49,6 +49,8 @@ public:
     friend TBistream& operator>>(TBistream& strm, CORBA_NamedValue& nv);
 
 private:
+    friend class CORBA_NVList;
+
     char* _name;        // from CORBA::strdup, or null
     CORBA_Any* _value;  // counted through the Any's own reference count
     CORBA::Flags _flags;
@@ -94,6 +96,16 @@ public:
     void remove(CORBA::ULong i);
     // Doubles the capacity; from 0 it becomes 2.
     void resize();
+    // Lets go of the values of the out arguments: each loses two
+    // references (the list's and one the caller was given), and the item
+    // keeps none. A caller who still wants a value needs a reference of its
+    // own; a value the first release freed is not touched again.
+    void free_out_memory();
+
+    // Reading replaces every item by those read; the capacity is then the
+    // count. Short data is CORBA_MARSHAL and leaves the list as it was.
+    friend TBistream& operator>>(TBistream& strm, CORBA_NVList& l);
+    friend TBostream& operator<<(TBostream& strm, const CORBA_NVList& l);
 
     static CORBA_NVList* _duplicate(CORBA_NVList* l);  // null stays null
     void _ref() { ++_refcount; }
@@ -107,6 +119,10 @@ private:
     CORBA::ULong _capacity;
     CORBA::Long _refcount;
 };
+
+// The count as unsigned long, then each named value.
+TBostream& operator<<(TBostream& strm, const CORBA_NVList& l);
+TBistream& operator>>(TBistream& strm, CORBA_NVList& l);
 
 namespace CORBA {
 void release(CORBA_NamedValue* nv);  // one reference less; null is ignored

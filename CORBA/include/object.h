@@ -15,6 +15,10 @@ class TBistream;
 class TBostream;
 class GIOPstream;
 class CORBA_BOA;
+class CORBA_Context;
+class CORBA_NamedValue;
+class CORBA_NVList;
+class CORBA_Request;
 class CORBA_ImplementationDef;
 class ZEBStubInfo;
 class ZEBSkelInfo;
@@ -68,6 +72,14 @@ public:
                                         unsigned int hash);
     virtual void _send();
     virtual GIOPstream* _invoke();
+
+    // A new dynamic request (the caller releases it) for operation on this
+    // object, with no arguments yet and an empty result.
+    CORBA_Request* _request(const char* operation);
+    // The same with the parts given (each taken with a reference of its
+    // own; a null arguments or result list gets a new one), in request.
+    void _create_request(CORBA_Context* ctx, const char* operation, CORBA_NVList* arguments,
+                         CORBA_NamedValue* result, CORBA_Request*& request, CORBA::ULong flags);
 
     // Null stays null; otherwise one more reference and obj.
     static CORBA_Object* _duplicate(CORBA_Object* obj);

@@ -8,7 +8,11 @@
 #include <kelvanor/sequence.h>
 
 class CORBA_BOA;
+class CORBA_Context;
+class CORBA_NVList;
 class CORBA_ORB;
+class CORBA_Request;
+class CORBA_RequestSeq;
 class ZEBResolverImpl;
 
 class CORBA_ORB {
@@ -37,6 +41,24 @@ public:
 
     ObjectIdList* list_initial_services();
     CORBA_Object* resolve_initial_references(const char* id);
+
+    // ---- Dynamic invocation.
+
+    // A new list (the caller releases it) of count items without names,
+    // flags 0 and empty values.
+    void create_list(CORBA::Long count, CORBA_NVList*& list);
+    // The process's default context, made empty and unnamed on first use;
+    // the caller releases its reference.
+    void get_default_context(CORBA_Context*& ctx);
+    // Each request in order, as a one-way request / as a deferred one.
+    void send_multiple_requests_oneway(const CORBA_RequestSeq& requests);
+    void send_multiple_requests_deferred(const CORBA_RequestSeq& requests);
+    // Whether a deferred request has its reply; a short round of the
+    // dispatcher per pending request.
+    CORBA::Boolean poll_next_response();
+    // Waits for the next answered deferred request and gives it with a
+    // reference for the caller; null at once when none is pending.
+    void get_next_response(CORBA_Request*& request);
 
 protected:
     CORBA_ORB() = default;

@@ -198,6 +198,20 @@ TBistream& operator>>(TBistream& strm, CORBA_Exception*& e) {
     return strm;
 }
 
+CORBA_Exception* ZEBreadReplyException(TBistream& strm, bool system) {
+    std::string id = readId(strm);
+    const CORBA_Exception::Description* d = CORBA_Exception::Description::desc(id.c_str());
+    std::unique_ptr<CORBA_Exception> made;
+    if (d && d->factory)
+        made.reset(d->factory());
+    else if (system)
+        made.reset(new CORBA_UNKNOWN);
+    else
+        return new _CORBA_UNLINKED_UserException(id.c_str());
+    made->_copy(strm);
+    return made.release();
+}
+
 std::ostream& operator<<(std::ostream& os, const CORBA_Exception& e) {
     TBostream strm(os);
     if (ZEBisConsole(os))

@@ -2,6 +2,8 @@
 #include "nvlist.h"
 
 #include <iostream>
+#include <memory>
+#include <vector>
 
 #include "any.h"
 #include "tbiostrm.h"
@@ -87,6 +89,19 @@ void CORBA_NVList::resize() {
     _capacity = bigger;
 }
 
+void CORBA_NVList::free_out_memory() {
+    for (CORBA::ULong i = 0; i < _count; ++i) {
+        CORBA_NamedValue* nv = _items[i];
+        if (!(nv->_flags & CORBA::ARG_OUT) || !nv->_value) continue;
+        CORBA_Any* v = nv->_value;
+        nv->_value = nullptr;
+        if (v->_deref() <= 0)
+            delete v;
+        else
+            CORBA::release(v);
+    }
+}
+
 CORBA_NVList* CORBA_NVList::_duplicate(CORBA_NVList* l) {
     if (l) l->_ref();
     return l;
@@ -165,4 +180,39 @@ std::ostream& operator<<(std::ostream& os, const CORBA_NamedValue& nv) {
     else
         os << "Value: (null)" << std::endl;
     return os;
+}
+
+TBostream& operator<<(TBostream& strm, const CORBA_NVList& l) {
+    strm << static_cast<unsigned long>(l.count());
+    for (CORBA::ULong i = 0; i < l.count(); ++i) strm << *l._items[i];
+    return strm;
+}
+
+TBistream& operator>>(TBistream& strm, CORBA_NVList& l) {
+    unsigned long count = 0;
+    strm >> count;
+    ZEBcheckStream(strm);
+    const CORBA::ULong n = ZEBcheckCount(count);
+    // The count is the peer's word: the items are gathered as they really
+    // arrive, and only a complete list replaces the old one.
+    struct Gathered {
+        std::vector<CORBA_NamedValue*> items;
+        ~Gathered() {
+            for (CORBA_NamedValue* nv : items) CORBA::release(nv);
+        }
+    } got;
+    ZEBReadGuard guard(strm);
+    for (CORBA::ULong i = 0; i < n; ++i) {
+        std::unique_ptr<CORBA_NamedValue> nv(new CORBA_NamedValue);
+        strm >> *nv;
+        guard.check();
+        got.items.push_back(nv.release());
+    }
+    for (CORBA::ULong i = 0; i < l._count; ++i) CORBA::release(l._items[i]);
+    delete[] l._items;
+    l._items = n ? new CORBA_NamedValue*[n] : nullptr;
+    for (CORBA::ULong i = 0; i < n; ++i) l._items[i] = got.items[i];
+    got.items.clear();
+    l._count = l._capacity = n;
+    return strm;
 }

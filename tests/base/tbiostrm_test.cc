@@ -1,7 +1,6 @@
 // Object streams: the text form of the primitives, string escapes and their
 // faults, and the object encoding (numbers, back references, class tags) on
-// the text form and on the binary stream, which only replaces the primitives;
-// the table that numbers the objects.
+// the text form and on the binary stream, which only replaces the primitives.
 #include "tbiostrm.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +10,6 @@
 #include <sstream>
 #include <string>
 
-#include "tbiotbl.h"
 #include "tbipcstr.h"
 #include "tbtinfo.h"
 
@@ -223,17 +221,5 @@ TEST(TBObjectStream, ReaderFaultsGiveNull) {
         testing::internal::CaptureStderr();
         EXPECT_EQ(nullptr, in.readTransObj()) << k.first;
         EXPECT_EQ(k.second, testing::internal::GetCapturedStderr()) << k.first;
-    }
-}
-
-TEST(TBTransDict, ClearRestartsNumbersAndKeepsSize) {
-    TBTransDict dict(16);
-    char objects[40];
-    int number = -1;
-    for (int round = 0; round < 3; ++round) {
-        dict.clear();
-        for (char& o : objects) dict.add(reinterpret_cast<const TBTransObject*>(&o), number);
-        EXPECT_EQ(39, number);
-        EXPECT_EQ(64u, dict.slotCount());  // grown once, then reused
     }
 }

@@ -5,11 +5,13 @@
 #include <string>
 
 #include "any.h"
+#include "context.h"
 #include "corba.h"
 #include "except.h"
 #include "giop.h"
 #include "impldef.h"
 #include "mstrm.h"
+#include "nvlist.h"
 #include "object.h"
 #include "sequence.h"
 #include "tbiostrm.h"
@@ -59,7 +61,7 @@ void made(TBistream& s) {
 
 void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
     const unsigned arg = op >> 5;  // a small parameter for some decoders
-    switch ((op & 31) % 24) {  // the low five bits pick, the high three are arg
+    switch ((op & 31) % 26) {  // the low five bits pick, the high three are arg
     case 0:
         primitives(s);
         break;
@@ -159,6 +161,12 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         CORBA_MarshalOutBuffer out;
         out.owns_buffer(1);
         out << a;
+        break;
+    }
+    case 24: return made<CORBA_Context>(s);  // what a request carries after its arguments
+    case 25: {
+        CORBA_NVList l(0);
+        s >> l;
         break;
     }
     default: return record<IIOP::MessageHeader>(s);

@@ -20,7 +20,6 @@
 #include "except.h"
 #include "mstrm.h"
 #include "sequence.h"
-#include "tbipcstr.h"
 #include "tbiostrm.h"
 #include "thrown.h"
 #include "zebstring.h"
@@ -197,35 +196,6 @@ TEST(ZEBString, StreamFormsAndCountZero) {
     std::string cut("\x09\0\0\0abc", 7);
     CORBA_MarshalInBuffer shortData(&cut[0], 7);
     EXPECT_THROW(ZEBString{shortData}, CORBA_MARSHAL);
-}
-
-// The binary buffer stream reports short data to nobody: a count beyond the
-// data must end the read all the same, without allocating what it states.
-TEST(BinaryBufferStream, CountsBeyondTheDataEndTheRead) {
-    TBipcbuf out(64, 0);
-    {
-        TBipcstream w(&out);
-        w << 0xfffffff0UL;
-        w.put("abcdefgh", 8);
-    }
-    auto fresh = [&out](std::function<void(TBipcstream&)> read) {
-        TBipcbuf in(nullptr, 0, out.write_base, out.writeCount(), 0);
-        in.read_end += out.writeCount();
-        TBipcstream s(&in);
-        testing::internal::CaptureStdout();  // the buffer's underflow line
-        read(s);
-        testing::internal::GetCapturedStdout();
-    };
-    fresh([](TBipcstream& s) { EXPECT_STREQ("", ZEBString(s).string()); });
-    fresh([](TBipcstream& s) {
-        CORBA_OctetSequence o;
-        EXPECT_THROW(s >> o, CORBA_MARSHAL);
-        EXPECT_EQ(0u, o.length());
-    });
-    fresh([](TBipcstream& s) {
-        CORBA_StringSequence strs;
-        EXPECT_THROW(s >> strs, CORBA_MARSHAL);
-    });
 }
 
 TEST(CORBAException, NarrowFollowsTheDescriptionChain) {

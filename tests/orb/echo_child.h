@@ -46,11 +46,7 @@ public:
             },
             std::chrono::milliseconds(15000));
         std::unique_ptr<IOP::IOR> parsed(ior.empty() ? nullptr : stringToIOR(ior.c_str()));
-        if (parsed) {
-            typeId = parsed->type_id.in();
-            profiles = parsed->profiles.length();
-            locator.reset(ZEBGlobalTable::getLocator(*parsed));
-        }
+        if (parsed) locator.reset(ZEBGlobalTable::getLocator(*parsed));
         if (locator) port = locator->port;
     }
     bool ready() const { return !ior.empty() && port != 0; }
@@ -59,8 +55,7 @@ public:
     void kill() { _proc.stop(9, std::chrono::milliseconds(2000)); }
     std::string output() const { return _proc.stdoutText() + _proc.stderrText(); }
 
-    std::string ior, typeId;
-    unsigned long profiles = 0;
+    std::string ior;
     std::unique_ptr<IIOP::ObjectLocator> locator;  // of the first IIOP profile
     unsigned short port = 0;
 

@@ -38,7 +38,8 @@ public:
     // is given); any other key is here. Requests are answered by
     // operation: "say" echoes its string, "pid" gives 4242, "_non_existent"
     // false, "_is_a" true, "stray" first sends a reply to another request
-    // id, "wrong_type" gets a LocateReply; anything else an empty reply.
+    // id, "wrong_type" gets a LocateReply, "refuse" the user exception
+    // IDL:Nobody/Home:1.0; anything else an empty reply.
     // A "say" of "held" is answered only when the next request comes, on
     // any connection, and then before that request's own reply.
     struct Message {
@@ -46,6 +47,7 @@ public:
         std::string key;
         std::string operation;  // empty for a LocateRequest
         bool response = false;
+        handcdr::CdrIn args;  // a Request's message, positioned at its arguments
     };
 
     explicit FakeGiopServer(Mode mode) : _mode(mode) {
@@ -143,6 +145,7 @@ private:
             rec.key = r.octets();
             rec.operation = r.string();
             r.octets();  // principal
+            rec.args = r;
         }
         {
             std::lock_guard<std::mutex> lock(_mutex);
@@ -153,6 +156,13 @@ private:
         if (rec.type != handcdr::kRequest || _mode != Mode::Serve || !rec.response) return;
         if (rec.operation == "wrong_type") return locateReply(fd, id, std::string());
         if (rec.operation == "stray") sendAll(fd, reply(id + 1000).string("not yours").message());
+        if (rec.operation == "refuse") {
+            // A user exception of a class no client links, with a member.
+            handcdr::Cdr e;
+            e.header(handcdr::kReply).ulong(0).ulong(id).ulong(1);
+            sendAll(fd, e.string("IDL:Nobody/Home:1.0").string("no").message());
+            return;
+        }
         handcdr::Cdr o = reply(id);
         if (_heldFd >= 0) {
             sendAll(_heldFd, _held);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "echo_child.h"
@@ -13,30 +14,22 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
-// Starts the server, runs the omniORB client's check on its reference and
-// expects every line to pass. Both are stopped by pid.
-void expectCheckPasses(const std::vector<std::string>& serverArgv) {
-    ktest::EchoChild server(serverArgv);
-    ASSERT_TRUE(server.ready()) << "no reference from " << serverArgv[0] << ": "
-                                << server.output();
-    ktest::Process::Options opts;
-    opts.argv = {KELVANOR_OMNI_ECHO_CLIENT_BINARY, server.ior, "check"};
-    ktest::Process client;
-    ASSERT_TRUE(client.start(opts)) << client.error();
-    bool ended = client.wait(milliseconds(30000));
-    if (!ended) client.stop(9, milliseconds(0));
-    EXPECT_TRUE(ended) << "the client did not finish in time";
-    EXPECT_EQ(0, client.exitCode()) << client.stdoutText() << client.stderrText();
-    EXPECT_NE(std::string::npos, client.stdoutText().find("check passed"));
-    EXPECT_TRUE(server.running()) << "the server ended during the check: " << server.output();
+// Runs a client of echo_server, stopped by pid; it must end in time with
+// status 0.
+ktest::Outcome runClient(std::vector<std::string> argv) {
+    const ktest::Outcome r = ktest::run(std::move(argv), std::chrono::seconds(30));
+    EXPECT_EQ(0, r.status) << r.out << r.err;
+    return r;
 }
 
 TEST(OmniorbPeer, OmniClientChecksEchoServer) {
     if (!ktest::runnable(KELVANOR_OMNI_ECHO_CLIENT_BINARY)) GTEST_SKIP() << "omniORB not built";
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
-    expectCheckPasses(ktest::echoServerArgv());
+    ktest::EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    const ktest::Outcome r = runClient({KELVANOR_OMNI_ECHO_CLIENT_BINARY, server.ior, "check"});
+    EXPECT_NE(std::string::npos, r.out.find("check passed")) << r.out;
+    EXPECT_TRUE(server.running()) << "the server ended during the check: " << server.output();
 }
 
 TEST(CombatPeer, CombatClientCallsEchoServer) {
@@ -45,18 +38,11 @@ TEST(CombatPeer, CombatClientCallsEchoServer) {
         GTEST_SKIP() << "tclsh with Combat (tcl-combat) is not installed";
     ktest::EchoChild server;
     ASSERT_TRUE(server.ready()) << server.output();
-    ktest::Process::Options opts;
-    opts.argv = {"/usr/bin/tclsh", KELVANOR_SOURCE_DIR "/tests/peers/combat/echo_check.tcl",
-                 server.ior};
-    ktest::Process client;
-    ASSERT_TRUE(client.start(opts)) << client.error();
-    bool ended = client.wait(milliseconds(30000));
-    if (!ended) client.stop(9, milliseconds(0));
-    ASSERT_TRUE(ended) << "the Combat client did not finish in time";
-    EXPECT_EQ(0, client.exitCode()) << client.stdoutText() << client.stderrText();
-    EXPECT_EQ(client.stdoutText(), "say: hello\npid: " + std::to_string(server.pid()) +
-                                       "\nis_a: 1\nnote answered\nafter: after\n")
-        << client.stderrText();
+    const ktest::Outcome r = runClient(
+        {"/usr/bin/tclsh", KELVANOR_SOURCE_DIR "/tests/peers/combat/echo_check.tcl", server.ior});
+    EXPECT_EQ(r.out, "say: hello\npid: " + std::to_string(server.pid()) +
+                         "\nis_a: 1\nnote answered\nafter: after\n")
+        << r.err;
     EXPECT_TRUE(server.running()) << server.output();
 }
 

@@ -34,7 +34,7 @@ struct Message {
 };
 
 // A raw client connection to 127.0.0.1, closed with it. A receive that
-// waits longer than kReplyMs fails.
+// waits longer than kReplyMs fails; why() tells what ended it.
 class Conn {
 public:
     bool open(uint16_t port) {
@@ -45,19 +45,14 @@ public:
     }
     bool send(const std::string& bytes) { return ktest::sendAll(_fd.fd, bytes); }
 
-    // One whole GIOP 1.0 message. False on a time-out, a close or another
-    // header; why() tells which.
+    // One whole GIOP 1.0 message.
     bool receive(Message& m) {
         if (!fill(12)) return false;
-        if (_in.compare(0, 6, std::string("GIOP\1\0", 6)) != 0) {
-            _why = "not a GIOP 1.0 header";
-            return false;
-        }
         m.little = _in[6] != 0;
         m.type = static_cast<uint8_t>(_in[7]);
         m.size = CdrIn(_in.substr(0, 12), m.little, 8).ulong();
-        if (m.size > (64u << 20)) {
-            _why = "message size " + std::to_string(m.size);
+        if (_in.compare(0, 6, std::string("GIOP\1\0", 6)) != 0 || m.size > (64u << 20)) {
+            _why = "not a GIOP 1.0 header";
             return false;
         }
         if (!fill(12 + m.size)) return false;
@@ -69,14 +64,10 @@ public:
     // Nothing arrives for `ms`, and the connection stays open.
     bool quiet(int ms = kQuietMs) {
         pollfd p{_fd.fd, POLLIN, 0};
-        int r;
-        while ((r = ::poll(&p, 1, ms)) < 0 && errno == EINTR) {
-        }
-        return r == 0 && _in.empty();
+        return ::poll(&p, 1, ms) == 0 && _in.empty();
     }
 
-    // The peer closes in time. Bytes that came before the close are kept in
-    // `rest`.
+    // The peer closes in time; `rest` gets what came before the close.
     bool closed(std::string* rest = nullptr) {
         while (fill(_in.size() + 1)) {
         }
@@ -118,10 +109,8 @@ private:
 // The next message, which must be of `type`.
 inline ::testing::AssertionResult next(Conn& c, uint8_t type, Message& m) {
     if (!c.receive(m)) return ::testing::AssertionFailure() << "nothing came: " << c.why();
-    if (m.type != type)
-        return ::testing::AssertionFailure() << "message type " << int(m.type) << ", not "
-                                             << int(type);
-    return ::testing::AssertionSuccess();
+    if (m.type == type) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "message type " << int(m.type) << ", not " << int(type);
 }
 
 // The next reply, which must be to id, without contexts, with that status

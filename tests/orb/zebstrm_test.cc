@@ -6,9 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -22,20 +19,10 @@
 #include "handcdr.h"
 #include "mstrm.h"
 #include "sockets.h"
-#include "thrown.h"
 #include "zebglob.h"
 
 namespace {
 
-// ---- bytes as a peer of the other byte order writes them
-
-std::string be16(uint16_t v) { return {char(v >> 8), char(v)}; }
-std::string be32(uint32_t v) { return be16(uint16_t(v >> 16)) + be16(uint16_t(v)); }
-std::string be64(double d) {
-    uint64_t b;
-    std::memcpy(&b, &d, 8);
-    return be32(uint32_t(b >> 32)) + be32(uint32_t(b));
-}
 std::string le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
 
 using handcdr::giop;
@@ -45,15 +32,6 @@ std::string written(const ZEBIIOPstream& s) { return std::string(s.outData(), s.
 // ---- the CDR core, without a socket
 
 TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
-    ZEBIIOPstream s;
-    // Five octets, one more, then a double: 2 pad bytes bring 6 to 8.
-    s.put("abcde", 5);
-    s << char('f') << 2.5;
-    ASSERT_EQ(16u, s.outLength());
-    double d;
-    std::memcpy(&d, s.outData() + 8, 8);
-    EXPECT_EQ(2.5, d);
-
     // An empty array still aligns: one pad byte at an odd position.
     ZEBIIOPstream a;
     a << char(1);
@@ -73,78 +51,35 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     ASSERT_EQ(20u, z.outLength());
     EXPECT_EQ(le32(1) + '\0', written(z).substr(0, 5));
     EXPECT_EQ(le32(0) + le32(1) + le32(0x80000000u), written(z).substr(8));
-}
-
-TEST(ZEBIIOPstreamCore, OtherByteOrderIsSwappedPerValue) {
-    std::string data = be16(0xfffe) + std::string(2, 'P') + be32(70000) + be64(-1.5) +
-                       be32(3) + be32(1) + be32(0xffffffff) + be32(0x01020304) + be32(5) +
-                       std::string("four", 5) + std::string(3, 'P') + be32(0);
+    std::string data = written(z);
     ZEBIIOPstream r;
     r.set_read_buffer(&data[0], data.size(), 0);
-    r.byteOrder(0);
-    short s;
-    CORBA::ULong u;
-    double d;
-    CORBA::ULong n;
-    long arr[3];
-    char* str = nullptr;
-    char* null = nullptr;  // a count of 0 is the null string
-    r >> s >> u >> d >> n;
-    r.get(arr, n);
-    r >> str >> null;
+    char *empty = nullptr, *null = nullptr;
+    r >> empty >> null;
+    EXPECT_STREQ("", empty);
     EXPECT_EQ(nullptr, null);
-    EXPECT_EQ(-2, s);
-    EXPECT_EQ(70000u, u);
-    EXPECT_EQ(-1.5, d);
-    EXPECT_EQ(1, arr[0]);
-    EXPECT_EQ(-1, arr[1]);
-    EXPECT_EQ(0x01020304, arr[2]);
-    EXPECT_STREQ("four", str);
-    CORBA::string_free(str);
+    CORBA::string_free(empty);
 }
 
-// 03000000 616263: a count of 3 that covers "abc" and no NUL, then an octet
-// 0xff. The connection stream and the memory buffer give the same: all three
-// bytes with a terminator behind them, and 255 for the octet.
+// A count of 3 that covers "abc" and no NUL, then an octet 0xff: the
+// connection stream and the memory buffer both give "abc" and 255.
 TEST(ZEBIIOPstreamCore, SameBytesDecodeAsInTheMemoryBuffer) {
     std::string data = le32(3) + "abc" + "\xff";
-    auto stream = [&] {
-        std::unique_ptr<ZEBIIOPstream> r(new ZEBIIOPstream);
-        r->set_read_buffer(&data[0], data.size(), 0);
-        return r;
-    };
-    auto buffer = [&] {
-        return std::unique_ptr<CORBA_MarshalInBuffer>(
-            new CORBA_MarshalInBuffer(&data[0], CORBA::ULong(data.size())));
-    };
+    ZEBIIOPstream r;
+    r.set_read_buffer(&data[0], data.size(), 0);
+    CORBA_MarshalInBuffer m(&data[0], CORBA::ULong(data.size()));
     char* a = nullptr;
-    char* b = nullptr;
-    auto r = stream();
-    auto m = buffer();
-    *r >> a;
-    *m >> b;
-    EXPECT_STREQ("abc", a);
-    EXPECT_STREQ("abc", b);
-    EXPECT_EQ(255, r->get());
-    EXPECT_EQ(255, m->get());
-    CORBA::string_free(a);
-    CORBA::string_free(b);
-
-    // Targets of the stream: "xy" is kept by the count rule but has no room
-    // for the terminator, "q" is too short, "wxyz" has room.
-    for (const char* before : {"xy", "q", "wxyz"}) {
-        char* t = CORBA::strdup(before);
-        *stream() >> t;
-        EXPECT_STREQ("abc", t) << before;
-        CORBA::string_free(t);
-    }
-    // A caller's own buffer for the memory buffer is filled in place.
-    char own[8];
+    char own[8];  // a caller's own buffer is filled in place
     std::memset(own, '#', sizeof own);
-    char* p = own;
-    *buffer() >> p;
-    EXPECT_EQ(own, p);
+    char* b = own;
+    r >> a;
+    m >> b;
+    EXPECT_STREQ("abc", a);
+    EXPECT_EQ(own, b);
     EXPECT_STREQ("abc", own);
+    EXPECT_EQ(255, r.get());
+    EXPECT_EQ(255, m.get());
+    CORBA::string_free(a);
 }
 
 // A value may not be read from the next message's bytes even when they are
@@ -347,33 +282,6 @@ TEST_F(ZEBIIOPstreamLoopback, LongStringWithoutTerminatorKeepsEveryByte) {
     EXPECT_EQ(text.size(), std::strlen(got));
     EXPECT_EQ(77u, after);
     CORBA::string_free(got);
-}
-
-TEST_F(ZEBIIOPstreamLoopback, PeerClosingBetweenHeaderAndBody) {
-    auto s = connectClient();
-    send(giop(IIOP::Reply, std::string(100, 'b')).substr(0, 20));
-    peer.reset();
-    s->receiveMessage(5);
-    char body[100];
-    EXPECT_EQ(0u, ktest::thrown<CORBA_COMM_FAILURE>([&] { s->get(body, 100); }).minor());
-}
-
-TEST_F(ZEBIIOPstreamLoopback, WriteToVanishedPeerRaisesInsteadOfKilling) {
-    auto s = connectClient();
-    peer.reset();
-    void (*old)(int) = std::signal(SIGPIPE, SIG_DFL);
-    std::string body(65536, 'z');
-    const CORBA_COMM_FAILURE e = ktest::thrown<CORBA_COMM_FAILURE>([&] {
-        for (int i = 0; i < 50; ++i) {  // until the kernel tells of the reset
-            s->beginWrite(0);
-            s->writeMessageHeader(IIOP::Request);
-            s->put(body.data(), unsigned(body.size()));
-            s->sendMessage(2);
-        }
-    });
-    std::signal(SIGPIPE, old);
-    EXPECT_TRUE(e.minor() == EPIPE || e.minor() == ECONNRESET) << e.minor();
-    EXPECT_FALSE(s->isBlocking());  // a timeout leaves the socket non-blocking
 }
 
 }  // namespace

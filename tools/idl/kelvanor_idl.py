@@ -460,7 +460,7 @@ _is_nil _is_bound _is_persistent _boa _interface_name _object_name
 _repository_id _principal _default_principal _bind_options
 _default_bind_options _get_implementation _is_a _non_existent _hash
 _is_equivalent _zeb_impl _stub _skeleton _implementation _bind _class_info
-_init _init_nil _methods _skel_info _is_a __clone
+_init _init_nil _methods _skel_info _is_a __clone _request
 """.split())
 
 # ---------------------------------------------------------------- the model

@@ -10,6 +10,7 @@
 #include <kelvanor/object.h>
 #include <kelvanor/sequence.h>
 
+class CORBA_Context;
 class CORBA_Exception;
 class CORBA_Environment;
 class CORBA_NVList;
@@ -122,6 +123,13 @@ public:
     static char* get_SVCparam(const char* name);
     // The first item of that name with a counted reference, or null.
     static CORBA_NamedValue* find_SVCparam(const char* name);
+
+    // ---- The default context of dynamic requests: null until one is set
+    // or CORBA_ORB::get_default_context makes it. The table holds one
+    // reference; context() gives none to the caller.
+
+    static CORBA_Context* context();
+    static void context(CORBA_Context* ctx);
 
     // ---- Fields of the instance.
 

@@ -68,6 +68,9 @@ public:
     // A call reads a reply here: from its first read to its last. While
     // any does, or a wait for input is under way, the connection is in use.
     void reading(int delta) { _readers += delta; }
+    // Deferred requests sent here and not yet answered. A spare with one
+    // counts as in use: no call reads there, and it is not closed as idle.
+    void deferred(int delta) { _deferred += delta; }
     bool inUse() const;
 
     // The locate exchange for key, waiting send_wait + receive_wait of
@@ -99,7 +102,8 @@ private:
     void stopTimer();
     bool linkedHere() const;
     ZEBStubInfo* firstStub() const;
-    // Reads and drops what comes to a spare while no call waits there.
+    // Reads what comes to a spare while no call waits there: replies of
+    // deferred requests go to them, anything else is dropped.
     int drain();
     void closeSpares();
     IIOP::LocateStatusType locateHere(const CORBA_OctetSequence& key, IOP::IOR*& ior,
@@ -114,6 +118,7 @@ private:
     long _references = 0;
     int _fd;                 // linked under this descriptor while open
     int _readers = 0;        // calls reading a reply here
+    int _deferred = 0;       // deferred requests waiting for a reply here
     bool _spare = false;     // made by forCall for another client
     std::vector<ZEBORBClient*> _spares;  // counted; see forCall
 };

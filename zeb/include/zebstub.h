@@ -147,6 +147,11 @@ public:
     CORBA_Object* object() const { return _object; }
     // The connection, or null; not counted for the caller.
     ZEBORBClient* client() const { return _client; }
+    // The id of the last request made with this stub, and the connection
+    // it went out on (a spare, if a call waited on the bound one); null
+    // before any request.
+    CORBA::ULong requestId() const { return _header.request_id; }
+    ZEBORBClient* lastClient() const { return callClient(); }
     // The key that requests carry (after a forward, the short key).
     const CORBA_OctetSequence& objectKey() const { return _header.object_key; }
 
@@ -163,7 +168,7 @@ private:
     void reportFailure(bool sending, IIOP::RequestHeader& header, const CORBA_Exception& e);
     // Reads the exception a reply carries, leaves a copy in the current
     // environment and throws it.
-    [[noreturn]] void throwReplied(GIOPstream* strm, IIOP::RequestHeader& header);
+    [[noreturn]] void throwReplied(GIOPstream* strm, IIOP::RequestHeader& header, bool system);
 
     ZEBORBClient* _client = nullptr;  // counted; null when not connected
     // The connection of the call being made when it is a spare of _client

@@ -11,6 +11,7 @@
 #include "except.h"
 #include "zebglob.h"
 #include "zeborb.h"
+#include "zebreq.h"
 #include "zebstrm.h"
 #include "zebstub.h"
 
@@ -123,7 +124,7 @@ ZEBStubInfo* ZEBORBClient::firstStub() const {
 }
 
 bool ZEBORBClient::inUse() const {
-    return _readers > 0 || _stream->waiting();
+    return _readers > 0 || _stream->waiting() || (_spare && _deferred > 0);
 }
 
 ZEBORBClient* ZEBORBClient::forCall(const CORBA_BindOptions* options) {
@@ -174,6 +175,11 @@ int ZEBORBClient::drain() {
     try {
         do {
             _stream->receiveMessage(0);
+            if (_stream->msgHeader().message_type == IIOP::Reply) {
+                IIOP::ReplyHeader reply;
+                static_cast<TBistream&>(*_stream) >> reply;
+                ZEBRequest::consume(reply, *_stream);
+            }
             _stream->discardCurMsg();
         } while (_stream->open() && _stream->hasMoreData());
     } catch (const CORBA_Exception&) {
@@ -262,8 +268,8 @@ int ZEBORBClient::inputReady(int fd) {
     // Closed under a wait that had the stream linked in its place: the set
     // is stale, and only the descriptor's entry is left to go.
     if (_closing) return linkedHere() ? -1 : 0;
-    // Nobody calls on a spare between calls: a late reply, or its server
-    // closing, is read and dropped here.
+    // Nobody calls on a spare between calls: a deferred request's reply, a
+    // late one, or its server closing, is read here.
     if (_spare) return drain();
     ZEBStubInfo* stub = firstStub();
     // Without a stub the data stays unread and select reports it again.

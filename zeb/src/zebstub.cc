@@ -15,6 +15,7 @@
 #include "zeboclnt.h"
 #include "zeboid.h"
 #include "zeborb.h"
+#include "zebreq.h"
 #include "zebstrm.h"
 
 ZEBClientEventHandler::~ZEBClientEventHandler() {}
@@ -320,8 +321,7 @@ void ZEBStubInfo::close_connection() {
     _state = STUB_LOST;
     setClient(nullptr);
     if (ZEBClientEventHandler* handler = eventHandler()) handler->serverLost(_object);
-    // Deferred requests of this object would be ended here with
-    // CORBA_COMM_FAILURE; the broker has none yet.
+    ZEBRequest::exception(_object, CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO));
 }
 
 // ---- Requests.
@@ -435,9 +435,10 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
             return strm;
         }
         if (!from_dispatcher && reply.request_id == header.request_id) break;
-        // A reply to another request. Deferred requests would claim theirs
-        // here; there are none, so it is dropped, and skipped as a whole so
-        // that only later messages count as input still to read.
+        // A reply to another request: a deferred request takes its own,
+        // anything else is dropped. Either way the rest of the message is
+        // skipped, so that only later messages count as input still to read.
+        ZEBRequest::consume(reply, *strm);
         strm->discardCurMsg();
         strm->flushRead();
         if (from_dispatcher) return strm;
@@ -451,14 +452,11 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
         }
         return strm;
     }
-    throwReplied(strm, header);
+    throwReplied(strm, header, reply.reply_status == IIOP::SYSTEM_EXCEPTION);
 }
 
-void ZEBStubInfo::throwReplied(GIOPstream* strm, IIOP::RequestHeader& header) {
-    CORBA_Exception* raw = nullptr;
-    *strm >> raw;
-    std::unique_ptr<CORBA_Exception> e(raw);
-    if (!e) throw CORBA_MARSHAL(0, CORBA::COMPLETED_MAYBE);
+void ZEBStubInfo::throwReplied(GIOPstream* strm, IIOP::RequestHeader& header, bool system) {
+    std::unique_ptr<CORBA_Exception> e(ZEBreadReplyException(*strm, system));
     reportFailure(false, header, *e);
     strm->flushRead();
     // A busy server is given two seconds before the caller tries again.
