@@ -12,7 +12,10 @@
 #include <kelvanor/tckind.h>
 
 class CORBA_Any;
+class CORBA_EnumMemberSeq;
+class CORBA_StructMemberSeq;
 class CORBA_TypeCode;
+class CORBA_UnionMemberSeq;
 class TBistream;
 class TBostream;
 union ZEBStaticTypeCode;
@@ -63,6 +66,15 @@ public:
     // tk_enum.
     CORBA_TypeCode(const char* id, const char* name, const char* const* names,
                    CORBA::ULong count, unsigned char isStatic);
+    // The same three from the Interface Repository's member records
+    // (<kelvanor/ir.h>): a member's type_def is not looked at, a union
+    // member labelled with an octet is the default.
+    CORBA_TypeCode(CORBA::TCKind kind, const char* id, const char* name,
+                   const CORBA_StructMemberSeq& members, unsigned char isStatic);
+    CORBA_TypeCode(const char* id, const char* name, CORBA_TypeCode* discriminator,
+                   const CORBA_UnionMemberSeq& members, unsigned char isStatic);
+    CORBA_TypeCode(const char* id, const char* name, const CORBA_EnumMemberSeq& members,
+                   unsigned char isStatic);
     // tk_alias.
     CORBA_TypeCode(const char* id, const char* name, CORBA_TypeCode* aliased,
                    unsigned char isStatic);

@@ -8,6 +8,8 @@
 #include <memory>
 
 #include "any.h"
+#include "ir.h"
+#include "mstrm.h"
 #include "nvlist.h"
 #include "tbiostrm.h"
 #include "typecode.h"
@@ -54,10 +56,48 @@ long compareNamedValue(const void* a, const void* b) {
 }
 void printNamedValue(std::ostream& os, const void* p) { os << *nv(p); }
 
+// ---- the Interface Repository's descriptions, the generated structs
+
+// A generated struct T through its own operators. Two records compare as
+// their CDR forms do: the structs have no order of their own.
+template <class T>
+struct Generated {
+    static const T* of(const void* p) { return static_cast<const T*>(p); }
+    static void* read(TBistream& strm) {
+        std::unique_ptr<T> rec(new T);
+        strm >> *rec;
+        return rec.release();
+    }
+    static void write(TBostream& strm, const void* p) { strm << *of(p); }
+    static void release(void* p) { delete static_cast<T*>(p); }
+    static void* copy(const void* p) { return new T(*of(p)); }
+    static long compare(const void* a, const void* b) {
+        CORBA_MarshalOutBuffer x, y;
+        x.owns_buffer(1);
+        y.owns_buffer(1);
+        x << *of(a);
+        y << *of(b);
+        if (x.length() != y.length()) return static_cast<long>(x.length()) - y.length();
+        return std::memcmp(x.buffer(), y.buffer(), x.length());
+    }
+    static void print(std::ostream& os, const void* p) { os << *of(p); }
+    static constexpr ZEBKnownRecord record(CORBA_TypeCode* const* tc) {
+        return {tc, read, write, release, copy, compare, print};
+    }
+};
+
 // Tried in this order.
-const ZEBKnownRecord kRecords[] = {
+// Constant-initialised, so usable from any static initialiser.
+constexpr ZEBKnownRecord kRecords[] = {
     {&CORBA::_tc_NamedValue, readNamedValue, writeNamedValue, releaseNamedValue, copyNamedValue,
      compareNamedValue, printNamedValue},
+    Generated<CORBA_InterfaceDescription>::record(&CORBA::_tc_InterfaceDescription),
+    Generated<CORBA_OperationDescription>::record(&CORBA::_tc_OperationDescription),
+    Generated<CORBA_AttributeDescription>::record(&CORBA::_tc_AttributeDescription),
+    Generated<CORBA_ModuleDescription>::record(&CORBA::_tc_ModuleDescription),
+    Generated<CORBA_ConstantDescription>::record(&CORBA::_tc_ConstantDescription),
+    Generated<CORBA_TypeDescription>::record(&CORBA::_tc_TypeDescription),
+    Generated<CORBA_ExceptionDescription>::record(&CORBA::_tc_ExceptionDescription),
 };
 
 }  // namespace
@@ -66,8 +106,16 @@ namespace CORBA {
 CORBA_TypeCode* const _tc_NamedValue = &_s_tc_NamedValue.tc;
 }  // namespace CORBA
 
+// tc is a struct or an exception, aliases stepped through. Every Any of a
+// struct asks, so a record whose parameter count or name differs is passed
+// over before the full comparison.
 const ZEBKnownRecord* ZEBknownRecord(CORBA_TypeCode* tc) {
-    for (const ZEBKnownRecord& r : kRecords)
-        if (tc->equal(*r.type)) return &r;
+    for (const ZEBKnownRecord& r : kRecords) {
+        CORBA_TypeCode* known = *r.type;
+        if (tc->param_count() != known->param_count() ||
+            compareText(tc->name(), known->name()) != 0)
+            continue;
+        if (tc->equal(known)) return &r;
+    }
     return nullptr;
 }

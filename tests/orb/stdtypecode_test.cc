@@ -62,6 +62,34 @@ TEST(StdTypeCode, PeerEncapsulationsInEitherByteOrder) {
     }
 }
 
+// A top-level TypeCode met again is taken from the encapsulations kept of
+// earlier ones: types whose encapsulations have one length stay apart, and
+// a TypeCode freed and another built at its address are not confused.
+TEST(StdTypeCode, RepeatedTopLevelTypeCodesStayApart) {
+    StdForm form;
+    ktest::StreamPair pair;
+    auto passed = [&](CORBA_TypeCode* tc) {
+        pair.begin() << tc;
+        pair.pass();
+        CORBA_TypeCode_var got;
+        *pair.in >> got.out();
+        return std::string(got->name()) + (got->equal(tc) ? "" : " differs");
+    };
+    ZEBTCMember m[] = {{"x", CORBA::_tc_long, nullptr}, {"y", CORBA::_tc_double, nullptr}};
+    CORBA_TypeCode_var p = pointTc();
+    CORBA_TypeCode_var q = new CORBA_TypeCode(CORBA::tk_struct, "IDL:Q:1.0", "Q", m, 2, 0);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(passed(p), "P");
+        EXPECT_EQ(passed(q), "Q");
+    }
+    for (char name = 'a'; name <= 'z'; ++name) {
+        const std::string n(1, name);
+        CORBA_TypeCode_var t =
+            new CORBA_TypeCode(CORBA::tk_struct, "IDL:T:1.0", n.c_str(), m, 2, 0);
+        EXPECT_EQ(passed(t), n);
+    }
+}
+
 TEST(StdTypeCode, HostileInputIsMarshalAndTheStreamServesOn) {
     StdForm form;
     ktest::StreamPair pair;

@@ -129,6 +129,18 @@ files name it after #include <orb.idl>, whose header is the broker's orb.h)
 CORBA_TypeCode. An interface only forward-declared in the whole file is
 passed and held as CORBA_Object, since its class is never complete there.
 
+Anys: a structure, union, typedef'd sequence or enumeration T has
+operator<<=(CORBA_Any&, const T&) (a copy; an enumeration by value),
+operator<<=(CORBA_Any&, T*) for the first three (which takes and deletes
+the value) and operator>>=(const CORBA_Any&, T*&) (an enumeration: T&),
+which gives a new copy the caller deletes, as the broker's own extraction
+operators give copies; an array typedef A has A_forany (ptr and nocopy)
+and its pair of operators; an interface I has operator>>=(const CORBA_Any&,
+I*&) (a narrowed duplicate), while insertion is CORBA_Object's. The value
+goes through its stream operators into a CDR block with the static
+TypeCode (anyidl.h); extraction is false unless the Any's TypeCode equals
+it.
+
 Constants are emitted as constexpr values. Contexts, long long, long
 double, wide characters and strings, fixed and value types are refused with
 an error at their declaration.

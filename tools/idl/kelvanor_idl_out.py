@@ -35,6 +35,45 @@ def tc_of(item):
         return item.decl.identifier()
     return None
 
+def any_ops(item):
+    """Any insertion and extraction of item's type, as (declaration, body)
+    pairs; "{ns}" in a declaration stands for the operator's namespace.
+    Extraction gives the caller a copy, as the broker's own operators do.
+    Aliases share the operators of what they name; exceptions have none."""
+    if not tc_of(item) or item.kind in ("alias", "exception"):
+        return []
+    q = item.q
+    tc = tc_name(item.decl.scopedName())
+    if item.kind in ("struct", "union", "seq"):
+        return [("void {ns}operator<<=(CORBA_Any& a, const %s& v)" % q,
+                 "ZEBanyInsertValue(a, %s, v);" % tc),
+                ("void {ns}operator<<=(CORBA_Any& a, %s* v)" % q,
+                 "std::unique_ptr<%s> owned(v);\n    ZEBanyInsertValue(a, %s, *owned);" % (q, tc)),
+                ("CORBA::Boolean {ns}operator>>=(const CORBA_Any& a, %s*& v)" % q,
+                 "return ZEBanyExtractNew(a, %s, v);" % tc)]
+    if item.kind == "enum":
+        return [("void {ns}operator<<=(CORBA_Any& a, %s v)" % q,
+                 "ZEBanyInsertValue(a, %s, v);" % tc),
+                ("CORBA::Boolean {ns}operator>>=(const CORBA_Any& a, %s& v)" % q,
+                 "return ZEBanyExtractValue(a, %s, v);" % tc)]
+    if item.kind == "interface":
+        # Insertion is CORBA_Object's, which the reference converts to.
+        return [("CORBA::Boolean {ns}operator>>=(const CORBA_Any& a, %s*& v)" % q,
+                 "return ZEBanyExtractObject(a, v);")]
+    if item.kind == "array":
+        return [("void {ns}operator<<=(CORBA_Any& a, const %s_forany& v)" % q,
+                 "ZEBanyInsert(a, %s, [&v](TBostream& strm) {\n"
+                 "        ZEBputArray(strm, *reinterpret_cast<const %s*>(v.ptr));\n    });\n"
+                 "    if (v.nocopy) %s_free(v.ptr);" % (tc, q, q)),
+                ("CORBA::Boolean {ns}operator>>=(const CORBA_Any& a, %s_forany& v)" % q,
+                 "std::unique_ptr<%s_slice[]> r(%s_alloc());\n"
+                 "    if (!ZEBanyExtract(a, %s, [&r](TBistream& strm) {\n"
+                 "            ZEBgetArray(strm, *reinterpret_cast<%s*>(r.get()));\n"
+                 "        }))\n        return 0;\n"
+                 "    v = %s_forany(r.release());\n    return 1;" % (q, q, tc, q, q))]
+    return []
+
+
 class Writer:
     def __init__(self):
         self.lines = []
@@ -133,6 +172,10 @@ class HeaderWriter:
 
     def item(self, item, deferred, in_class):
         getattr(self, "item_" + item.kind)(item, deferred, in_class)
+        ops = any_ops(item)
+        if ops:
+            deferred.append("// Any: insertion copies (or takes a pointer); extraction copies.")
+            deferred.extend(decl.format(ns="") + ";" for decl, _ in ops)
         ident = tc_of(item)
         if ident:
             decl = "%s CORBA_TypeCode* const _tc_%s;" % ("static" if in_class else "extern", ident)
@@ -157,6 +200,14 @@ class HeaderWriter:
         w("}")
         w("%s void %s_free(%s_slice* s) { delete[] s; }" % (fn, u, u))
         w("typedef ZEBArrayVar<%s_slice> %s_var;" % (u, u))
+        if item.named:
+            w("// An array for Any insertion, which frees it afterwards if nocopy is set.")
+            w("struct %s_forany {" % u)
+            w("    %s_forany(%s_slice* s = nullptr, CORBA::Boolean n = 0) : ptr(s), nocopy(n) {}"
+              % (u, u))
+            w("    %s_slice* ptr;" % u)
+            w("    CORBA::Boolean nocopy;")
+            w("};")
         w()
 
     def item_union(self, item, deferred, in_class):
@@ -409,6 +460,7 @@ class SourceWriter:
         w()
         w("#include <ostream>")
         w()
+        w("#include <kelvanor/anyidl.h>")
         w("#include <kelvanor/mstrm.h>")
         w()
         for item in self.gen.items:
@@ -423,6 +475,11 @@ class SourceWriter:
             f(item)
         if tc_of(item):
             self.typecode(item)
+        for decl, body in any_ops(item):
+            self.w(decl.format(ns=item.ns()) + " {")
+            self.w("    " + body)
+            self.w("}")
+            self.w()
 
     # ------------------------------------------------------------ TypeCodes
 

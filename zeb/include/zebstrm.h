@@ -508,9 +508,9 @@ private:
     // the broker's own when the option is given.
     void putStdTypeCode(CORBA_TypeCode* tc);
     void getStdTypeCode(CORBA_TypeCode*& tc);
-    // After the kind: the encapsulation and the parameters in it. The
-    // caller releases the result.
-    CORBA_TypeCode* readEncapsulatedTypeCode(CORBA::ULong kind);
+    // After the kind and the length: the encapsulation of that length and
+    // the parameters in it. The caller releases the result.
+    CORBA_TypeCode* readEncapsulatedTypeCode(CORBA::ULong kind, CORBA::ULong length);
     // Empty the TypeCode tables and zero their counts.
     void emptyInTypeCodes();
     void emptyOutTypeCodes();

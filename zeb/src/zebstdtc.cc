@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "except.h"
 #include "typecode.h"
@@ -35,6 +36,63 @@ bool encapsulated(CORBA::ULong kind) {
 
 [[noreturn]] void malformed() { throw CORBA_MARSHAL(0, CORBA::COMPLETED_NO); }
 
+// The encapsulations of the last few top-level TypeCodes read and written.
+// A top-level encapsulation holds the whole TypeCode (offsets resolve within
+// it, and nothing in it needs more than 4-byte alignment, which it starts
+// at), and a TypeCode never changes: equal bytes read give an equal
+// TypeCode, and one object written gives the same bytes. A stream that meets
+// a type again, as an Any of the same type in every request does, takes it
+// from here instead of building or walking the TypeCode once more.
+class EncapsulationCache {
+public:
+    static constexpr int kEntries = 8;
+    static constexpr std::size_t kMaxBytes = 4096;  // longer ones are not kept
+
+    EncapsulationCache() = default;
+    EncapsulationCache(const EncapsulationCache&) = delete;
+    EncapsulationCache& operator=(const EncapsulationCache&) = delete;
+    ~EncapsulationCache() {
+        for (Entry& e : _entries) CORBA::release(e.tc);
+    }
+
+    // The TypeCode read before from these bytes, not counted; or null.
+    CORBA_TypeCode* typeCodeOf(CORBA::ULong kind, const char* p, std::size_t n) const {
+        for (const Entry& e : _entries)
+            if (e.tc && e.kind == kind && e.bytes.size() == n &&
+                std::memcmp(e.bytes.data(), p, n) == 0)
+                return e.tc;
+        return nullptr;
+    }
+    // The bytes written before for tc, or null.
+    const std::string* bytesOf(CORBA_TypeCode* tc) const {
+        for (const Entry& e : _entries)
+            if (e.tc == tc) return &e.bytes;
+        return nullptr;
+    }
+    // Keeps tc (duplicated) with its bytes in place of the oldest entry.
+    void keep(CORBA_TypeCode* tc, const char* p, std::size_t n) {
+        if (n > kMaxBytes) return;
+        Entry& e = _entries[_next];
+        _next = (_next + 1) % kEntries;
+        CORBA::release(e.tc);
+        e.tc = CORBA_TypeCode::_duplicate(tc);
+        e.kind = tc->kind();
+        e.bytes.assign(p, n);
+    }
+
+private:
+    struct Entry {
+        CORBA_TypeCode* tc = nullptr;  // counted
+        CORBA::ULong kind = 0;
+        std::string bytes;  // the encapsulation, after its length
+    };
+    Entry _entries[kEntries];
+    int _next = 0;
+};
+
+// One process-wide pair: the process has one thread.
+EncapsulationCache readCache, writtenCache;
+
 }  // namespace
 
 void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
@@ -57,6 +115,11 @@ void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
         tc->_writeParams(*this);
         return;
     }
+    if (const std::string* cached = _tcDepth == 0 ? writtenCache.bytesOf(tc) : nullptr) {
+        writeWire(static_cast<uint32_t>(cached->size()));
+        writeRaw(cached->data(), cached->size());
+        return;
+    }
     _stdOutTcs->add(tc, here);
     writeWire(uint32_t(0));  // the length, filled in below
     // An index, not a pointer: the block may move as it grows.
@@ -69,6 +132,7 @@ void ZEBIIOPstream::putStdTypeCode(CORBA_TypeCode* tc) {
     const uint32_t length =
         static_cast<uint32_t>(static_cast<std::size_t>(_out->writeCount()) - lengthAt - 4);
     std::memcpy(_out->write_base + lengthAt, &length, sizeof length);
+    if (_tcDepth == 0) writtenCache.keep(tc, _out->write_base + lengthAt + 4, length);
 }
 
 void ZEBIIOPstream::getStdTypeCode(CORBA_TypeCode*& tc) {
@@ -90,16 +154,30 @@ void ZEBIIOPstream::getStdTypeCode(CORBA_TypeCode*& tc) {
         tc = CORBA_TypeCode::_read(*this, kind);
         return;
     }
+    const CORBA::ULong length = readWire<uint32_t>();
+    if (length == 0 || length > msgLeft()) malformed();
+    // A top-level encapsulation already buffered whole may be one seen
+    // before. Its bytes stay where they are while it is read: the reading
+    // stays within them, so nothing is fetched that could move them.
+    const bool cacheable = _stdInDepth == 0 && length <= inFast();
+    const char* const bytes = _in.read_ptr;
+    if (cacheable) {
+        if (CORBA_TypeCode* seen = readCache.typeCodeOf(kind, bytes, length)) {
+            advanceIn(length);
+            tc = CORBA_TypeCode::_duplicate(seen);
+            _stdInTcs->add(tc, start);
+            return;
+        }
+    }
     {
         Nesting nest(_stdInDepth);
-        tc = readEncapsulatedTypeCode(kind);
+        tc = readEncapsulatedTypeCode(kind, length);
     }
+    if (cacheable) readCache.keep(tc, bytes, length);
     _stdInTcs->add(tc, start);
 }
 
-CORBA_TypeCode* ZEBIIOPstream::readEncapsulatedTypeCode(CORBA::ULong kind) {
-    const CORBA::ULong length = readWire<uint32_t>();
-    if (length == 0 || length > msgLeft()) malformed();
+CORBA_TypeCode* ZEBIIOPstream::readEncapsulatedTypeCode(CORBA::ULong kind, CORBA::ULong length) {
     // The parameters may not read past the encapsulation, and follow its
     // own byte order; both are the enclosing data's again afterwards.
     const CORBA::ULong outerLeft = msgLeft() - length;

@@ -1,0 +1,96 @@
+// The Interface Repository's classes through generated stubs, against
+// ir_server's fixed description of Demo::Echo, and from omniORB's own
+// repository classes.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "echo.h"
+#include "ir.h"
+#include "orb.h"
+#include "orb_loopback.h"
+#include "../orb/echo_child.h"
+
+namespace {
+
+class IrRemote : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server.ready()) << "ir_server gave no reference: " << server.output();
+        CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(server.ior.c_str()));
+        repo = CORBA_Repository::_narrow(obj);
+        ASSERT_NE(repo.in(), nullptr);
+    }
+    ktest::EchoChild server{{KELVANOR_IR_SERVER_BINARY, "-OAipaddr", "127.0.0.1"}};
+    CORBA_Repository_var repo;
+};
+
+// The native record an Any of tc holds, or null.
+template <class T>
+const T* native(const CORBA_Any& a, CORBA_TypeCode* tc) {
+    return a.type()->equal(tc) ? static_cast<const T*>(a.value()) : nullptr;
+}
+
+// What omni_ir_client below does not ask: descriptions, whose Anys hold
+// the native records, and the TypeCodes of the full description.
+TEST_F(IrRemote, DescribesEchoWithTheGeneratedTypeCodes) {
+    CORBA_Contained_var found(repo->lookup_id("IDL:Demo/Echo:1.0"));
+    CORBA_InterfaceDef_var echo(CORBA_InterfaceDef::_narrow(found));
+    ASSERT_NE(echo.in(), nullptr);
+    CORBA_Contained::Description_var d(echo->describe());
+    EXPECT_EQ(d->kind, CORBA::dk_Interface);
+    const CORBA_InterfaceDescription* desc =
+        native<CORBA_InterfaceDescription>(d->value, CORBA::_tc_InterfaceDescription);
+    ASSERT_NE(desc, nullptr) << d->value;
+    EXPECT_STREQ(desc->defined_in, "IDL:Demo:1.0");
+    CORBA_ContainedSeq_var ops(echo->contents(CORBA::dk_Operation, 0));
+    ASSERT_EQ(ops->length(), 3u);
+    CORBA_Contained::Description_var say((*ops)[0]->describe());
+    const CORBA_OperationDescription* op =
+        native<CORBA_OperationDescription>(say->value, CORBA::_tc_OperationDescription);
+    ASSERT_NE(op, nullptr);
+    EXPECT_STREQ(op->id, "IDL:Demo/Echo/say:1.0");
+
+    CORBA_InterfaceDef::FullInterfaceDescription_var full(echo->describe_interface());
+    EXPECT_STREQ(full->type->id(), Demo::_tc_Echo->id());
+    EXPECT_TRUE(full->type->equal(Demo::_tc_Echo));
+    const struct {
+        CORBA_TypeCode* result;
+        CORBA::OperationMode mode;
+        CORBA::ULong params;
+    } expected[] = {{CORBA::_tc_string, CORBA::OP_NORMAL, 1},
+                    {CORBA::_tc_long, CORBA::OP_NORMAL, 0},
+                    {CORBA::_tc_void, CORBA::OP_ONEWAY, 1}};
+    ASSERT_EQ(full->operations.length(), 3u);
+    for (CORBA::ULong i = 0; i < 3; ++i) {
+        const CORBA_OperationDescription& o = full->operations[i];
+        SCOPED_TRACE(o.name.in());
+        EXPECT_TRUE(o.result->equal(expected[i].result));
+        EXPECT_EQ(o.mode, expected[i].mode);
+        ASSERT_EQ(o.parameters.length(), expected[i].params);
+        if (o.parameters.length() == 1) {
+            EXPECT_TRUE(o.parameters[0].type->equal(CORBA::_tc_string));
+        }
+    }
+    // Changes are refused, and the server serves on.
+    EXPECT_THROW(echo->name("Other"), CORBA_NO_IMPLEMENT);
+    EXPECT_TRUE(server.running());
+}
+
+TEST(IrOmniorb, OmniClientLooksUpAndLists) {
+    if (!ktest::runnable(KELVANOR_OMNI_IR_CLIENT_BINARY)) GTEST_SKIP() << "omniORB not built";
+    ktest::EchoChild server({KELVANOR_IR_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
+    ASSERT_TRUE(server.ready()) << server.output();
+    ktest::Outcome r = ktest::run({KELVANOR_OMNI_IR_CLIENT_BINARY, server.ior});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string echo = "5 Echo IDL:Demo/Echo:1.0";
+    EXPECT_EQ(r.out, "repository: 17\n"
+                     "lookup_id: " + echo + "\n"
+                     "unknown id: nil\n"
+                     "contents: " + echo + ";\n"
+                     "operations: 7 say IDL:Demo/Echo/say:1.0; 7 pid IDL:Demo/Echo/pid:1.0;"
+                     " 7 note IDL:Demo/Echo/note:1.0;\n");
+    EXPECT_TRUE(server.running());
+}
+
+}  // namespace
