@@ -26,7 +26,7 @@ public:
         BAD_FD = -995,
         NO_OBJECT = -994,      // a whole message held no object
         SYSCALL_FAILED = -993, // also a length word above kMaxMessage
-        NO_DATA = -992,
+        NOTHING_TO_READ = -992,
         QUEUED = -991,
         QUEUE_FULL = -990,
         NOTHING_TO_FLUSH = -989,

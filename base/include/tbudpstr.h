@@ -28,7 +28,7 @@ public:
         DECRYPT_COPY_FAILED = -991,
         BAD_MESSAGE = -990,  // length mismatch, short write, or no object
         SYSCALL_FAILED = -989,
-        NO_DATA = -988
+        NOTHING_TO_READ = -988
     };
     // The receive size: a longer datagram arrives cut and is refused.
     static constexpr int kPacketSize = 8192;

@@ -421,7 +421,7 @@ int DSUser::inputReady(int) {
     int status = 0;
     TBTransObject* obj = _stream.receive(status, nullptr);
     // Nothing to read: another round read the socket dry first.
-    if (status == TBudpstream::NO_DATA) return 0;
+    if (status == TBudpstream::NOTHING_TO_READ) return 0;
     if (status != TBudpstream::OK) {
         delete obj;
         reconnect();

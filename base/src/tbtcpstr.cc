@@ -369,7 +369,7 @@ int TBtcpstream::readSome(int want, const char* brokenText, const char* readText
             if (errno == EINTR) continue;
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 if (!_reading && _held == 0 && _expected < 0)
-                    return fail(NO_DATA, "TBtcpstream::receive: No data to read", false);
+                    return fail(NOTHING_TO_READ, "TBtcpstream::receive: No data to read", false);
                 _reading = 1;
                 return _status = PARTIAL_READ;
             }

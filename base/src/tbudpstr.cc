@@ -330,7 +330,7 @@ int TBudpstream::_readIntoBuffer(sockaddr_in* from) {
     } while (r < 0 && errno == EINTR);
     if (r < 0) {
         if (errno == EAGAIN || errno == EWOULDBLOCK)
-            return fail(NO_DATA, "TBudpstream::receive No data available to read", false);
+            return fail(NOTHING_TO_READ, "TBudpstream::receive No data available to read", false);
         if (errno == ECONNREFUSED) return fail(REFUSED, "TBudpstream::receive: Connection broken", true);
         return fail(SYSCALL_FAILED, "TBudpstream::receive: recvfrom", true);
     }
@@ -339,12 +339,12 @@ int TBudpstream::_readIntoBuffer(sockaddr_in* from) {
     // no longer matches.
     if (r < 4 || getLength(_inBuf->read_base) != r)
         return fail(BAD_MESSAGE, "TBudpstream::receive: Object length mismatch", false);
-    _inBuf->read_ptr += 4;
-    if (int rc = _crypt.decrypt(_inBuf)) {
-        _in->attach(_inBuf);
-        return _status = (rc == 1 ? CRYPT_FAILED : DECRYPT_COPY_FAILED);
-    }
+    // The scrambler sees the whole body: the read position still stands on
+    // the length word, so its data length is not 4 bytes short.
+    const int rc = _crypt.decrypt(_inBuf);
     _in->attach(_inBuf);
+    if (rc) return _status = (rc == 1 ? CRYPT_FAILED : DECRYPT_COPY_FAILED);
+    _inBuf->read_ptr += 4;
     return OK;
 }
 
