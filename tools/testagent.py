@@ -235,6 +235,8 @@ def names_of(o, out):
     if isinstance(o, dict):
         if o.get("cls") == "DSName":
             out.append(o["name"])
+        elif o.get("cls") == "DSLogin":
+            out.append(o["login"])
         for v in o.values():
             names_of(v, out)
     elif isinstance(o, list):
@@ -266,10 +268,16 @@ class Agent:
         self.tcp.bind((a.addr, a.tcp_port))
         self.tcp.listen(16)
         self.tcp_port = self.tcp.getsockname()[1]
+        for spec in a.provider:
+            name, svc = spec.rsplit(":", 1)
+            self.providers.append((None, {
+                "cls": "DSProvider", "proto": 0, "admin": 0,
+                "name": {"cls": "DSName", "name": name, "arg": 1, "svc": int(svc), "argument": None},
+                "address": addr(a.addr, 1), "client": addr(a.addr, 0),
+                "agent": addr(a.addr, a.agent_port)}))
 
     def udp(self, host, port):
         s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         s.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
         s.bind((host, port))
         return s
@@ -310,11 +318,13 @@ class Agent:
                 "rtype": 5, "reqnum": msg["num"], "status": 0}
 
     def agent_message(self, o, peer, sock):
+        # A socket bound to the broadcast address cannot send: the session
+        # socket answers for it.
+        out = self.session if self.a.bcast else sock
         if o["type"] == 6 and sock is self.agentsock:
-            self.send(self.session, self.areply(o, addr(self.a.addr, self.a.session_port)), peer)
+            self.send(out, self.areply(o, addr(self.a.addr, self.a.session_port)), peer)
         elif o["type"] == 9:
-            self.send(self.session if sock is self.agentsock else sock,
-                      self.areply(o, addr(self.a.addr, self.tcp_port)), peer)
+            self.send(out, self.areply(o, addr(self.a.addr, self.tcp_port)), peer)
 
     def matching(self, name):
         for _, p in self.providers:
@@ -500,6 +510,7 @@ def main():
     p.add_argument("--session-port", type=int, default=0)
     p.add_argument("--tcp-port", type=int, default=0)
     p.add_argument("--peer", action="append", default=[], help="another agent, host:port")
+    p.add_argument("--provider", action="append", default=[], help="a provider held from the start, name:type")
     p.add_argument("--first-number", type=int, default=1)
     p.add_argument("--login-status", type=int, default=0, choices=[0, -98, -96, -100])
     p.add_argument("--bcast", action="store_true")

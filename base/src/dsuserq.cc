@@ -21,6 +21,10 @@ namespace {
 
 constexpr int kHandlerTries = 3;
 
+// Callers pass names from their stack: a request holds a copy, as it
+// counts what it holds.
+DSName* copyOf(const DSName* name) { return name ? new DSName(*name) : nullptr; }
+
 // Elements of a received collection, copied into a new set of the caller.
 DSSet* copyElements(DSResource* result) {
     DSCollection* c = dynamic_cast<DSCollection*>(result);
@@ -43,7 +47,7 @@ DSProvider* DSUser::getProvider(DSName* name, int& status, long seconds) {
         status = STATUS_BUSY;
         return nullptr;
     }
-    DSRequest* req = new DSRequest(DSRequest::GET_PROVIDER, name, nullptr);
+    DSRequest* req = new DSRequest(DSRequest::GET_PROVIDER, copyOf(name), nullptr);
     TBResource::ref(req);
     status = sendAndWaitForReply(req, _queryRtt, seconds);
     TBResource::unref(req);
@@ -73,7 +77,7 @@ int DSUser::trigger(DSName* name, DSTriggerHandler& handler) {
         TBResource::unref(w);
         return 0;  // this handler waits already
     }
-    DSRequest* req = new DSRequest(DSRequest::TRIGGER, name, nullptr);
+    DSRequest* req = new DSRequest(DSRequest::TRIGGER, copyOf(name), nullptr);
     TBResource::ref(req);
     int rc = sendAndWaitForReply(req, _queryRtt, 0);
     TBResource::unref(req);
@@ -112,7 +116,7 @@ int DSUser::removeTrigger(DSName* name, const DSTriggerHandler& handler) {
     if (handlers->isEmpty()) _triggers.removeKey(*name);
     if (_state < STATE_LOGGED_IN) return STATUS_NOT_LOGGED_IN;
     if (_waitState) return STATUS_BUSY;
-    return request(DSRequest::REMOVE_TRIGGER, name, _removeRtt, 0);
+    return request(DSRequest::REMOVE_TRIGGER, copyOf(name), _removeRtt, 0);
 }
 
 int DSUser::registerProvider(DSProvider* provider) {
@@ -225,7 +229,7 @@ DSSet* DSUser::collect(int requestType, DSName* name, int& status, const DSAddr&
     TBtcpstream tcp(1024, 50);
     if (tcp.connect(handler->address(), handler->port()) != TBtcpstream::OK) return nullptr;
     tcp.blocking(1);
-    DSRequest* req = new DSRequest(requestType, name, nullptr);
+    DSRequest* req = new DSRequest(requestType, copyOf(name), nullptr);
     TBResource::ref(req);
     int rc = tcp.send(*req, 10);
     TBResource::unref(req);
