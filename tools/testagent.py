@@ -455,6 +455,8 @@ class Agent:
 
     def command(self, line):
         words = line.split()
+        if self.log:
+            self.log.write("%d cmd %s\n" % (int((time.time() - self.start) * 1000), " ".join(words)))
         if words[:1] == ["ask"] and len(words) == 3:
             for peer, c in self.clients.items():
                 if str(c["pid"]) == words[1]:

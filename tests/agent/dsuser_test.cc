@@ -111,8 +111,7 @@ TEST_F(Session, ADroppedRequestGoesAgainUnchangedAfterThreeSeconds) {
     DSProvider* p = provider("Late");
     ASSERT_EQ(user->registerProvider(p), 0);
     agent.command("drop 3 1");
-    ASSERT_TRUE(agent.waitFor({}, 500));
-    usleep(200000);
+    ASSERT_TRUE(agent.waitFor({"cmd drop"}, 2000));
     int st = -1;
     std::unique_ptr<DSProvider> found(user->getProvider(const_cast<DSName*>(&p->name()), st, 0));
     EXPECT_NE(found, nullptr);
