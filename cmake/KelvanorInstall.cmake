@@ -9,8 +9,7 @@ include(CMakePackageConfigHelpers)
 set(KELVANOR_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Kelvanor)
 set(KELVANOR_DATA_DIR ${CMAKE_INSTALL_DATADIR}/kelvanor)
 
-# The programs. dsquery, the directory agent's query tool, joins them (with
-# tools/dsquery.1) as soon as tools/CMakeLists.txt builds it.
+# The programs, dsquery (the directory agent's query tool) among them.
 set(programs vex vexctl)
 foreach(optional iordump dsquery)
   if(TARGET ${optional})

@@ -36,6 +36,16 @@ TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     for (int i = 0; i < 5; ++i) EXPECT_NE(regs[i].find(rows[i]), std::string::npos) << regs[i];
     EXPECT_EQ(agent.lines({"names=echo_server"}).size(), 1u);  // the login's name
 
+    const std::string query = sibling(server, "dsquery");
+    auto one = ktest::run(std::vector<std::string>{query, "provider", "Demo::Echo_echo"});
+    EXPECT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(one.out.find("Demo::Echo_echo 4 127.0.0.1:"), 0u) << one.out;
+    auto all = ktest::run(std::vector<std::string>{query, "providers", "--all"});
+    EXPECT_EQ(all.status, 0) << all.err;
+    EXPECT_NE(all.out.find("127.0.0.1_Demo::Echo_echo 4"), std::string::npos) << all.out;
+    auto none = ktest::run(std::vector<std::string>{query, "provider", "Nothing", "--wait", "2"});
+    EXPECT_EQ(none.status, 4);
+
     const std::string client = sibling(server, "echo_client");
     auto said = ktest::run(std::vector<std::string>{client, "--agent", "--name", "echo", "hi"});
     EXPECT_EQ(said.status, 0) << said.err;
