@@ -163,3 +163,19 @@ TEST(DSUser, FailsOverToTheNextAgentOfTheList) {
     TBResource::unref(p);
     user->close();
 }
+
+TEST(DSUser, BroadcastsOnlyAfterTheListFailed) {
+    KTEST_IN_NETNS();
+    std::string why;
+    if (!ktest::addVethPair(why)) GTEST_SKIP() << why;
+    ktest::TestAgent agent;  // its agent port takes only datagrams to 10.99.0.255
+    ASSERT_TRUE(agent.start("127.0.0.1", 14000, 15001, {"--bcast"})) << agent.error();
+    setenv("TOLAGENT_ADDR", "127.0.0.3", 1);
+    testing::internal::CaptureStdout();
+    DSUser* user = DSUser::open("bcast", "", 14000);
+    const std::string said = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(user->state(), DSUser::STATE_LOGGED_IN);
+    EXPECT_NE(said.find("Will try to locate using broadcast."), std::string::npos) << said;
+    EXPECT_EQ(user->agentAddr().port(), 15001);
+    user->close();
+}
