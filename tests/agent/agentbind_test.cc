@@ -3,6 +3,8 @@
 // dead server is reported to the agent port.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <string>
 
 #include "netns.h"
@@ -55,4 +57,23 @@ TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     auto gone = ktest::run(std::vector<std::string>{client, "--agent", "--name", "echo", "hi"});
     EXPECT_NE(gone.status, 0);
     EXPECT_FALSE(agent.lines({"in-agent DSAMessage type=7", "Demo::Echo_echo"}).empty());
+}
+
+TEST(AgentBind, TheDaemonKeepsTheNullClient) {
+    KTEST_IN_NETNS();
+    ktest::TestAgent agent;
+    ASSERT_TRUE(agent.start("127.0.0.1", 14000, 15001)) << agent.error();
+    ktest::TempDir dir;
+    ktest::Process vex;
+    ktest::Process::Options o;
+    o.argv = {KELVANOR_VEX_BINARY, "-OAipaddr", "127.0.0.1", "-ORBagentport", "14000", "-ORBagentverbose"};
+    o.env = {"KELVANOR_IMPL_PATH=" + dir.path(), "NS_SERVER_ROOT=" + dir.path(), "NS_SERVER_ID=none"};
+    o.cwd = dir.path();
+    ASSERT_TRUE(vex.start(o));
+    ASSERT_TRUE(ktest::pollUntil([&] { return vex.stdoutText().find("naming service") != std::string::npos; },
+                                 std::chrono::seconds(15)))
+        << vex.stdoutText() << vex.stderrText();
+    // Its object was ready before it looked for the naming service.
+    usleep(300000);
+    EXPECT_EQ(agent.log(), "");
 }
