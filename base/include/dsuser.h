@@ -162,6 +162,8 @@ private:
     void linked(int fd);
     int sendRequest(DSRequest& request);
     void releaseReply();
+    // Logged in and no request under way; otherwise false with the status.
+    bool canAsk(int& status) const;
     void keepLastReply(DSReply* reply);
     void startTimer(int seconds);
     int request(int type, DSResource* argument, TBrtt& estimator, long seconds);

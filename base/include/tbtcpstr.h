@@ -76,8 +76,6 @@ public:
     int queued() const { return _queue.count(); }
 
 private:
-    void error(const char* text) const;
-    void syserror(const char* text) const;
     int fail(int status, const char* text, bool sys);
     int encode(TBipcbuf*& buf, const TBTransObject& obj);
     int addToQueue(const TBTransObject& obj, unsigned char priority);

@@ -70,8 +70,6 @@ public:
     int isOpen() const { return _open; }
 
 private:
-    void error(const char* text) const;
-    void syserror(const char* text) const;
     int fail(int status, const char* text, bool sys);
     int _writeIntoBuffer(const TBTransObject& obj);
     int _readIntoBuffer(sockaddr_in* from);

@@ -37,16 +37,16 @@ DSSet* copyElements(DSResource* result) {
 
 }  // namespace
 
+bool DSUser::canAsk(int& status) const {
+    if (_state < STATE_LOGGED_IN) status = STATUS_NOT_LOGGED_IN;
+    else if (_waitState) status = STATUS_BUSY;
+    else return true;
+    return false;
+}
+
 DSProvider* DSUser::getProvider(DSName* name, int& status, long seconds) {
     if (_state < STATE_CONNECTED) reconnect();
-    if (_state < STATE_LOGGED_IN) {
-        status = STATUS_NOT_LOGGED_IN;
-        return nullptr;
-    }
-    if (_waitState) {
-        status = STATUS_BUSY;
-        return nullptr;
-    }
+    if (!canAsk(status)) return nullptr;
     DSRequest* req = new DSRequest(DSRequest::GET_PROVIDER, copyOf(name), nullptr);
     TBResource::ref(req);
     status = sendAndWaitForReply(req, _queryRtt, seconds);
@@ -164,14 +164,7 @@ void DSUser::markSuspect(const DSProvider& provider) {
 DSSet* DSUser::allAgentAddresses(int& status) { return _allAgentAddresses(status); }
 
 DSSet* DSUser::_allAgentAddresses(int& status) {
-    if (_state < STATE_LOGGED_IN) {
-        status = STATUS_NOT_LOGGED_IN;
-        return nullptr;
-    }
-    if (_waitState) {
-        status = STATUS_BUSY;
-        return nullptr;
-    }
+    if (!canAsk(status)) return nullptr;
     DSRequest* req = new DSRequest(DSRequest::ALL_AGENTS, nullptr, nullptr);
     TBResource::ref(req);
     status = sendAndWaitForReply(req, _queryRtt, 0);
@@ -282,27 +275,13 @@ DSSet* DSUser::_allProviders(DSName* name, int& status) { return walk(DSRequest:
 DSSet* DSUser::_allNames(int& status) { return walk(DSRequest::ALL_NAMES, nullptr, status); }
 
 DSSet* DSUser::allProviders(DSName* name, int& status, int allAgents) {
-    if (_state < STATE_LOGGED_IN) {
-        status = STATUS_NOT_LOGGED_IN;
-        return nullptr;
-    }
-    if (_waitState) {
-        status = STATUS_BUSY;
-        return nullptr;
-    }
+    if (!canAsk(status)) return nullptr;
     if (allAgents) return _allProviders(name, status);
     return _allProvidersRemote(name, status, DSAddr(_agentPort, _agentAddr.address()));
 }
 
 DSSet* DSUser::allNames(int& status, int allAgents) {
-    if (_state < STATE_LOGGED_IN) {
-        status = STATUS_NOT_LOGGED_IN;
-        return nullptr;
-    }
-    if (_waitState) {
-        status = STATUS_BUSY;
-        return nullptr;
-    }
+    if (!canAsk(status)) return nullptr;
     if (allAgents) return _allNames(status);
     return _allNamesRemote(status, DSAddr(_agentPort, _agentAddr.address()));
 }

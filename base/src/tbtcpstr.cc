@@ -19,31 +19,15 @@
 
 #include "dsaddr.h"
 #include "tbipcstr.h"
+#include "tbsock.h"
 #include "tbtinfo.h"
 
 namespace {
 
 constexpr int kQueueStart = 16;
 
-int setNonBlocking(int fd, bool on) {
-    int flags = fcntl(fd, F_GETFL, 0);
-    if (flags < 0) return -1;
-    flags = on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
-    return fcntl(fd, F_SETFL, flags);
-}
-
 bool brokenErrno(int e) {
     return e == ENETDOWN || e == ENETRESET || e == ENOTCONN || e == ECONNABORTED || e == ECONNRESET;
-}
-
-int getLength(const char* p) {
-    const unsigned char* u = reinterpret_cast<const unsigned char*>(p);
-    return static_cast<int>((unsigned(u[0]) << 24) | (unsigned(u[1]) << 16) | (unsigned(u[2]) << 8) | u[3]);
-}
-
-void putLength(char* p, int n) {
-    unsigned v = static_cast<unsigned>(n);
-    for (int i = 0; i < 4; ++i) p[i] = static_cast<char>(v >> (24 - 8 * i));
 }
 
 }  // namespace
@@ -84,19 +68,8 @@ void TBtcpstream::useStream(TBipcstream& in, TBipcstream& out) {
     _out->attach(_outBuf);
 }
 
-void TBtcpstream::error(const char* text) const {
-    if (!_report) return;
-    std::cerr << "\n" << text << "\n";
-    std::cerr.flush();
-}
-
-void TBtcpstream::syserror(const char* text) const {
-    if (_report) std::perror(text);
-}
-
 int TBtcpstream::fail(int status, const char* text, bool sys) {
-    if (sys) syserror(text);
-    else error(text);
+    tbsock::report(_report, text, sys);
     _status = status;
     return status;
 }
@@ -109,7 +82,7 @@ void TBtcpstream::setOptions(bool keepAlive) {
     }
     linger l{0, 0};
     if (setsockopt(_fd, SOL_SOCKET, SO_LINGER, &l, sizeof l) < 0)
-        syserror("TBtcpstream: setsockopt-linger");  // changes nothing
+        tbsock::report(_report, "TBtcpstream: setsockopt-linger", true);  // changes nothing
 }
 
 int TBtcpstream::listen(int port, const char* host) {
@@ -135,14 +108,14 @@ int TBtcpstream::listen(int port, const char* host) {
     }
     _fd = fd;
     _open = 1;
-    if (!_blocking && setNonBlocking(fd, true) < 0)
+    if (!_blocking && tbsock::setNonBlocking(fd, true) < 0)
         return fail(SYSCALL_FAILED, "TBtcpstream::listen: fcntl", true);
     if (port == 0) {
         socklen_t len = sizeof sin;
         if (getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len) == 0) port = ntohs(sin.sin_port);
     }
     _port = port;
-    if (gethostname(_host, 100) < 0) syserror("TBtcpstream::listen: Error gethostname");
+    if (gethostname(_host, 100) < 0) tbsock::report(_report, "TBtcpstream::listen: Error gethostname", true);
     _host[100] = '\0';
     _status = OK;
     setOptions(false);
@@ -151,16 +124,9 @@ int TBtcpstream::listen(int port, const char* host) {
 
 int TBtcpstream::connect(const char* host, int port) {
     if (_open) return fail(IN_USE, "TBtcpstream::connect: File in use", false);
-    unsigned address = host ? inet_addr(host) : INADDR_NONE;
-    if (address == INADDR_NONE) {
-        hostent* h = host ? gethostbyname(host) : nullptr;
-        if (!h || h->h_addrtype != AF_INET || h->h_length != 4 || !h->h_addr_list[0]) {
-            char text[160];
-            std::snprintf(text, sizeof text, "TBtcpstream::connect: No host (%s)", host ? host : "");
-            return fail(NO_HOST, text, false);
-        }
-        std::memcpy(&address, h->h_addr_list[0], 4);
-    }
+    unsigned address;
+    if (!tbsock::resolve(host, address))
+        return fail(NO_HOST, tbsock::noHost("TBtcpstream::connect", host).c_str(), false);
     int rc = connect(address, port);
     if (rc == OK || _open) {
         std::strncpy(_host, host, 100);
@@ -190,7 +156,7 @@ int TBtcpstream::connect(unsigned address, int port) {
     _fd = fd;
     _open = 1;
     _port = port;
-    if (!_blocking && setNonBlocking(fd, true) < 0)
+    if (!_blocking && tbsock::setNonBlocking(fd, true) < 0)
         return fail(SYSCALL_FAILED, "TBtcpstream::connect: fcntl", true);
     _status = OK;
     setOptions(true);
@@ -224,7 +190,7 @@ TBtcpstream* TBtcpstream::acceptConnection() {
 int TBtcpstream::attach(int fd) {
     if (_open) return fail(IN_USE, "TBtcpstream::attach: File in use", false);
     if (fd < 0) return fail(BAD_FD, "TBtcpstream::attach: Invalid file", false);
-    if (!_blocking && setNonBlocking(fd, true) < 0)
+    if (!_blocking && tbsock::setNonBlocking(fd, true) < 0)
         return fail(SYSCALL_FAILED, "TBtcpstream::attach: fnctl", true);
     _host[0] = '\0';
     _port = 0;
@@ -256,7 +222,7 @@ void TBtcpstream::blocking(int on) {
     const bool nowBlocking = on && !_blocking;
     _blocking = on;
     if (!_open) return;
-    if (setNonBlocking(_fd, !on) < 0) {
+    if (tbsock::setNonBlocking(_fd, !on) < 0) {
         fail(SYSCALL_FAILED, "TBtcpstream::blocking ", true);
         return;
     }
@@ -280,7 +246,7 @@ int TBtcpstream::encode(TBipcbuf*& buf, const TBTransObject& obj) {
     // A scrambler that works through a second buffer hands back the copy in
     // buf; the hook keeps the old buffer for the next message.
     int rc = _crypt.encrypt(buf);
-    if (rc == 0) putLength(buf->write_base, buf->writeCount());
+    if (rc == 0) tbsock::putLength(buf->write_base, buf->writeCount());
     _out->attach(_outBuf);
     return rc ? (_status = CRYPT_FAILED) : OK;
 }
@@ -387,7 +353,7 @@ int TBtcpstream::readSome(int want, const char* brokenText, const char* readText
 // room for the body at the buffer's start.
 int TBtcpstream::takeLength() {
     _in->attach(_inBuf);
-    _expected = getLength(_inBuf->read_base);
+    _expected = tbsock::getLength(_inBuf->read_base);
     if (_expected < 4) _expected = 4;  // no body: receive finds no object
     if (_expected > kMaxMessage) {
         _expected = -1;

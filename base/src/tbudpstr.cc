@@ -17,20 +17,10 @@
 #include <iostream>
 
 #include "tbipcstr.h"
+#include "tbsock.h"
 #include "tbtinfo.h"
 
 namespace {
-
-// Resolves host like inet_addr, then the resolver; false if neither knows it.
-bool resolve(const char* host, in_addr_t& out) {
-    if (!host) return false;
-    out = inet_addr(host);
-    if (out != INADDR_NONE) return true;
-    hostent* h = gethostbyname(host);
-    if (!h || h->h_addrtype != AF_INET || h->h_length != 4 || !h->h_addr_list[0]) return false;
-    std::memcpy(&out, h->h_addr_list[0], 4);
-    return true;
-}
 
 sockaddr_in inetAddress(in_addr_t address, int port) {
     sockaddr_in sin;
@@ -39,26 +29,6 @@ sockaddr_in inetAddress(in_addr_t address, int port) {
     sin.sin_addr.s_addr = address;
     sin.sin_port = htons(static_cast<uint16_t>(port));
     return sin;
-}
-
-void putLength(char* p, int n) {
-    unsigned v = static_cast<unsigned>(n);
-    p[0] = static_cast<char>(v >> 24);
-    p[1] = static_cast<char>(v >> 16);
-    p[2] = static_cast<char>(v >> 8);
-    p[3] = static_cast<char>(v);
-}
-
-int getLength(const char* p) {
-    const unsigned char* u = reinterpret_cast<const unsigned char*>(p);
-    return static_cast<int>((unsigned(u[0]) << 24) | (unsigned(u[1]) << 16) | (unsigned(u[2]) << 8) | u[3]);
-}
-
-int setNonBlocking(int fd, bool on) {
-    int flags = fcntl(fd, F_GETFL, 0);
-    if (flags < 0) return -1;
-    flags = on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
-    return fcntl(fd, F_SETFL, flags);
 }
 
 }  // namespace
@@ -105,19 +75,8 @@ void TBudpstream::useStream(TBipcstream& in, TBipcstream& out) {
     _out->attach(_outBuf);
 }
 
-void TBudpstream::error(const char* text) const {
-    if (!_report) return;
-    std::cerr << "\n" << text << "\n";
-    std::cerr.flush();
-}
-
-void TBudpstream::syserror(const char* text) const {
-    if (_report) std::perror(text);
-}
-
 int TBudpstream::fail(int status, const char* text, bool sys) {
-    if (sys) syserror(text);
-    else error(text);
+    tbsock::report(_report, text, sys);
     _status = status;
     return status;
 }
@@ -146,7 +105,7 @@ int TBudpstream::bind(int port, const char* host) {
     _port = port;
     _fd = fd;
     _open = 1;
-    if (!_blocking && setNonBlocking(fd, true) < 0)
+    if (!_blocking && tbsock::setNonBlocking(fd, true) < 0)
         return fail(SYSCALL_FAILED, "TBudpstream::listen: fcntl", true);
     _status = OK;
     return OK;
@@ -162,12 +121,9 @@ int TBudpstream::close() {
 }
 
 int TBudpstream::connect(const char* host, int port) {
-    in_addr_t address;
-    if (!resolve(host, address)) {
-        char text[160];
-        std::snprintf(text, sizeof text, "TBudpstream::connect: No host (%s)", host ? host : "");
-        return fail(NO_HOST, text, false);
-    }
+    unsigned address;
+    if (!tbsock::resolve(host, address))
+        return fail(NO_HOST, tbsock::noHost("TBudpstream::connect", host).c_str(), false);
     sockaddr_in sin = inetAddress(address, port);
     return connect(&sin);
 }
@@ -198,7 +154,7 @@ int TBudpstream::_writeIntoBuffer(const TBTransObject& obj) {
     }
     _out->attach(_outBuf);
     start = _outBuf->write_base;
-    putLength(start, _outBuf->writeCount());
+    tbsock::putLength(start, _outBuf->writeCount());
     return OK;
 }
 
@@ -248,12 +204,9 @@ int TBudpstream::send(const sockaddr_in* addr, const TBTransObject& obj) {
 int TBudpstream::send(const char* host, int port, const TBTransObject& obj) {
     if (!_open) return fail(NOT_OPEN, "TBudpstream::send: File not open", false);
     _status = OK;
-    in_addr_t address;
-    if (!resolve(host, address)) {
-        char text[160];
-        std::snprintf(text, sizeof text, "TBudpstream::connect: No host (%s)", host ? host : "");
-        return fail(NO_HOST, text, false);
-    }
+    unsigned address;
+    if (!tbsock::resolve(host, address))
+        return fail(NO_HOST, tbsock::noHost("TBudpstream::connect", host).c_str(), false);
     sockaddr_in sin = inetAddress(address, port);
     return send(&sin, obj);
 }
@@ -291,7 +244,7 @@ int TBudpstream::_broadcast(int port) {
         if (rec.ifr_addr.sa_family != AF_INET) continue;
         ifreq req = rec;
         if (ioctl(fd, SIOCGIFFLAGS, &req) < 0) {
-            error("TBudpstream::broadcast: ioctl error");
+            tbsock::report(_report, "TBudpstream::broadcast: ioctl error", false);
             continue;
         }
         const short flags = req.ifr_flags;
@@ -300,7 +253,7 @@ int TBudpstream::_broadcast(int port) {
         req = rec;
         const unsigned long which = (flags & IFF_POINTOPOINT) ? SIOCGIFDSTADDR : SIOCGIFBRDADDR;
         if (ioctl(fd, which, &req) < 0) {
-            syserror("TBudpstream::broadcast: ioctl");
+            tbsock::report(_report, "TBudpstream::broadcast: ioctl", true);
             continue;
         }
         sockaddr_in to;
@@ -337,7 +290,7 @@ int TBudpstream::_readIntoBuffer(sockaddr_in* from) {
     _inBuf->read_end += r;
     // A datagram longer than the buffer arrives cut, and its length word then
     // no longer matches.
-    if (r < 4 || getLength(_inBuf->read_base) != r)
+    if (r < 4 || tbsock::getLength(_inBuf->read_base) != r)
         return fail(BAD_MESSAGE, "TBudpstream::receive: Object length mismatch", false);
     // The scrambler sees the whole body: the read position still stands on
     // the length word, so its data length is not 4 bytes short.
@@ -372,5 +325,5 @@ TBTransObject* TBudpstream::receive(sockaddr_in* from) {
 
 void TBudpstream::blocking(int on) {
     _blocking = on;
-    if (_open && setNonBlocking(_fd, !on) < 0) fail(SYSCALL_FAILED, "TBudpstream::blocking", true);
+    if (_open && tbsock::setNonBlocking(_fd, !on) < 0) fail(SYSCALL_FAILED, "TBudpstream::blocking", true);
 }
