@@ -66,7 +66,7 @@ install(FILES ${broker_idl} DESTINATION ${KELVANOR_INSTALL_IDL_DIR} COMPONENT de
 
 # The echo example, a project of its own against the installed prefix.
 install(FILES examples/echo/CMakeLists.txt examples/echo/echo.idl
-  examples/echo/echo_server.cc examples/echo/echo_client.cc
+  examples/echo/echo_server.cc examples/echo/echo_client.cc examples/echo/agent_option.h
   DESTINATION ${KELVANOR_DATA_DIR}/examples/echo COMPONENT dev)
 
 # Written at install time from their templates.
