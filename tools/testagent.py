@@ -268,8 +268,8 @@ class Agent:
         self.tcp.bind((a.addr, a.tcp_port))
         self.tcp.listen(16)
         self.tcp_port = self.tcp.getsockname()[1]
-        for spec in a.provider:
-            name, svc = spec.rsplit(":", 1)
+        for text in a.provider:
+            name, svc = text.rsplit(":", 1)
             self.providers.append((None, {
                 "cls": "DSProvider", "proto": 0, "admin": 0,
                 "name": {"cls": "DSName", "name": name, "arg": 1, "svc": int(svc), "argument": None},
