@@ -124,12 +124,35 @@ sockaddr_in inetAddress(const DSAddr& a) {
 
 }  // namespace
 
+DSUser* DSUser::_live = nullptr;
+
 DSUser::DSUser(const char* loginName, const char* thirdName)
     : _agentAddr(0, 0u), _login(new DSLogin(loginName, thirdName)), _providers(16), _triggers(16) {
     TBResource::ref(_login);
 }
 
+// Runs before the destructors of all static objects, as it is registered
+// from main's time: the goodbye needs the message classes' descriptors,
+// which static destruction may already have taken when the broker's table
+// closes its session.
+void DSUser::goodbyeAtExit() {
+    for (DSUser* u = _live; u; u = u->_nextLive) u->goodbye();
+}
+
+void DSUser::goodbye() {
+    if (_state >= STATE_CONNECTED) {
+        Held<DSRequest> bye(new DSRequest(DSRequest::CLOSE, nullptr, nullptr));
+        sendRequest(*bye.get());
+    }
+    _state = STATE_NEW;  // nothing more goes out
+}
+
 DSUser::~DSUser() {
+    for (DSUser** p = &_live; *p; p = &(*p)->_nextLive)
+        if (*p == this) {
+            *p = _nextLive;
+            break;
+        }
     if (_stream.isOpen()) {
         if (_sharedFd >= 0) dpDispatcher::instance()->unlink(_sharedFd);
         _stream.close();
@@ -144,6 +167,10 @@ DSUser::~DSUser() {
 DSUser* DSUser::open(const char* loginName, const char* thirdName, int port) {
     DSinit();
     DSUser* user = new DSUser(loginName, thirdName);
+    static const bool registered = std::atexit(goodbyeAtExit) == 0;
+    (void)registered;
+    user->_nextLive = _live;
+    _live = user;
     if (port == DEFAULT_AGENT_PORT)
         if (const char* env = std::getenv("TOLAGENT_PORT")) port = std::atoi(env);
     user->_agentPort = port;
@@ -158,10 +185,7 @@ DSUser* DSUser::open(const char* loginName, const char* thirdName, int port) {
 }
 
 void DSUser::close() {
-    if (_state >= STATE_CONNECTED) {
-        Held<DSRequest> bye(new DSRequest(DSRequest::CLOSE, nullptr, nullptr));
-        sendRequest(*bye.get());
-    }
+    goodbye();
     delete this;
 }
 

@@ -52,6 +52,8 @@ TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     auto said = ktest::run(std::vector<std::string>{client, "--agent", "--name", "echo", "hi"});
     EXPECT_EQ(said.status, 0) << said.err;
     EXPECT_NE(said.out.find("hi"), std::string::npos);
+    // Each program said goodbye to the agent on its way out.
+    EXPECT_EQ(agent.lines({"in DSRequest type=10"}).size(), 4u);
 
     srv.stop();
     auto gone = ktest::run(std::vector<std::string>{client, "--agent", "--name", "echo", "hi"});
