@@ -10,7 +10,15 @@
 #include <cstring>
 #include <iostream>
 
+#include "tbipcstr.h"
+
 namespace tbsock {
+
+void adopt(TBipcstream*& held, TBipcstream& given, TBipcbuf* buf) {
+    if (held != &given) delete held;
+    held = &given;
+    held->attach(buf);
+}
 
 void putLength(char* p, int n) {
     const unsigned v = static_cast<unsigned>(n);

@@ -5,7 +5,14 @@
 
 #include <string>
 
+class TBipcbuf;
+class TBipcstream;
+
 namespace tbsock {
+
+// A stream handed to a transport replaces (and frees) the one it held, and
+// works on the transport's buffer.
+void adopt(TBipcstream*& held, TBipcstream& given, TBipcbuf* buf);
 
 // The big-endian length word at the start of every message.
 void putLength(char* p, int n);

@@ -60,12 +60,8 @@ TBtcpstream::~TBtcpstream() {
 }
 
 void TBtcpstream::useStream(TBipcstream& in, TBipcstream& out) {
-    if (_in != &in) delete _in;
-    if (_out != &out) delete _out;
-    _in = &in;
-    _out = &out;
-    _in->attach(_inBuf);
-    _out->attach(_outBuf);
+    tbsock::adopt(_in, in, _inBuf);
+    tbsock::adopt(_out, out, _outBuf);
 }
 
 int TBtcpstream::fail(int status, const char* text, bool sys) {
