@@ -180,3 +180,19 @@ TEST(DSUser, BroadcastsOnlyAfterTheListFailed) {
     EXPECT_EQ(user->agentAddr().port(), 15001);
     user->close();
 }
+
+TEST(DSUser, WithoutAnAgentItSaysSoAndKeepsLooking) {
+    KTEST_IN_NETNS();
+    testing::internal::CaptureStdout();
+    DSUser* user = DSUser::open("alone", "", 14000);
+    const std::string said = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(user->state(), DSUser::STATE_NEW);
+    EXPECT_NE(said.find("Unable to locate agent. Will try every 15 seconds"), std::string::npos) << said;
+    EXPECT_NE(said.find("DSUser:: Unable to contact agent."), std::string::npos) << said;
+    EXPECT_EQ(said.find("broadcast"), std::string::npos);  // no list, no broadcast
+    DSName any("Any", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+    int st = 0;
+    EXPECT_EQ(user->getProvider(&any, st, 0), nullptr);
+    EXPECT_EQ(st, DSUser::STATUS_NOT_LOGGED_IN);
+    user->close();
+}
