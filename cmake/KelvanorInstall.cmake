@@ -9,8 +9,7 @@ include(CMakePackageConfigHelpers)
 set(KELVANOR_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Kelvanor)
 set(KELVANOR_DATA_DIR ${CMAKE_INSTALL_DATADIR}/kelvanor)
 
-# The programs. dsquery, the directory agent's query tool, joins them (with
-# tools/dsquery.1) as soon as tools/CMakeLists.txt builds it.
+# The programs, dsquery (the directory agent's query tool) among them.
 set(programs vex vexctl)
 foreach(optional iordump dsquery)
   if(TARGET ${optional})
@@ -67,7 +66,7 @@ install(FILES ${broker_idl} DESTINATION ${KELVANOR_INSTALL_IDL_DIR} COMPONENT de
 
 # The echo example, a project of its own against the installed prefix.
 install(FILES examples/echo/CMakeLists.txt examples/echo/echo.idl
-  examples/echo/echo_server.cc examples/echo/echo_client.cc
+  examples/echo/echo_server.cc examples/echo/echo_client.cc examples/echo/agent_option.h
   DESTINATION ${KELVANOR_DATA_DIR}/examples/echo COMPONENT dev)
 
 # Written at install time from their templates.

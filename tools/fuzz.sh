@@ -30,7 +30,7 @@ if ! command -v clang++ >/dev/null || ! ls /usr/lib/llvm-*/lib/clang/*/lib/linux
   apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
 fi
 
-all=(cdr giop ior objkey ipcbuf objstream repo)
+all=(cdr giop ior objkey ipcbuf objstream repo agentudp agenttcp)
 read -r -a targets <<<"${KELVANOR_FUZZ_TARGETS:-${all[*]}}"
 if [ $# -ge 1 ]; then
   per=$1

@@ -37,7 +37,7 @@ version=$(sed -n 's/^project(Kelvanor VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt
 pc=$(find "$prefix" -name kelvanor.pc)
 [ -n "$pc" ] || fail "no kelvanor.pc"
 libdir=$(dirname "$(dirname "$pc")")
-for check in "vex -V" "vexctl --version" "kelvanor-idl --version"; do
+for check in "vex -V" "vexctl --version" "dsquery --version" "kelvanor-idl --version"; do
   # shellcheck disable=SC2086  # program and option
   out=$("$prefix/bin/"$check 2>&1) || true
   [ "$out" = "${check%% *} (Kelvanor) $version" ] || fail "$check printed '$out'"
@@ -141,7 +141,7 @@ files=$(dpkg -L kelvanor kelvanor-dev | sort -u)
 # images have it) gets the pages opened from the packages themselves.
 dpkg-deb -x "$runtime" "$work/contents"
 dpkg-deb -x "$dev" "$work/contents"
-for page in man8/vex.8 man1/vexctl.1 man1/kelvanor-iordump.1 man1/kelvanor-idl.1; do
+for page in man8/vex.8 man1/vexctl.1 man1/dsquery.1 man1/kelvanor-iordump.1 man1/kelvanor-idl.1; do
   file=$(grep "/$page" <<<"$files" | head -1)
   [ -n "$file" ] || fail "no man page $page"
   [ -e "$file" ] || file=$work/contents$file

@@ -111,7 +111,8 @@ public:
 // registers, so that a stream may name any of them; they do nothing else.
 void TBinit();
 void TBTinit();
-// The same for the agent client's classes (DSAddr, DSName, DSProvider).
+// The same for the agent client's classes: addresses, names, providers,
+// the login records and the messages.
 void DSinit();
 
 // Checked downcast support; see TB_CAST.

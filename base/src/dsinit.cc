@@ -4,12 +4,18 @@
 #include "tbtinfo.h"
 
 #include "dsaddr.h"
+#include "dslogin.h"
+#include "dsmsg.h"
 #include "dsname.h"
 #include "dsprovider.h"
+#include "dstrigger.h"
 
 namespace {
 
-const TBTypeInfo* const kAgentClasses[] = {DSAddr::desc(), DSName::desc(), DSProvider::desc()};
+const TBTypeInfo* const kAgentClasses[] = {
+    DSAddr::desc(),    DSName::desc(),     DSProvider::desc(), DSUserInfo::desc(),
+    DSLogin::desc(),   DSMessage::desc(),  DSRequest::desc(),  DSReply::desc(),
+    DSAMessage::desc(), DSAReply::desc(),  DSTrigWrapper::desc()};
 
 }  // namespace
 

@@ -3,7 +3,7 @@
 // and so may start the server), says a text to the object and prints the
 // answer and the server's pid.
 //
-//   echo_client [broker options] (<IOR:...|@file> | --name <object>) [<text>]
+//   echo_client [broker options] [--agent] (<IOR:...|@file> | --name <object>) [<text>]
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -11,6 +11,7 @@
 #include <kelvanor/except.h>
 #include <kelvanor/orb.h>
 
+#include "agent_option.h"
 #include "echo.h"
 
 namespace {
@@ -28,10 +29,11 @@ std::string readReference(const char* arg) {
 int main(int argc, char** argv) {
     try {
         CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
+        useAgentIfAsked(argc, argv);
         const bool byName = argc > 2 && std::string(argv[1]) == "--name";
         const int first = byName ? 3 : 2;  // where the text is, if any
         if (argc < 2 || argc > first + 1) {
-            std::cerr << "usage: echo_client [broker options] (<IOR:...|@file> | --name <object>) "
+            std::cerr << "usage: echo_client [broker options] [--agent] (<IOR:...|@file> | --name <object>) "
                          "[<text>]"
                       << std::endl;
             return 2;

@@ -1,7 +1,7 @@
 // A server of one Demo::Echo object: it makes the object ready, publishes
 // its reference, and serves until a signal ends it.
 //
-//   echo_server [broker options] [-o <reference-file>] [<object name>]
+//   echo_server [broker options] [--agent] [-o <reference-file>] [<object name>]
 //
 // The object is named "echo" unless a name is given. A last argument of the
 // form <interface>,<object>, which is what the activation daemon appends when
@@ -18,6 +18,7 @@
 #include <kelvanor/except.h>
 #include <kelvanor/orb.h>
 
+#include "agent_option.h"
 #include "echo.h"
 
 namespace {
@@ -49,6 +50,7 @@ int main(int argc, char** argv) {
     try {
         CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
         CORBA::BOA_ptr boa = orb->BOA_init(argc, argv);
+        useAgentIfAsked(argc, argv);
 
         std::string output;
         std::string name = "echo";
@@ -56,7 +58,7 @@ int main(int argc, char** argv) {
             if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
                 output = argv[++i];
             } else if (argv[i][0] == '-') {
-                std::cerr << "usage: echo_server [broker options] [-o <reference-file>] "
+                std::cerr << "usage: echo_server [broker options] [--agent] [-o <reference-file>] "
                              "[<object name>]"
                           << std::endl;
                 return 2;

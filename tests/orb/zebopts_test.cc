@@ -130,6 +130,10 @@ TEST_F(ZEBOptions, KeepsProgramNameAndForeignElementsInOrder) {
     EXPECT_EQ(t.parse().argc, 1);
     EXPECT_EQ(G::boa_ipaddr, t.argv()[2]);
     EXPECT_EQ(G::agent_addr, t.argv()[4]);
+    // The agent session, in the base library, reads its own copies.
+    EXPECT_EQ(DSUser::boa_ipaddr, t.argv()[2]);
+    EXPECT_EQ(DSUser::agent_addr, t.argv()[4]);
+    DSUser::boa_ipaddr = DSUser::agent_addr = nullptr;
 }
 
 TEST_F(ZEBOptions, NumbersStoreTheirFieldsUnchecked) {

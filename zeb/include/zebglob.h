@@ -149,6 +149,10 @@ public:
     static ZEBORB* _orb;
     static ZEBBOA* _boa;
     static DSUser* _dsuser;
+    // Installs a client of the directory agent (DSUser::open) in place of
+    // the null one, closing the one held. Call it after ORB_init and before
+    // any object is ready or bound; the table owns the client from then on.
+    static void setAgentClient(DSUser* user);
     // Client side hooks; null when none is installed. Not owned.
     static ZEBClientEventHandler* _clientEventHandler;
     static ZEBImplEventHandler* _implEventHandler;

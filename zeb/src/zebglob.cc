@@ -81,6 +81,11 @@ ZEBGlobalTable* ZEBGlobalTable::instance() {
     return &_instance;
 }
 
+void ZEBGlobalTable::setAgentClient(DSUser* user) {
+    if (_dsuser && _dsuser != user) _dsuser->close();
+    _dsuser = user;
+}
+
 // ---- Connections.
 
 void ZEBGlobalTable::addBOAClient(ZEBBOAClient* client) {

@@ -61,7 +61,7 @@ struct Option {
 
 // Tested in this order; the first row whose name equals the element wins.
 const Option kOptions[] = {
-    {"-OAipaddr", Arg::TEXT, [](const char* t, unsigned long) { G::boa_ipaddr = t; },
+    {"-OAipaddr", Arg::TEXT, [](const char* t, unsigned long) { G::boa_ipaddr = DSUser::boa_ipaddr = t; },
      "Kelvanor: -OAipaddr is not followed by an address", nullptr},
     // The wording of the message is odd, and kept.
     {"-OAport", Arg::NUMBER,
@@ -84,7 +84,7 @@ const Option kOptions[] = {
     {"-OArcvbufsize", Arg::NUMBER, [](const char*, unsigned long n) { G::boa_rcv_bufsize = n; },
      "Kelvanor: -OArcvbufsize is not followed by a value",
      "Kelvanor: Invalid BOA rcv buffer size"},
-    {"-ORBagentaddr", Arg::TEXT, [](const char* t, unsigned long) { G::agent_addr = t; },
+    {"-ORBagentaddr", Arg::TEXT, [](const char* t, unsigned long) { G::agent_addr = DSUser::agent_addr = t; },
      "Kelvanor: -ORBagentaddr is not followed by a value", nullptr},
     {"-ORBagentport", Arg::NUMBER,
      [](const char*, unsigned long n) {

@@ -1,0 +1,198 @@
+// Liveness checks, broadcasting, and the session's failover to a second
+// agent. Each test runs in a network namespace of its own.
+#include "dsverify.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "dispatch.h"
+#include "dsaddr.h"
+#include "dsmsg.h"
+#include "dsname.h"
+#include "dsprovider.h"
+#include "dstrigger.h"
+#include "dsuser.h"
+#include "netns.h"
+#include "process.h"
+#include "tbudpstr.h"
+#include "testagent.h"
+
+namespace {
+
+struct Watch : DSVerify {
+    int alive = 0, down = 0;
+    void isAlive() override { ++alive; }
+    void isDown() override { ++down; }
+};
+
+bool pumpUntil(const std::function<bool()>& pred, int ms) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!pred() && std::chrono::steady_clock::now() < end) {
+        timeval tv{0, 50000};
+        dpDispatcher::instance()->dispatch(&tv);
+    }
+    return pred();
+}
+
+DSAddr local(int port) { return DSAddr(port, inet_addr("127.0.0.1")); }
+
+// A socket that catches datagrams to a port, on one address or all.
+struct Catcher {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    explicit Catcher(int port, const char* addr = "0.0.0.0") {
+        sockaddr_in sin{};
+        sin.sin_family = AF_INET;
+        sin.sin_addr.s_addr = inet_addr(addr);
+        sin.sin_port = htons(port);
+        bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
+        timeval tv{1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    }
+    ~Catcher() { close(fd); }
+    bool caught() {
+        char buf[9000];
+        return recv(fd, buf, sizeof buf, 0) > 0;
+    }
+};
+
+}  // namespace
+
+TEST(DSVerify, ABoundPeerAnswersRequestsOnly) {
+    Watch answering, asking;
+    ASSERT_EQ(answering.bind(0, "127.0.0.1"), 0);
+    EXPECT_EQ(answering.bind(0, nullptr), DSVerify::BUSY);
+    ASSERT_EQ(asking.verify(local(answering.port())), 0);
+    EXPECT_EQ(asking.verify(local(answering.port())), DSVerify::BUSY);
+    EXPECT_EQ(asking.addr(), nullptr);
+    ASSERT_TRUE(pumpUntil([&] { return asking.alive > 0; }, 3000));
+    EXPECT_EQ(asking.state(), DSVerify::IDLE);
+    EXPECT_EQ(asking.port(), 0);  // the stream is gone
+    // Something that is not a request gets no answer.
+    TBudpstream s;
+    ASSERT_EQ(s.bind(0, "127.0.0.1"), 0);
+    ASSERT_EQ(s.connect("127.0.0.1", answering.port()), 0);
+    DSAMessage other(DSAMessage::LOCATE, nullptr, nullptr, 0);
+    ASSERT_EQ(s.send(other), 0);
+    pumpUntil([] { return false; }, 300);
+    int st = 0;
+    EXPECT_EQ(s.receive(st, nullptr), nullptr);
+    EXPECT_EQ(st, TBudpstream::NOTHING_TO_READ);
+}
+
+TEST(DSVerify, ARefusingPortIsDown) {
+    Watch w;
+    ASSERT_EQ(w.verify(local(ktest::freeUdpPort("127.0.0.1"))), 0);
+    ASSERT_TRUE(pumpUntil([&] { return w.down > 0; }, 3000));
+    EXPECT_EQ(w.alive, 0);
+}
+
+TEST(DSVerify, APeerAnsweringTheThirdSendIsAliveOnce) {
+    KTEST_IN_NETNS();
+    ktest::TestAgent agent;
+    ASSERT_TRUE(agent.start("127.0.0.1", 14000, 15001)) << agent.error();
+    agent.command("drop 2 2");
+    ASSERT_TRUE(agent.waitFor({"cmd drop"}, 2000));
+    Watch w;
+    ASSERT_EQ(w.verify(local(15001)), 0);
+    ASSERT_TRUE(pumpUntil([&] { return w.alive > 0; }, 12000));
+    pumpUntil([] { return false; }, 500);
+    EXPECT_EQ(w.alive, 1);
+    EXPECT_EQ(agent.lines({"in DSRequest type=2"}).size(), 3u);
+}
+
+TEST(TBudpstream, BroadcastReachesOnlyRealInterfaces) {
+    KTEST_IN_NETNS();
+    DSAddr probe(7, inet_addr("1.2.3.4"));
+    TBudpstream s;
+    ASSERT_EQ(s.bind(0, nullptr), 0);
+    {
+        Catcher c(14555);
+        EXPECT_EQ(s.broadcast(probe, 14555), 0);  // loopback alone: nothing goes
+        EXPECT_FALSE(c.caught());
+    }
+    std::string why;
+    if (!ktest::addVethPair(why)) GTEST_SKIP() << why;
+    Catcher c(14555, "10.99.0.255");
+    EXPECT_EQ(s.broadcast(probe, 14555), 0);
+    EXPECT_TRUE(c.caught());
+}
+
+TEST(DSUser, FailsOverToTheNextAgentOfTheList) {
+    KTEST_IN_NETNS();
+    ktest::TempDir dir;
+    ktest::writeFile(dir.file("agents"), "# two agents\n127.0.0.1 # first\n127.0.0.2\n");
+    setenv("TOLAGENT_ADDR_FILE", dir.file("agents").c_str(), 1);
+    ktest::TestAgent first, second;
+    ASSERT_TRUE(first.start("127.0.0.1", 14000, 15001)) << first.error();
+    ASSERT_TRUE(second.start("127.0.0.2", 14000, 15001, {"--first-number", "5000"}))
+        << second.error();
+    DSUser* user = DSUser::open("failover", "", 14000);
+    ASSERT_EQ(user->state(), DSUser::STATE_LOGGED_IN);
+    DSProvider* p = new DSProvider(DSName("Moved", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr),
+                                   local(2000), DS_PROTOCOL_DEFAULT, 0);
+    TBResource::ref(p);
+    ASSERT_EQ(user->registerProvider(p), 0);
+    struct : DSTriggerHandler {
+        void serviceAvailable(DSProvider*) override {}
+    } handler;
+    DSName later("Later", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+    ASSERT_EQ(user->trigger(&later, handler), 0);
+
+    first.command("drop 3 1");
+    ASSERT_TRUE(first.waitFor({"cmd drop"}, 2000));
+    std::thread killer([&] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        first.stop();
+    });
+    auto start = std::chrono::steady_clock::now();
+    int st = -1;
+    std::unique_ptr<DSProvider> found(user->getProvider(const_cast<DSName*>(&p->name()), st, 0));
+    auto took = std::chrono::steady_clock::now() - start;
+    killer.join();
+    ASSERT_NE(found, nullptr) << st;
+    EXPECT_LT(took, std::chrono::seconds(15));
+    EXPECT_EQ(second.lines({"in DSRequest type=5", "Moved"}).size(), 1u);
+    EXPECT_EQ(second.lines({"in DSRequest type=4", "Later"}).size(), 1u);
+    TBResource::unref(p);
+    user->close();
+}
+
+TEST(DSUser, BroadcastsOnlyAfterTheListFailed) {
+    KTEST_IN_NETNS();
+    std::string why;
+    if (!ktest::addVethPair(why)) GTEST_SKIP() << why;
+    ktest::TestAgent agent;  // its agent port takes only datagrams to 10.99.0.255
+    ASSERT_TRUE(agent.start("127.0.0.1", 14000, 15001, {"--bcast"})) << agent.error();
+    setenv("TOLAGENT_ADDR", "127.0.0.3", 1);
+    testing::internal::CaptureStdout();
+    DSUser* user = DSUser::open("bcast", "", 14000);
+    const std::string said = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(user->state(), DSUser::STATE_LOGGED_IN);
+    EXPECT_NE(said.find("Will try to locate using broadcast."), std::string::npos) << said;
+    EXPECT_EQ(user->agentAddr().port(), 15001);
+    user->close();
+}
+
+TEST(DSUser, WithoutAnAgentItSaysSoAndKeepsLooking) {
+    KTEST_IN_NETNS();
+    testing::internal::CaptureStdout();
+    DSUser* user = DSUser::open("alone", "", 14000);
+    const std::string said = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(user->state(), DSUser::STATE_NEW);
+    EXPECT_NE(said.find("Unable to locate agent. Will try every 15 seconds"), std::string::npos) << said;
+    EXPECT_NE(said.find("DSUser:: Unable to contact agent."), std::string::npos) << said;
+    EXPECT_EQ(said.find("broadcast"), std::string::npos);  // no list, no broadcast
+    DSName any("Any", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
+    int st = 0;
+    EXPECT_EQ(user->getProvider(&any, st, 0), nullptr);
+    EXPECT_EQ(st, DSUser::STATUS_NOT_LOGGED_IN);
+    user->close();
+}

@@ -1,0 +1,277 @@
+// The agent's messages on the wire, and the datagram and framed TCP
+// transports that carry them, over 127.0.0.1.
+#include "dsmsg.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "dsaddr.h"
+#include "dslogin.h"
+#include "dsname.h"
+#include "tbtcpstr.h"
+#include "tbudpstr.h"
+
+namespace {
+
+using Bytes = std::string;
+
+Bytes be32(unsigned v) {
+    return Bytes{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+Bytes tag(char c) { return Bytes{c, 0, 0, 0}; }
+Bytes cstr(const std::string& s) {
+    unsigned size = (s.size() + 1 + 3) & ~3u;
+    return be32(size) + s + Bytes(size - s.size(), '\0');
+}
+Bytes tbstr(const std::string& s) { return be32(s.size()) + cstr(s); }
+Bytes null() { return tag(':') + cstr("::"); }
+Bytes framed(const Bytes& body) { return be32(body.size() + 4) + body; }
+Bytes header(const std::string& cls) { return tag(':') + cstr(cls) + tbstr("Kelvanor 2.0"); }
+
+sockaddr_in loopback(int port) {
+    sockaddr_in sin{};
+    sin.sin_family = AF_INET;
+    sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sin.sin_port = htons(port);
+    return sin;
+}
+
+// A raw socket on 127.0.0.1 that sees exactly what a stream sends.
+struct RawUdp {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    int port = 0;
+    RawUdp() {
+        sockaddr_in sin = loopback(0);
+        socklen_t len = sizeof sin;
+        bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
+        getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len);
+        port = ntohs(sin.sin_port);
+        timeval tv{2, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    }
+    ~RawUdp() { close(fd); }
+    Bytes take() {
+        char buf[9000];
+        ssize_t n = recv(fd, buf, sizeof buf, 0);
+        return n > 0 ? Bytes(buf, n) : Bytes();
+    }
+    void give(int to, const Bytes& b) {
+        sockaddr_in sin = loopback(to);
+        sendto(fd, b.data(), b.size(), 0, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
+    }
+};
+
+// Padding is not cleared on writing, so each message gets a fresh stream
+// whose buffer is all zeros.
+Bytes sentBy(RawUdp& raw, const TBTransObject& obj) {
+    TBudpstream s;
+    EXPECT_EQ(s.bind(0, "127.0.0.1"), 0);
+    sockaddr_in to = loopback(raw.port);
+    EXPECT_EQ(s.send(&to, obj), 0);
+    return raw.take();
+}
+
+}  // namespace
+
+TEST(DSMessage, DatagramsHaveTheHandWrittenBytes) {
+    RawUdp raw;
+    DSAMessage probe(DSAMessage::LOCATE, nullptr, nullptr, 0);
+    EXPECT_EQ(sentBy(raw, probe), framed(header("DSAMessage") + be32(6) + be32(probe.msgNum()) +
+                                            null() + be32(4) + Bytes(4, '\0')));
+
+    DSRequest req(DSRequest::ARE_YOU_ALIVE, nullptr, nullptr);
+    EXPECT_EQ(sentBy(raw, req), framed(header("DSRequest") + be32(1) + be32(req.msgNum()) +
+                                          be32(4) + Bytes(4, '\0') + be32(2) + null()));
+    // A reply has its own number, its request's number and token.
+    DSRequest tokened(DSRequest::GET_PROVIDER, nullptr, reinterpret_cast<void*>(0x11223344));
+    DSReply rep(DSReply::ALIVE, tokened, -98, nullptr);
+    EXPECT_EQ(rep.msgNum(), tokened.msgNum() + 1);
+    unsigned token = 0x11223344;
+    EXPECT_EQ(sentBy(raw, rep),
+              framed(header("DSReply") + be32(2) + be32(rep.msgNum()) + be32(4) +
+                     Bytes(reinterpret_cast<char*>(&token), 4) + be32(4) +
+                     be32(tokened.msgNum()) + be32(unsigned(-98)) + null()));
+    // The two families count separately.
+    DSAMessage next(DSAMessage::LOCATE, nullptr, nullptr, 0);
+    EXPECT_EQ(next.msgNum(), probe.msgNum() + 1);
+
+    DSLogin* login = new DSLogin("echo_server", "");
+    DSRequest in(DSRequest::LOGIN, login, nullptr);
+    Bytes bytes = sentBy(raw, in);
+    char host[101] = {0};
+    gethostname(host, 100);
+    const Bytes start = header("DSRequest") + be32(1) + be32(in.msgNum()) + be32(4) +
+                        Bytes(4, '\0') + be32(0) + tag(':') + cstr("DSLogin");
+    EXPECT_EQ(bytes.substr(4, start.size()), start);
+    EXPECT_NE(bytes.find(tbstr(host) + tbstr("echo_server") + tbstr("")), Bytes::npos);
+    EXPECT_EQ(bytes.substr(bytes.size() - 12), be32(getpid()) + be32(2) + be32(0));
+}
+
+TEST(TBudpstream, RefusesWhatDoesNotFit) {
+    TBudpstream s;
+    ASSERT_EQ(s.bind(0, "not-dotted"), 0);  // every interface
+    RawUdp raw;
+    int st = 0;
+    EXPECT_EQ(s.receive(st, nullptr), nullptr);
+    EXPECT_EQ(st, TBudpstream::NOTHING_TO_READ);
+    DSRequest req(DSRequest::ARE_YOU_ALIVE, nullptr, nullptr);
+    EXPECT_EQ(s.send(req), TBudpstream::NOT_CONNECTED);
+
+    auto receives = [&](const Bytes& b) {
+        raw.give(s.port(), b);
+        usleep(20000);
+        std::unique_ptr<TBTransObject> obj(s.receive(st, nullptr));
+        return obj != nullptr;
+    };
+    const Bytes good = header("DSRequest") + be32(1) + be32(7) + be32(4) + Bytes(4, 'x') + be32(2) + null();
+    EXPECT_TRUE(receives(framed(good)));
+    EXPECT_EQ(st, 0);
+    // A length word that disagrees, a datagram cut by the receive size, a
+    // data length beyond the datagram, and no object at all.
+    EXPECT_FALSE(receives(be32(good.size() + 8) + good));
+    EXPECT_EQ(st, TBudpstream::BAD_MESSAGE);
+    EXPECT_FALSE(receives(framed(good + Bytes(9000, '\0'))));
+    EXPECT_EQ(st, TBudpstream::BAD_MESSAGE);
+    EXPECT_FALSE(receives(framed(header("DSRequest") + be32(1) + be32(7) + be32(1000) + Bytes(8, 'x'))));
+    EXPECT_EQ(st, TBudpstream::BAD_MESSAGE);
+    EXPECT_FALSE(receives(framed(null())));
+    EXPECT_EQ(st, TBudpstream::BAD_MESSAGE);
+    // Another version reads with empty data.
+    Bytes other = good;
+    other[other.find("Kelvanor") + 1] = 'E';
+    raw.give(s.port(), framed(other));
+    usleep(20000);
+    std::unique_ptr<TBTransObject> odd(s.receive(st, nullptr));
+    ASSERT_NE(dynamic_cast<DSMessage*>(odd.get()), nullptr);
+    EXPECT_EQ(static_cast<DSMessage*>(odd.get())->data().length(), 0);
+
+    sockaddr_in to = loopback(raw.port);
+    ASSERT_EQ(s.connect(&to), 0);
+    EXPECT_EQ(s.send(&to, req), TBudpstream::CONNECTED);
+}
+
+TEST(TBudpstream, ScramblerThroughASecondBufferLeavesTheMessage) {
+    TBudpstream a, b;
+    ASSERT_EQ(a.bind(0, "127.0.0.1"), 0);
+    ASSERT_EQ(b.bind(0, "127.0.0.1"), 0);
+    TBCrypt* copy = new TBCrypt(0);
+    a.crypt(copy);
+    b.crypt(copy);
+    DSAddr sent(4242, inet_addr("10.1.2.3"));
+    sockaddr_in to = loopback(b.port());
+    ASSERT_EQ(a.send(&to, sent), 0);
+    ASSERT_EQ(a.send(&to, sent), 0);  // the buffers changed places once
+    for (int i = 0; i < 2; ++i) {
+        int st = -1;
+        std::unique_ptr<TBTransObject> got;
+        for (int t = 0; t < 100 && !got; ++t, usleep(10000)) got.reset(b.receive(st, nullptr));
+        ASSERT_NE(got, nullptr);
+        EXPECT_EQ(static_cast<DSAddr*>(got.get())->compare(sent), 0);
+    }
+}
+
+namespace {
+// A connected pair: a non-blocking stream and the raw other end.
+struct TcpPair {
+    TBtcpstream listener, stream;
+    int peer = -1;
+    TcpPair() {
+        listener.listen(0, "127.0.0.1");
+        stream.blocking(0);
+        stream.connect(inet_addr("127.0.0.1"), listener.port());
+        listener.Accept(peer);
+    }
+    ~TcpPair() { close(peer); }
+    void give(const Bytes& b) { (void)!write(peer, b.data(), b.size()); }
+};
+}  // namespace
+
+TEST(TBtcpstream, ReadsResumeAndBadLengthsAreRefused) {
+    TcpPair p;
+    ASSERT_GE(p.peer, 0);
+    EXPECT_GT(p.listener.port(), 0);
+    int st = 0;
+    EXPECT_EQ(p.stream.receive(st), nullptr);
+    EXPECT_EQ(st, TBtcpstream::NOTHING_TO_READ);
+
+    // A message bigger than the 1024-byte buffer, fed in three pieces.
+    DSName big(std::string(3000, 'n').c_str(), DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr);
+    const Bytes msg = framed(tag(':') + cstr("DSName") + tbstr(std::string(3000, 'n')) + be32(1) +
+                             be32(2) + null());
+    p.give(msg.substr(0, 2));
+    usleep(20000);
+    EXPECT_EQ(p.stream.receive(st), nullptr);
+    EXPECT_EQ(st, TBtcpstream::PARTIAL_READ);
+    p.give(msg.substr(2, 100));
+    usleep(20000);
+    EXPECT_EQ(p.stream.receive(st), nullptr);
+    EXPECT_EQ(st, TBtcpstream::PARTIAL_READ);
+    p.give(msg.substr(102));
+    std::unique_ptr<TBTransObject> got(p.stream.waitForObject(st, 2));
+    ASSERT_NE(got, nullptr);
+    EXPECT_EQ(static_cast<DSName*>(got.get())->compare(big), 0);
+
+    // A data length beyond the message, then a length word above the limit:
+    // refused before anything is allocated.
+    p.give(framed(header("DSRequest") + be32(1) + be32(7) + be32(1000) + Bytes(8, 'x')));
+    EXPECT_EQ(p.stream.waitForObject(st, 2), nullptr);
+    EXPECT_EQ(st, TBtcpstream::NO_OBJECT);
+    p.give(be32(0x7fffffff));
+    EXPECT_EQ(p.stream.waitForObject(st, 2), nullptr);
+    EXPECT_EQ(st, TBtcpstream::SYSCALL_FAILED);
+}
+
+TEST(TBtcpstream, FramedSendAndAPeerGoneMidMessage) {
+    TcpPair p;
+    DSRequest req(DSRequest::ALL_NAMES, nullptr, nullptr);
+    ASSERT_EQ(p.stream.send(req, 10), 0);
+    char buf[256];
+    ssize_t n = read(p.peer, buf, sizeof buf);
+    EXPECT_EQ(Bytes(buf, n > 0 ? n : 0), framed(header("DSRequest") + be32(1) + be32(req.msgNum()) +
+                                                be32(4) + Bytes(4, '\0') + be32(11) + null()));
+    p.give(be32(64));
+    close(p.peer);
+    p.peer = -1;
+    int st = 0;
+    EXPECT_EQ(p.stream.waitForObject(st, 2), nullptr);
+    EXPECT_EQ(st, TBtcpstream::BROKEN);
+    EXPECT_EQ(p.stream.close(), 0);
+    EXPECT_EQ(p.stream.close(), TBtcpstream::NOT_OPEN);
+}
+
+TEST(TBtcpstream, AFullSocketQueuesInOrderAndBlockingFlushes) {
+    TcpPair p;
+    DSName name(std::string(60000, 'q').c_str(), DS_ARG_DEFAULT, DS_SERVICE_NAME, nullptr);
+    int rc = 0, sent = 0;
+    while ((rc = p.stream.send(name, 10)) == 0 && ++sent < 1000) {}
+    EXPECT_EQ(rc, TBtcpstream::WOULD_BLOCK);
+    p.stream.maxQueueSize(2);
+    EXPECT_EQ(p.stream.send(name, 10), TBtcpstream::QUEUED);
+    // The kernel may take a little more meanwhile; the queue fills anyway.
+    for (int i = 0; i < 200 && (rc = p.stream.send(name, 10)) != TBtcpstream::QUEUE_FULL; ++i) {}
+    EXPECT_EQ(rc, TBtcpstream::QUEUE_FULL);
+    EXPECT_EQ(p.stream.queued(), 50);
+    // A reader drains; going blocking writes the rest.
+    pid_t child = fork();
+    if (child == 0) {
+        close(p.stream.fd());  // else the reader never sees the end
+        char buf[65536];
+        while (read(p.peer, buf, sizeof buf) > 0) {}
+        _exit(0);
+    }
+    p.stream.blocking(1);
+    EXPECT_EQ(p.stream.queued(), 0);
+    p.stream.close();
+    close(p.peer);
+    p.peer = -1;
+    int status = 0;
+    waitpid(child, &status, 0);
+}

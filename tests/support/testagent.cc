@@ -1,0 +1,84 @@
+// Running the test agent from the tests.
+#include "testagent.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#ifndef KELVANOR_SOURCE_DIR
+#define KELVANOR_SOURCE_DIR "."
+#endif
+
+namespace ktest {
+
+TestAgent::~TestAgent() {
+    if (_in >= 0) ::close(_in);
+}
+
+bool TestAgent::start(const std::string& addr, int agentPort, int sessionPort,
+                      const std::vector<std::string>& extra) {
+    const std::string fifo = _dir.file("in");
+    mkfifo(fifo.c_str(), 0600);
+    // Read-write, so that opening does not wait for the reader.
+    _in = ::open(fifo.c_str(), O_RDWR);
+    Process::Options o;
+    o.argv = {"/usr/bin/env", "python3", std::string(KELVANOR_SOURCE_DIR) + "/tools/testagent.py",
+              "--addr", addr, "--agent-port", std::to_string(agentPort), "--session-port",
+              std::to_string(sessionPort), "--ready", _dir.file("ready"), "--log", _dir.file("log")};
+    o.argv.insert(o.argv.end(), extra.begin(), extra.end());
+    o.stdinPath = fifo;
+    if (!_proc.start(o)) return _error = _proc.error(), false;
+    const std::string ready = _dir.file("ready");
+    if (!pollUntil([&] { return !readFile(ready).empty() || !_proc.running(); },
+                   std::chrono::seconds(10)) ||
+        readFile(ready).empty()) {
+        _error = "the agent did not come up: " + _proc.stderrText();
+        return false;
+    }
+    _tcpPort = std::stoi(readFile(ready));
+    return true;
+}
+
+void TestAgent::command(const std::string& line) {
+    std::string text = line + "\n";
+    (void)!::write(_in, text.data(), text.size());  // a FIFO of ours: a short write is impossible
+}
+
+std::string TestAgent::log() const { return readFile(_dir.file("log")); }
+
+std::vector<std::string> TestAgent::lines(const std::vector<std::string>& words) const {
+    std::vector<std::string> out;
+    std::istringstream in(log());
+    std::string line;
+    while (std::getline(in, line)) {
+        bool all = true;
+        for (const std::string& w : words) all = all && line.find(w) != std::string::npos;
+        if (all) out.push_back(line);
+    }
+    return out;
+}
+
+bool TestAgent::waitFor(const std::vector<std::string>& words, int limit_ms) const {
+    return pollUntil([&] { return !lines(words).empty(); }, std::chrono::milliseconds(limit_ms));
+}
+
+int freeUdpPort(const std::string& addr) {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in sin{};
+    sin.sin_family = AF_INET;
+    sin.sin_addr.s_addr = inet_addr(addr.c_str());
+    socklen_t len = sizeof sin;
+    int port = 0;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin) == 0 &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len) == 0)
+        port = ntohs(sin.sin_port);
+    ::close(fd);
+    return port;
+}
+
+}  // namespace ktest
