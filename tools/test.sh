@@ -15,7 +15,15 @@ jobs=$(nproc)
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANOR_WERROR=ON \
   -DBUILD_SHARED_LIBS=ON >/dev/null
 cmake --build "$build" -j"$jobs"
-(cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 300)
+(cd "$build" && ctest -j"$jobs" -LE slow --output-on-failure --timeout 300)
+
+# The tests labelled slow mostly wait for timers (a minute or two each) and
+# use little CPU: they run once, here, in the background while the rest goes
+# on, and are collected before the fuzzing.
+slowlog="$build/slow-tests.log"
+(cd "$build" && ctest -j3 -L slow --output-on-failure --timeout 300) >"$slowlog" 2>&1 &
+slowpid=$!
+trap 'kill -- "$slowpid" 2>/dev/null || true' EXIT
 
 echo "== the installed broker: out-of-tree builds, vex as installed, the .deb packages =="
 bash tools/package_test.sh "$build"
@@ -24,7 +32,15 @@ echo "== the same tests under AddressSanitizer and UBSan =="
 cmake -S . -B "$build-asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKELVANOR_WERROR=ON \
   -DKELVANOR_SANITIZE=ON -DKELVANOR_BENCH=OFF >/dev/null
 cmake --build "$build-asan" -j"$jobs"
-(cd "$build-asan" && UBSAN_OPTIONS=print_stacktrace=1 ctest -j"$jobs" --output-on-failure --timeout 300)
+(cd "$build-asan" && UBSAN_OPTIONS=print_stacktrace=1 ctest -j"$jobs" -LE slow --output-on-failure --timeout 300)
+
+echo "== the slow tests =="
+if ! wait "$slowpid"; then
+  cat "$slowlog"
+  exit 1
+fi
+trap - EXIT
+tail -n 3 "$slowlog"
 
 echo "== the decoders under the fuzzer, about 30 seconds in all =="
 bash tools/fuzz.sh
