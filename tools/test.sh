@@ -21,9 +21,10 @@ cmake --build "$build" -j"$jobs"
 # use little CPU: they run once, here, in the background while the rest goes
 # on, and are collected before the fuzzing.
 slowlog="$build/slow-tests.log"
-(cd "$build" && ctest -j3 -L slow --output-on-failure --timeout 300) >"$slowlog" 2>&1 &
-slowpid=$!
-trap 'kill -- "$slowpid" 2>/dev/null || true' EXIT
+setsid bash -c 'cd "$1" && exec ctest -j3 -L slow --output-on-failure --timeout 300' _ "$build" \
+  >"$slowlog" 2>&1 &
+slowpid=$!  # its own process group, stopped whole if this script ends early
+trap 'kill -- "-$slowpid" 2>/dev/null || true' EXIT
 
 echo "== the installed broker: out-of-tree builds, vex as installed, the .deb packages =="
 bash tools/package_test.sh "$build"
