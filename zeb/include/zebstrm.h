@@ -283,7 +283,10 @@ public:
     void set_read_buffer(char* data, unsigned long size, unsigned char owned);
     // The byte order the reader swaps against (IIOP::BYTE_ORDER: no swap).
     unsigned char byteOrder() const { return _byteOrder; }
-    void byteOrder(unsigned char order) { _byteOrder = order; }
+    void byteOrder(unsigned char order) {
+        _byteOrder = order;
+        syncInLimit();
+    }
     // The bytes written to the output block so far.
     const char* outData() const { return _out->write_base; }
     unsigned long outLength() const { return static_cast<unsigned long>(_out->writeCount()); }
@@ -356,6 +359,7 @@ public:
     // Grows the output block and appends n bytes. 0.
     int overflow(const char* src, unsigned n);
     int inputReady(int fd) override;
+    int outputReady(int fd) override;
     void timerExpired(long sec, long usec) override;
 
     static const char _class_name[];
@@ -396,20 +400,23 @@ private:
         std::size_t avail = static_cast<std::size_t>(_in.read_end - _in.read_ptr);
         std::size_t left = msgLeft();
         _inLimit = _in.read_ptr + (avail < left ? avail : left);
+        _inValueLimit = _byteOrder == IIOP::BYTE_ORDER ? addr(_inLimit) : 0;
     }
 
+    // The fast path tests one bound and nothing else: data in the other
+    // byte order has a bound of 0 and always takes the slow path, which
+    // swaps. The new read pointer is worked out first and compared, so that
+    // a run of values keeps a short chain of work from one to the next.
     template <class W>
     W readWire() {
         constexpr std::size_t n = sizeof(W);
-        const std::size_t pad = (_inOrigin - addr(_in.read_ptr)) & (n - 1);
-        W v;
-        if (pad + n <= inFast()) {
-            v = ZEBcdr::load<W>(_in.read_ptr + pad);
-            advanceIn(pad + n);
-        } else {
-            v = static_cast<W>(readAlignedSlow(n));
+        char* const p = _in.read_ptr;
+        char* const next = p + ((_inOrigin - addr(p)) & (n - 1)) + n;
+        if (__builtin_expect(addr(next) <= _inValueLimit, 1)) {
+            _in.read_ptr = next;
+            return ZEBcdr::load<W>(next - n);
         }
-        return _byteOrder == IIOP::BYTE_ORDER ? v : ZEBcdr::swap(v);
+        return static_cast<W>(readAlignedSlow(n));
     }
     template <class T>
     TBistream& readValue(T& v) {
@@ -441,12 +448,12 @@ private:
     void writeWire(W v) {
         constexpr std::size_t n = sizeof(W);
         TBipcbuf& b = *_out;
-        const std::size_t pad = (_outOrigin - addr(b.write_ptr)) & (n - 1);
-        if (pad + n <= static_cast<std::size_t>(b.writeRoom())) {
-            char* p = b.write_ptr;
+        char* const p = b.write_ptr;
+        char* const next = p + ((_outOrigin - addr(p)) & (n - 1)) + n;
+        if (__builtin_expect(next <= b.write_base + b.write_size, 1)) {
             ZEBcdr::store<W>(p, static_cast<W>(ZEBcdr::kBlanks));
-            ZEBcdr::store<W>(p + pad, v);
-            b.write_ptr = p + pad + n;
+            ZEBcdr::store<W>(next - n, v);
+            b.write_ptr = next;
             return;
         }
         writeAlignedSlow(v, n);
@@ -478,7 +485,8 @@ private:
     }
 
     // The slow paths: align (padding may itself cross the end), then move
-    // the n bytes of the value.
+    // the n bytes of the value; a value read is swapped if the data's byte
+    // order is not ours.
     // The value goes by value in the low n bytes, so that the fast path
     // never has to keep it in memory for them.
     uint64_t readAlignedSlow(unsigned n);
@@ -528,8 +536,13 @@ private:
     int _read(char* buf, long minimum, long maximum, bool waitFirst = false);
     void _write(const char* buf, long length);
     void _writev(long total, TBipcbuf* first, int count);
+    // Wait for the socket to take output or to have input: a client with
+    // callbacks in a nested run of the dispatcher (_waitInLoop, the
+    // descriptor's own handler set aside meanwhile), otherwise in poll.
     void _waitForOutput(unsigned long timeout);
     void _waitForData(unsigned long timeout);
+    void _waitInLoop(int mask, unsigned long timeout);
+    void _poll(short events, unsigned long timeout);
     [[noreturn]] void commFailure(int minor) const;
     [[noreturn]] static void shortData();
     [[noreturn]] void wrongState() const;
@@ -547,6 +560,8 @@ private:
     // read_ptr + min(read_end - read_ptr, msgLeft()): the fast read path
     // takes bytes from [read_ptr, _inLimit) only.
     char* _inLimit = nullptr;
+    // _inLimit as a number while the data is in our byte order, else 0.
+    std::uintptr_t _inValueLimit = 0;
     // Alignment counts, bytes read / written since the origin was last set:
     // read_ptr - _inOrigin and write_ptr - _outOrigin as numbers, modulo 2^32.
     std::uintptr_t _inOrigin = 0;
@@ -582,7 +597,7 @@ private:
     std::unique_ptr<ZEBTypeCodeList> _stdInTcs;
     int _stdInDepth = 0;  // nesting of getStdTypeCode's encapsulations
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
-    int _readWaits = 0;   // waits for input under way, nested ones counted
+    int _readWaits = 0;   // waits in the dispatcher under way, nested ones counted
     // Queue mode (queueOutput): bytes owed to the peer lie in
     // [_queuedHead, _queued.size()) of _queued, in order.
     CORBA::Boolean _queueOutput = 0;

@@ -64,21 +64,22 @@ void ZEBIIOPstream::alignIn(unsigned n) {
 
 uint64_t ZEBIIOPstream::readAlignedSlow(unsigned n) {
     alignIn(n);
+    const bool swap = _byteOrder != IIOP::BYTE_ORDER;
     switch (n) {
     case 2: {
         uint16_t v;
         readRaw(reinterpret_cast<char*>(&v), 2);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     case 4: {
         uint32_t v;
         readRaw(reinterpret_cast<char*>(&v), 4);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     default: {
         uint64_t v;
         readRaw(reinterpret_cast<char*>(&v), 8);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     }
 }
@@ -354,7 +355,7 @@ TBostream& ZEBIIOPstream::putCString(const char* s) {
 
 void ZEBIIOPstream::newOutEncapsulation() {
     setOutPos(0);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
 }
 
 void ZEBIIOPstream::unputULong() {

@@ -318,7 +318,7 @@ void ZEBIIOPstream::writeMessageHeader(IIOP::MsgType type) {
     const CORBA::ULong pos = outPos();
     _out->write_ptr = _out->write_base;
     setOutPos(pos);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
     IIOP::MessageHeader h;
     std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
     h.iiop_version = IIOP::CURRENT_VERSION;
@@ -342,7 +342,9 @@ void ZEBIIOPstream::sendMessage(unsigned long timeout) {
         return;
     }
     _waitTimeout = timeout;
-    selectMode(timeout != 0);
+    // A client connection stays non-blocking: what the socket does not take
+    // at once waits for writability in _write, with no mode switch per call.
+    if (_serverSide || _blocking) selectMode(timeout != 0);
     if (_pendingBufs.count() == 0) {
         int length = _out->writeCount();
         if (length < kHeaderSize) wrongState();  // no header was written
@@ -388,13 +390,13 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
     if (_serverSide) {
         emptyOutTypeCodes();
         blocking(1);
-    } else {
+    } else if (_blocking) {
         blocking(ZEBGlobalTable::has_callback ? 0 : 1);
     }
     fillHeaderBytes();
 
     setMsgLeft(kHeaderSize);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
     *this >> _header;
     if (std::memcmp(_header.magic, IIOP::MAGIC_WORD, sizeof _header.magic) != 0 ||
         _header.iiop_version.major != IIOP::CURRENT_VERSION.major ||
@@ -404,7 +406,7 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
         _header.message_size = __builtin_bswap32(_header.message_size);
     _msgSize = _header.message_size;
     setMsgLeft(_msgSize);
-    _byteOrder = _header.byte_order;
+    byteOrder(_header.byte_order);
 
     if (_header.message_type == IIOP::CloseConnection)
         throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_MAYBE);
@@ -455,6 +457,11 @@ void ZEBIIOPstream::discardCurMsg() {
 }
 
 int ZEBIIOPstream::inputReady(int) {
+    _waitStatus = 1;
+    return 0;
+}
+
+int ZEBIIOPstream::outputReady(int) {
     _waitStatus = 1;
     return 0;
 }
@@ -549,7 +556,26 @@ void ZEBIIOPstream::_writev(long total, TBipcbuf* first, int count) {
 }
 
 void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
-    pollfd p{_fd, POLLOUT, 0};
+    // A client with callbacks serves other connections while it waits.
+    if (!_serverSide && !_blocking && ZEBGlobalTable::has_callback) {
+        _waitInLoop(dpDispatcher::WriteMask, timeout);
+        return;
+    }
+    _poll(POLLOUT, timeout);
+}
+
+void ZEBIIOPstream::_waitForData(unsigned long timeout) {
+    // A non-blocking client without callbacks waits in poll, and without a
+    // limit, as the blocking read it once made had none.
+    if (_serverSide || _blocking || ZEBGlobalTable::has_callback) {
+        _waitInLoop(dpDispatcher::ReadMask, timeout);
+        return;
+    }
+    _poll(POLLIN, 0);
+}
+
+void ZEBIIOPstream::_poll(short events, unsigned long timeout) {
+    pollfd p{_fd, events, 0};
     int timeoutMs = timeout ? static_cast<int>(std::min(timeout, 2000000UL) * 1000) : -1;
     int r;
     while ((r = ::poll(&p, 1, timeoutMs)) < 0 && errno == EINTR) {
@@ -558,7 +584,7 @@ void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
     if (r == 0) throw CORBA_NO_RESPONSE(0, CORBA::COMPLETED_NO);
 }
 
-void ZEBIIOPstream::_waitForData(unsigned long timeout) {
+void ZEBIIOPstream::_waitInLoop(int mask, unsigned long timeout) {
     dpDispatcher* d = dpDispatcher::instance();
     // Put back the handler that owns the descriptor, also when a handler run
     // by the nested dispatch throws.
@@ -579,7 +605,7 @@ void ZEBIIOPstream::_waitForData(unsigned long timeout) {
     } restore{d, this, _fd, d->handler(_fd, dpDispatcher::ReadMask), timeout != 0, _waitStatus};
     ++_readWaits;
     if (restore.saved) d->unlink(_fd);
-    d->link(_fd, dpDispatcher::ReadMask, this);
+    d->link(_fd, static_cast<dpDispatcher::DispatcherMask>(mask), this);
     if (timeout) d->startTimer(static_cast<long>(timeout), 0, this);
     _waitStatus = 0;
     while (_waitStatus == 0) d->dispatch();
