@@ -536,13 +536,13 @@ private:
     int _read(char* buf, long minimum, long maximum, bool waitFirst = false);
     void _write(const char* buf, long length);
     void _writev(long total, TBipcbuf* first, int count);
-    // Wait for the socket to take output or to have input: a client with
-    // callbacks in a nested run of the dispatcher (_waitInLoop, the
-    // descriptor's own handler set aside meanwhile), otherwise in poll.
+    // Wait for the socket to take output (a non-blocking client with
+    // callbacks in the dispatcher, otherwise in poll) or to have input (in
+    // the dispatcher). The dispatcher's wait sets the descriptor's own
+    // handler aside meanwhile.
     void _waitForOutput(unsigned long timeout);
     void _waitForData(unsigned long timeout);
     void _waitInLoop(int mask, unsigned long timeout);
-    void _poll(short events, unsigned long timeout);
     [[noreturn]] void commFailure(int minor) const;
     [[noreturn]] static void shortData();
     [[noreturn]] void wrongState() const;

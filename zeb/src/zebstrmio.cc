@@ -342,8 +342,9 @@ void ZEBIIOPstream::sendMessage(unsigned long timeout) {
         return;
     }
     _waitTimeout = timeout;
-    // A client connection stays non-blocking: what the socket does not take
-    // at once waits for writability in _write, with no mode switch per call.
+    // A non-blocking client connection (the callback mode) stays so: what
+    // the socket does not take at once waits for writability in _write,
+    // with no mode switch per call.
     if (_serverSide || _blocking) selectMode(timeout != 0);
     if (_pendingBufs.count() == 0) {
         int length = _out->writeCount();
@@ -390,7 +391,9 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
     if (_serverSide) {
         emptyOutTypeCodes();
         blocking(1);
-    } else if (_blocking) {
+    } else if (_blocking || !ZEBGlobalTable::has_callback) {
+        // Without callbacks the read waits in the kernel: one switch at the
+        // first reply, none after it for calls without a time limit.
         blocking(ZEBGlobalTable::has_callback ? 0 : 1);
     }
     fillHeaderBytes();
@@ -561,27 +564,17 @@ void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
         _waitInLoop(dpDispatcher::WriteMask, timeout);
         return;
     }
-    _poll(POLLOUT, timeout);
-}
-
-void ZEBIIOPstream::_waitForData(unsigned long timeout) {
-    // A non-blocking client without callbacks waits in poll, and without a
-    // limit, as the blocking read it once made had none.
-    if (_serverSide || _blocking || ZEBGlobalTable::has_callback) {
-        _waitInLoop(dpDispatcher::ReadMask, timeout);
-        return;
-    }
-    _poll(POLLIN, 0);
-}
-
-void ZEBIIOPstream::_poll(short events, unsigned long timeout) {
-    pollfd p{_fd, events, 0};
+    pollfd p{_fd, POLLOUT, 0};
     int timeoutMs = timeout ? static_cast<int>(std::min(timeout, 2000000UL) * 1000) : -1;
     int r;
     while ((r = ::poll(&p, 1, timeoutMs)) < 0 && errno == EINTR) {
     }
     if (r < 0) commFailure(errno);
     if (r == 0) throw CORBA_NO_RESPONSE(0, CORBA::COMPLETED_NO);
+}
+
+void ZEBIIOPstream::_waitForData(unsigned long timeout) {
+    _waitInLoop(dpDispatcher::ReadMask, timeout);
 }
 
 void ZEBIIOPstream::_waitInLoop(int mask, unsigned long timeout) {
