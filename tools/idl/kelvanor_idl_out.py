@@ -827,7 +827,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
     def stub_write(self, t, n):
         w = self.w
         if t.kind == "string":
-            w("*_strm << ZEBwireString(%s);" % n)
+            w("*_strm << ZEBlentString(%s);" % n)
         elif t.kind == "object":
             w("*_strm << static_cast<CORBA_Object*>(%s);" % n)
         elif t.kind == "class":

@@ -216,6 +216,10 @@ public:
     TBostream& put(const float* p, unsigned n) final;
     TBostream& put(const double* p, unsigned n) final;
     TBostream& putCString(const char* s) final;
+    // A string argument of a request (ZEBlentString): written as by
+    // putCString, len counting the NUL, but a long one on a connected
+    // client goes out from s itself, which must stay put until the send.
+    void putLentString(const char* s, std::size_t len);
 
     // ---- Message life (CORBA_MarshalStream, GIOPstream).
 
@@ -545,6 +549,12 @@ private:
     void sendOrQueue(const char* p, std::size_t n);
     // Returns the pending blocks to the free list (or deletes foreign ones).
     void recyclePending();
+    // A long string argument of a client's request: the block so far
+    // becomes pending, the string's own bytes follow it as a foreign block,
+    // and writing goes on in a fresh block; sendMessage gathers them in one
+    // write.
+    bool lends(std::size_t n) const;
+    void lendOut(const char* src, std::size_t n);
 
     // Reads at least minimum bytes; waitFirst waits for input before the
     // first read.
@@ -583,7 +593,7 @@ private:
     std::uintptr_t _outOrigin = 0;
     unsigned char _byteOrder;  // of the data being read
     TBipcbufList _freeBufs;
-    TBipcbufList _pendingBufs;  // nothing feeds it yet; sendMessage drains it
+    TBipcbufList _pendingBufs;  // fed by lendOut; sendMessage drains it
     unsigned long _pendingBytes = 0;
 
     int _fd = -1;

@@ -13,6 +13,7 @@
 
 #include "except.h"
 #include "zebglob.h"
+#include "zebidl.h"
 #include "zebread.h"
 
 namespace {
@@ -20,6 +21,10 @@ namespace {
 // Padding bytes. Their value means nothing; blanks, as the writer always used.
 constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
                            ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+
+// From this length a string argument of a request goes out from the
+// caller's bytes (lendOut) instead of a copy in the output block.
+constexpr std::size_t kLentString = 16 * 1024;
 
 // Above this a string is read in growing steps, so a lying count costs the
 // bytes that really arrive and not one allocation of its size.
@@ -351,6 +356,25 @@ TBostream& ZEBIIOPstream::putCString(const char* s) {
     return *this;
 }
 
+void ZEBIIOPstream::putLentString(const char* s, std::size_t len) {
+    if (len > UINT32_MAX) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    writeWire(static_cast<uint32_t>(len));
+    if (lends(len)) lendOut(s, len);
+    else writeRaw(s, len);
+}
+
+TBostream& operator<<(TBostream& strm, ZEBLentString v) {
+    // The stream's type is looked at for long strings only.
+    const std::size_t len = std::strlen(v.s) + 1;
+    if (len >= kLentString) {
+        if (ZEBIIOPstream* z = dynamic_cast<ZEBIIOPstream*>(&strm)) {
+            z->putLentString(v.s, len);
+            return strm;
+        }
+    }
+    return strm << v.s;
+}
+
 // ---------------------------------------------------------------- encapsulations
 
 void ZEBIIOPstream::newOutEncapsulation() {
@@ -384,6 +408,7 @@ void ZEBIIOPstream::rewindInBuffer() {
 }
 
 void ZEBIIOPstream::rewindOutBuffer() {
+    if (_pendingBufs.count()) recyclePending();
     _out->write_ptr = _out->write_base;
     setOutPos(0);
     _pendingBytes = 0;

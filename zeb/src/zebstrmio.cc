@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -367,6 +368,28 @@ void ZEBIIOPstream::sendPending() {
     std::memcpy(first->write_base + 8, &size, sizeof size);
     _writev(total, first, _pendingBufs.count());
     recyclePending();
+}
+
+bool ZEBIIOPstream::lends(std::size_t n) const {
+    // Only a request of a connected client: its stub sends before the caller
+    // has its arguments back. Not inside a TypeCode, whose writer patches
+    // lengths into the output block, and never past what a block may hold.
+    return _open && !_serverSide && !_queueOutput && _tcDepth == 0 &&
+           _pendingBytes + static_cast<std::size_t>(_out->writeCount()) + n <= INT_MAX / 2;
+}
+
+void ZEBIIOPstream::lendOut(const char* src, std::size_t n) {
+    const int size = static_cast<int>(n);
+    std::unique_ptr<TBipcbuf> lent(new TBipcbuf(const_cast<char*>(src), size, nullptr, 0, 0));
+    lent->write_ptr = lent->write_base + size;
+    std::unique_ptr<TBipcbuf> fresh(_freeBufs.removeFirst());
+    if (!fresh) fresh.reset(new TBipcbuf(blockBytes(_blockSize), 0));
+    const CORBA::ULong pos = outPos();
+    _pendingBytes += static_cast<unsigned long>(_out->writeCount()) + n;
+    _pendingBufs.add(_out.release());
+    _pendingBufs.add(lent.release());
+    _out = std::move(fresh);
+    setOutPos(pos + static_cast<CORBA::ULong>(n));
 }
 
 void ZEBIIOPstream::recyclePending() {
