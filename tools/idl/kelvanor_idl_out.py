@@ -979,5 +979,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
                 w("ZEBputSlices(_strm, %s.ptr(), %du);" % (n, t.dims[0]))
             else:
                 w("_strm << *%s;" % n)
+        elif t.kind == "string":
+            w("_strm << ZEBlentString(%s.in());" % n)
         else:
             w(put(t, "_strm", n))

@@ -145,9 +145,10 @@ private:
 // Strings cross the wire as CDR strings, which cannot be null: a null
 // string goes out as "".
 inline const char* ZEBwireString(const char* s) { return s ? s : ""; }
-// A string argument as the stubs write it: as ZEBwireString, and a long
-// one goes out from the caller's bytes, which stay put until the request
-// is sent, instead of a copy (ZEBIIOPstream::putLentString).
+// A string argument or result as stubs and skeletons write it: as
+// ZEBwireString, and a long one goes out from its owner's bytes, which stay
+// put until the message is sent, instead of a copy
+// (ZEBIIOPstream::putLentString).
 struct ZEBLentString {
     const char* s;
 };

@@ -19,6 +19,7 @@
 #include <kelvanor/mstrm.h>
 #include <kelvanor/tbipcstr.h>
 
+struct iovec;
 struct sockaddr_in;
 class ZEBTypeCodeList;
 class ZEBTypeCodeTable;
@@ -216,9 +217,9 @@ public:
     TBostream& put(const float* p, unsigned n) final;
     TBostream& put(const double* p, unsigned n) final;
     TBostream& putCString(const char* s) final;
-    // A string argument of a request (ZEBlentString): written as by
-    // putCString, len counting the NUL, but a long one on a connected
-    // client goes out from s itself, which must stay put until the send.
+    // A string argument or result (ZEBlentString): written as by
+    // putCString, len counting the NUL, but a long one on a connection goes
+    // out from s itself, which must stay put until sendMessage.
     void putLentString(const char* s, std::size_t len);
 
     // ---- Message life (CORBA_MarshalStream, GIOPstream).
@@ -549,10 +550,10 @@ private:
     void sendOrQueue(const char* p, std::size_t n);
     // Returns the pending blocks to the free list (or deletes foreign ones).
     void recyclePending();
-    // A long string argument of a client's request: the block so far
-    // becomes pending, the string's own bytes follow it as a foreign block,
-    // and writing goes on in a fresh block; sendMessage gathers them in one
-    // write.
+    // A long lent string: the block so far becomes pending, the string's
+    // own bytes follow it as a foreign block, and writing goes on in a fresh
+    // block; sendMessage gathers them in one write (queue mode copies what
+    // the socket does not take at once).
     bool lends(std::size_t n) const;
     void lendOut(const char* src, std::size_t n);
 
@@ -561,6 +562,8 @@ private:
     int _read(char* buf, long minimum, long maximum, bool waitFirst = false);
     void _write(const char* buf, long length);
     void _writev(long total, TBipcbuf* first, int count);
+    // Moves a gathered write's vectors past the sent bytes.
+    static void stepPast(iovec*& v, int& nvec, std::size_t sent);
     // Wait for the socket to take output (a non-blocking client with
     // callbacks in the dispatcher, otherwise in poll) or to have input (in
     // the dispatcher). The dispatcher's wait sets the descriptor's own

@@ -22,8 +22,8 @@ namespace {
 constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
                            ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
 
-// From this length a string argument of a request goes out from the
-// caller's bytes (lendOut) instead of a copy in the output block.
+// From this length a lent string goes out from its owner's bytes (lendOut)
+// instead of a copy in the output block.
 constexpr std::size_t kLentString = 16 * 1024;
 
 // Above this a string is read in growing steps, so a lying count costs the

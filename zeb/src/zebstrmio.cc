@@ -371,10 +371,9 @@ void ZEBIIOPstream::sendPending() {
 }
 
 bool ZEBIIOPstream::lends(std::size_t n) const {
-    // Only a request of a connected client: its stub sends before the caller
-    // has its arguments back. Not inside a TypeCode, whose writer patches
+    // Only on a connection. Not inside a TypeCode, whose writer patches
     // lengths into the output block, and never past what a block may hold.
-    return _open && !_serverSide && !_queueOutput && _tcDepth == 0 &&
+    return _open && _tcDepth == 0 &&
            _pendingBytes + static_cast<std::size_t>(_out->writeCount()) + n <= INT_MAX / 2;
 }
 
@@ -566,19 +565,22 @@ void ZEBIIOPstream::_writev(long total, TBipcbuf* first, int count) {
         }
         if (n == 0) commFailure(errno);
         batch -= n;
-        // Step past what went out: whole vectors, then part of one.
-        size_t sent = static_cast<size_t>(n);
-        while (nvec > 0 && sent >= v->iov_len) {
-            sent -= v->iov_len;
-            ++v;
-            --nvec;
-        }
-        if (nvec > 0) {
-            v->iov_base = static_cast<char*>(v->iov_base) + sent;
-            v->iov_len -= sent;
-        }
+        stepPast(v, nvec, static_cast<size_t>(n));
     }
     if (rest) _writev(total, b, count - kGatherBlocks);
+}
+
+void ZEBIIOPstream::stepPast(iovec*& v, int& nvec, size_t sent) {
+    // Whole vectors, then part of one.
+    while (nvec > 0 && sent >= v->iov_len) {
+        sent -= v->iov_len;
+        ++v;
+        --nvec;
+    }
+    if (nvec > 0) {
+        v->iov_base = static_cast<char*>(v->iov_base) + sent;
+        v->iov_len -= sent;
+    }
 }
 
 void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
