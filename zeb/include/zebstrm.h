@@ -418,12 +418,13 @@ private:
         constexpr std::size_t n = sizeof(W);
         char* const p = _in.read_ptr;
         const std::size_t pad = (_inOrigin - addr(p)) & (n - 1);
+        // Bounds as numbers: p may be null, where no pointer may be offset.
         if (__builtin_expect(pad != 0, 0)) {
-            if (addr(p + pad + n) <= _inValueLimit) {
+            if (addr(p) + pad + n <= _inValueLimit) {
                 _in.read_ptr = p + pad + n;
                 return ZEBcdr::load<W>(p + pad);
             }
-        } else if (__builtin_expect(addr(p + n) <= _inValueLimit, 1)) {
+        } else if (__builtin_expect(addr(p) + n <= _inValueLimit, 1)) {
             _in.read_ptr = p + n;
             return ZEBcdr::load<W>(p);
         }
@@ -471,7 +472,7 @@ private:
                 b.write_ptr = p + n;
                 return;
             }
-        } else if (__builtin_expect(p + n <= b.write_base + b.write_size, 1)) {
+        } else if (__builtin_expect(addr(p) + n <= addr(b.write_base) + b.write_size, 1)) {
             ZEBcdr::store<W>(p, v);
             b.write_ptr = p + n;
             return;
