@@ -27,8 +27,10 @@ constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
 constexpr std::size_t kLentString = 16 * 1024;
 
 // Above this a string is read in growing steps, so a lying count costs the
-// bytes that really arrive and not one allocation of its size.
-constexpr CORBA::ULong kDirectStringLimit = 64 * 1024;
+// bytes that really arrive and not one allocation of its size. Twice the
+// reader's first step: a string of 64 KiB and its NUL comes in one block
+// instead of a full step and a copy for the last byte.
+constexpr CORBA::ULong kDirectStringLimit = 128 * 1024;
 
 using ZEBcdr::fromWire;
 using ZEBcdr::toWire;
