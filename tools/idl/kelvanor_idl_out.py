@@ -884,7 +884,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
     def stub_write(self, t, n):
         w = self.w
         if t.kind == "string":
-            w("*_strm << ZEBwireString(%s);" % n)
+            w("*_strm << ZEBlentString(%s);" % n)
         elif t.kind == "object":
             w("*_strm << static_cast<CORBA_Object*>(%s);" % n)
         elif t.kind == "class":
@@ -1036,5 +1036,7 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
                 w("ZEBputSlices(_strm, %s.ptr(), %du);" % (n, t.dims[0]))
             else:
                 w("_strm << *%s;" % n)
+        elif t.kind == "string":
+            w("_strm << ZEBlentString(%s.in());" % n)
         else:
             w(put(t, "_strm", n))

@@ -145,6 +145,15 @@ private:
 // Strings cross the wire as CDR strings, which cannot be null: a null
 // string goes out as "".
 inline const char* ZEBwireString(const char* s) { return s ? s : ""; }
+// A string argument or result as stubs and skeletons write it: as
+// ZEBwireString, and a long one goes out from its owner's bytes, which stay
+// put until the message is sent, instead of a copy
+// (ZEBIIOPstream::putLentString).
+struct ZEBLentString {
+    const char* s;
+};
+inline ZEBLentString ZEBlentString(const char* s) { return {ZEBwireString(s)}; }
+TBostream& operator<<(TBostream& strm, ZEBLentString v);
 // What the printing forms show for a string.
 inline const char* ZEBprintString(const char* s) { return s ? s : "(null)"; }
 

@@ -19,6 +19,7 @@
 #include <kelvanor/mstrm.h>
 #include <kelvanor/tbipcstr.h>
 
+struct iovec;
 struct sockaddr_in;
 class ZEBTypeCodeList;
 class ZEBTypeCodeTable;
@@ -216,6 +217,10 @@ public:
     TBostream& put(const float* p, unsigned n) final;
     TBostream& put(const double* p, unsigned n) final;
     TBostream& putCString(const char* s) final;
+    // A string argument or result (ZEBlentString): written as by
+    // putCString, len counting the NUL, but a long one on a connection goes
+    // out from s itself, which must stay put until sendMessage.
+    void putLentString(const char* s, std::size_t len);
 
     // ---- Message life (CORBA_MarshalStream, GIOPstream).
 
@@ -283,7 +288,10 @@ public:
     void set_read_buffer(char* data, unsigned long size, unsigned char owned);
     // The byte order the reader swaps against (IIOP::BYTE_ORDER: no swap).
     unsigned char byteOrder() const { return _byteOrder; }
-    void byteOrder(unsigned char order) { _byteOrder = order; }
+    void byteOrder(unsigned char order) {
+        _byteOrder = order;
+        syncInLimit();
+    }
     // The bytes written to the output block so far.
     const char* outData() const { return _out->write_base; }
     unsigned long outLength() const { return static_cast<unsigned long>(_out->writeCount()); }
@@ -356,6 +364,7 @@ public:
     // Grows the output block and appends n bytes. 0.
     int overflow(const char* src, unsigned n);
     int inputReady(int fd) override;
+    int outputReady(int fd) override;
     void timerExpired(long sec, long usec) override;
 
     static const char _class_name[];
@@ -396,20 +405,30 @@ private:
         std::size_t avail = static_cast<std::size_t>(_in.read_end - _in.read_ptr);
         std::size_t left = msgLeft();
         _inLimit = _in.read_ptr + (avail < left ? avail : left);
+        _inValueLimit = _byteOrder == IIOP::BYTE_ORDER ? addr(_inLimit) : 0;
     }
 
+    // The fast path tests one bound and nothing else: data in the other
+    // byte order has a bound of 0 and always takes the slow path, which
+    // swaps. An aligned value (the usual case) is a branch of its own, so
+    // that from one value to the next the pointer only moves by n and a run
+    // of values does not wait on the padding sum.
     template <class W>
     W readWire() {
         constexpr std::size_t n = sizeof(W);
-        const std::size_t pad = (_inOrigin - addr(_in.read_ptr)) & (n - 1);
-        W v;
-        if (pad + n <= inFast()) {
-            v = ZEBcdr::load<W>(_in.read_ptr + pad);
-            advanceIn(pad + n);
-        } else {
-            v = static_cast<W>(readAlignedSlow(n));
+        char* const p = _in.read_ptr;
+        const std::size_t pad = (_inOrigin - addr(p)) & (n - 1);
+        // Bounds as numbers: p may be null, where no pointer may be offset.
+        if (__builtin_expect(pad != 0, 0)) {
+            if (addr(p) + pad + n <= _inValueLimit) {
+                _in.read_ptr = p + pad + n;
+                return ZEBcdr::load<W>(p + pad);
+            }
+        } else if (__builtin_expect(addr(p) + n <= _inValueLimit, 1)) {
+            _in.read_ptr = p + n;
+            return ZEBcdr::load<W>(p);
         }
-        return _byteOrder == IIOP::BYTE_ORDER ? v : ZEBcdr::swap(v);
+        return static_cast<W>(readAlignedSlow(n));
     }
     template <class T>
     TBistream& readValue(T& v) {
@@ -435,18 +454,27 @@ private:
         readRawSlow(dest, n);
     }
 
-    // The padding goes in as n blanks before the value is stored over the
-    // last of them, so that a value costs two fixed-size stores.
+    // Padding goes in as n blanks before the value is stored over the last
+    // of them, so that a padded value costs two fixed-size stores; an
+    // aligned one, the usual case, one store, on a branch of its own as on
+    // reading.
     template <class W>
     void writeWire(W v) {
         constexpr std::size_t n = sizeof(W);
         TBipcbuf& b = *_out;
-        const std::size_t pad = (_outOrigin - addr(b.write_ptr)) & (n - 1);
-        if (pad + n <= static_cast<std::size_t>(b.writeRoom())) {
-            char* p = b.write_ptr;
-            ZEBcdr::store<W>(p, static_cast<W>(ZEBcdr::kBlanks));
-            ZEBcdr::store<W>(p + pad, v);
-            b.write_ptr = p + pad + n;
+        char* p = b.write_ptr;
+        const std::size_t pad = (_outOrigin - addr(p)) & (n - 1);
+        if (__builtin_expect(pad != 0, 0)) {
+            if (n + pad <= static_cast<std::size_t>(b.write_base + b.write_size - p)) {
+                ZEBcdr::store<W>(p, static_cast<W>(ZEBcdr::kBlanks));
+                p += pad;
+                ZEBcdr::store<W>(p, v);
+                b.write_ptr = p + n;
+                return;
+            }
+        } else if (__builtin_expect(addr(p) + n <= addr(b.write_base) + b.write_size, 1)) {
+            ZEBcdr::store<W>(p, v);
+            b.write_ptr = p + n;
             return;
         }
         writeAlignedSlow(v, n);
@@ -478,7 +506,8 @@ private:
     }
 
     // The slow paths: align (padding may itself cross the end), then move
-    // the n bytes of the value.
+    // the n bytes of the value; a value read is swapped if the data's byte
+    // order is not ours.
     // The value goes by value in the low n bytes, so that the fast path
     // never has to keep it in memory for them.
     uint64_t readAlignedSlow(unsigned n);
@@ -522,14 +551,27 @@ private:
     void sendOrQueue(const char* p, std::size_t n);
     // Returns the pending blocks to the free list (or deletes foreign ones).
     void recyclePending();
+    // A long lent string: the block so far becomes pending, the string's
+    // own bytes follow it as a foreign block, and writing goes on in a fresh
+    // block; sendMessage gathers them in one write (queue mode copies what
+    // the socket does not take at once).
+    bool lends(std::size_t n) const;
+    void lendOut(const char* src, std::size_t n);
 
     // Reads at least minimum bytes; waitFirst waits for input before the
     // first read.
     int _read(char* buf, long minimum, long maximum, bool waitFirst = false);
     void _write(const char* buf, long length);
     void _writev(long total, TBipcbuf* first, int count);
+    // Moves a gathered write's vectors past the sent bytes.
+    static void stepPast(iovec*& v, int& nvec, std::size_t sent);
+    // Wait for the socket to take output (a non-blocking client with
+    // callbacks in the dispatcher, otherwise in poll) or to have input (in
+    // the dispatcher). The dispatcher's wait sets the descriptor's own
+    // handler aside meanwhile.
     void _waitForOutput(unsigned long timeout);
     void _waitForData(unsigned long timeout);
+    void _waitInLoop(int mask, unsigned long timeout);
     [[noreturn]] void commFailure(int minor) const;
     [[noreturn]] static void shortData();
     [[noreturn]] void wrongState() const;
@@ -547,13 +589,15 @@ private:
     // read_ptr + min(read_end - read_ptr, msgLeft()): the fast read path
     // takes bytes from [read_ptr, _inLimit) only.
     char* _inLimit = nullptr;
+    // _inLimit as a number while the data is in our byte order, else 0.
+    std::uintptr_t _inValueLimit = 0;
     // Alignment counts, bytes read / written since the origin was last set:
     // read_ptr - _inOrigin and write_ptr - _outOrigin as numbers, modulo 2^32.
     std::uintptr_t _inOrigin = 0;
     std::uintptr_t _outOrigin = 0;
     unsigned char _byteOrder;  // of the data being read
     TBipcbufList _freeBufs;
-    TBipcbufList _pendingBufs;  // nothing feeds it yet; sendMessage drains it
+    TBipcbufList _pendingBufs;  // fed by lendOut; sendMessage drains it
     unsigned long _pendingBytes = 0;
 
     int _fd = -1;
@@ -582,7 +626,7 @@ private:
     std::unique_ptr<ZEBTypeCodeList> _stdInTcs;
     int _stdInDepth = 0;  // nesting of getStdTypeCode's encapsulations
     int _waitStatus = 1;  // 0 waiting, 1 input ready, 2 timed out
-    int _readWaits = 0;   // waits for input under way, nested ones counted
+    int _readWaits = 0;   // waits in the dispatcher under way, nested ones counted
     // Queue mode (queueOutput): bytes owed to the peer lie in
     // [_queuedHead, _queued.size()) of _queued, in order.
     CORBA::Boolean _queueOutput = 0;

@@ -188,16 +188,16 @@ CORBA_TypeCode* ZEBIIOPstream::readEncapsulatedTypeCode(CORBA::ULong kind, CORBA
         unsigned char order = 0;
         readOctet(order);
         if (order > 1) malformed();
-        _byteOrder = order;
+        byteOrder(order);
         read = CORBA_TypeCode::_read(*this, kind);
         discardCurMsg();  // what the parameters did not use
     } catch (...) {
         CORBA::release(read);
-        _byteOrder = outerOrder;
+        byteOrder(outerOrder);
         setMsgLeft(msgLeft() + outerLeft);
         throw;
     }
-    _byteOrder = outerOrder;
+    byteOrder(outerOrder);
     setMsgLeft(outerLeft);
     return read;
 }

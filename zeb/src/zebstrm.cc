@@ -13,6 +13,7 @@
 
 #include "except.h"
 #include "zebglob.h"
+#include "zebidl.h"
 #include "zebread.h"
 
 namespace {
@@ -21,9 +22,15 @@ namespace {
 constexpr char kPad[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
                            ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
 
+// From this length a lent string goes out from its owner's bytes (lendOut)
+// instead of a copy in the output block.
+constexpr std::size_t kLentString = 16 * 1024;
+
 // Above this a string is read in growing steps, so a lying count costs the
-// bytes that really arrive and not one allocation of its size.
-constexpr CORBA::ULong kDirectStringLimit = 64 * 1024;
+// bytes that really arrive and not one allocation of its size. Twice the
+// reader's first step: a string of 64 KiB and its NUL comes in one block
+// instead of a full step and a copy for the last byte.
+constexpr CORBA::ULong kDirectStringLimit = 128 * 1024;
 
 using ZEBcdr::fromWire;
 using ZEBcdr::toWire;
@@ -64,21 +71,22 @@ void ZEBIIOPstream::alignIn(unsigned n) {
 
 uint64_t ZEBIIOPstream::readAlignedSlow(unsigned n) {
     alignIn(n);
+    const bool swap = _byteOrder != IIOP::BYTE_ORDER;
     switch (n) {
     case 2: {
         uint16_t v;
         readRaw(reinterpret_cast<char*>(&v), 2);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     case 4: {
         uint32_t v;
         readRaw(reinterpret_cast<char*>(&v), 4);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     default: {
         uint64_t v;
         readRaw(reinterpret_cast<char*>(&v), 8);
-        return v;
+        return swap ? ZEBcdr::swap(v) : v;
     }
     }
 }
@@ -350,11 +358,30 @@ TBostream& ZEBIIOPstream::putCString(const char* s) {
     return *this;
 }
 
+void ZEBIIOPstream::putLentString(const char* s, std::size_t len) {
+    if (len > UINT32_MAX) throw CORBA_BAD_PARAM(0, CORBA::COMPLETED_NO);
+    writeWire(static_cast<uint32_t>(len));
+    if (lends(len)) lendOut(s, len);
+    else writeRaw(s, len);
+}
+
+TBostream& operator<<(TBostream& strm, ZEBLentString v) {
+    // The stream's type is looked at for long strings only.
+    const std::size_t len = std::strlen(v.s) + 1;
+    if (len >= kLentString) {
+        if (ZEBIIOPstream* z = dynamic_cast<ZEBIIOPstream*>(&strm)) {
+            z->putLentString(v.s, len);
+            return strm;
+        }
+    }
+    return strm << v.s;
+}
+
 // ---------------------------------------------------------------- encapsulations
 
 void ZEBIIOPstream::newOutEncapsulation() {
     setOutPos(0);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
 }
 
 void ZEBIIOPstream::unputULong() {
@@ -383,6 +410,7 @@ void ZEBIIOPstream::rewindInBuffer() {
 }
 
 void ZEBIIOPstream::rewindOutBuffer() {
+    if (_pendingBufs.count()) recyclePending();
     _out->write_ptr = _out->write_base;
     setOutPos(0);
     _pendingBytes = 0;

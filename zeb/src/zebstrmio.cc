@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -318,7 +319,7 @@ void ZEBIIOPstream::writeMessageHeader(IIOP::MsgType type) {
     const CORBA::ULong pos = outPos();
     _out->write_ptr = _out->write_base;
     setOutPos(pos);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
     IIOP::MessageHeader h;
     std::memcpy(h.magic, IIOP::MAGIC_WORD, sizeof h.magic);
     h.iiop_version = IIOP::CURRENT_VERSION;
@@ -342,7 +343,10 @@ void ZEBIIOPstream::sendMessage(unsigned long timeout) {
         return;
     }
     _waitTimeout = timeout;
-    selectMode(timeout != 0);
+    // A non-blocking client connection (the callback mode) stays so: what
+    // the socket does not take at once waits for writability in _write,
+    // with no mode switch per call.
+    if (_serverSide || _blocking) selectMode(timeout != 0);
     if (_pendingBufs.count() == 0) {
         int length = _out->writeCount();
         if (length < kHeaderSize) wrongState();  // no header was written
@@ -364,6 +368,27 @@ void ZEBIIOPstream::sendPending() {
     std::memcpy(first->write_base + 8, &size, sizeof size);
     _writev(total, first, _pendingBufs.count());
     recyclePending();
+}
+
+bool ZEBIIOPstream::lends(std::size_t n) const {
+    // Only on a connection. Not inside a TypeCode, whose writer patches
+    // lengths into the output block, and never past what a block may hold.
+    return _open && _tcDepth == 0 &&
+           _pendingBytes + static_cast<std::size_t>(_out->writeCount()) + n <= INT_MAX / 2;
+}
+
+void ZEBIIOPstream::lendOut(const char* src, std::size_t n) {
+    const int size = static_cast<int>(n);
+    std::unique_ptr<TBipcbuf> lent(new TBipcbuf(const_cast<char*>(src), size, nullptr, 0, 0));
+    lent->write_ptr = lent->write_base + size;
+    std::unique_ptr<TBipcbuf> fresh(_freeBufs.removeFirst());
+    if (!fresh) fresh.reset(new TBipcbuf(blockBytes(_blockSize), 0));
+    const CORBA::ULong pos = outPos();
+    _pendingBytes += static_cast<unsigned long>(_out->writeCount()) + n;
+    _pendingBufs.add(_out.release());
+    _pendingBufs.add(lent.release());
+    _out = std::move(fresh);
+    setOutPos(pos + static_cast<CORBA::ULong>(n));
 }
 
 void ZEBIIOPstream::recyclePending() {
@@ -388,13 +413,15 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
     if (_serverSide) {
         emptyOutTypeCodes();
         blocking(1);
-    } else {
+    } else if (_blocking || !ZEBGlobalTable::has_callback) {
+        // Without callbacks the read waits in the kernel: one switch at the
+        // first reply, none after it for calls without a time limit.
         blocking(ZEBGlobalTable::has_callback ? 0 : 1);
     }
     fillHeaderBytes();
 
     setMsgLeft(kHeaderSize);
-    _byteOrder = IIOP::BYTE_ORDER;
+    byteOrder(IIOP::BYTE_ORDER);
     *this >> _header;
     if (std::memcmp(_header.magic, IIOP::MAGIC_WORD, sizeof _header.magic) != 0 ||
         _header.iiop_version.major != IIOP::CURRENT_VERSION.major ||
@@ -404,7 +431,7 @@ void ZEBIIOPstream::receiveMessage(unsigned long timeout) {
         _header.message_size = __builtin_bswap32(_header.message_size);
     _msgSize = _header.message_size;
     setMsgLeft(_msgSize);
-    _byteOrder = _header.byte_order;
+    byteOrder(_header.byte_order);
 
     if (_header.message_type == IIOP::CloseConnection)
         throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_MAYBE);
@@ -455,6 +482,11 @@ void ZEBIIOPstream::discardCurMsg() {
 }
 
 int ZEBIIOPstream::inputReady(int) {
+    _waitStatus = 1;
+    return 0;
+}
+
+int ZEBIIOPstream::outputReady(int) {
     _waitStatus = 1;
     return 0;
 }
@@ -533,22 +565,30 @@ void ZEBIIOPstream::_writev(long total, TBipcbuf* first, int count) {
         }
         if (n == 0) commFailure(errno);
         batch -= n;
-        // Step past what went out: whole vectors, then part of one.
-        size_t sent = static_cast<size_t>(n);
-        while (nvec > 0 && sent >= v->iov_len) {
-            sent -= v->iov_len;
-            ++v;
-            --nvec;
-        }
-        if (nvec > 0) {
-            v->iov_base = static_cast<char*>(v->iov_base) + sent;
-            v->iov_len -= sent;
-        }
+        stepPast(v, nvec, static_cast<size_t>(n));
     }
     if (rest) _writev(total, b, count - kGatherBlocks);
 }
 
+void ZEBIIOPstream::stepPast(iovec*& v, int& nvec, size_t sent) {
+    // Whole vectors, then part of one.
+    while (nvec > 0 && sent >= v->iov_len) {
+        sent -= v->iov_len;
+        ++v;
+        --nvec;
+    }
+    if (nvec > 0) {
+        v->iov_base = static_cast<char*>(v->iov_base) + sent;
+        v->iov_len -= sent;
+    }
+}
+
 void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
+    // A client with callbacks serves other connections while it waits.
+    if (!_serverSide && !_blocking && ZEBGlobalTable::has_callback) {
+        _waitInLoop(dpDispatcher::WriteMask, timeout);
+        return;
+    }
     pollfd p{_fd, POLLOUT, 0};
     int timeoutMs = timeout ? static_cast<int>(std::min(timeout, 2000000UL) * 1000) : -1;
     int r;
@@ -559,6 +599,10 @@ void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
 }
 
 void ZEBIIOPstream::_waitForData(unsigned long timeout) {
+    _waitInLoop(dpDispatcher::ReadMask, timeout);
+}
+
+void ZEBIIOPstream::_waitInLoop(int mask, unsigned long timeout) {
     dpDispatcher* d = dpDispatcher::instance();
     // Put back the handler that owns the descriptor, also when a handler run
     // by the nested dispatch throws.
@@ -579,7 +623,7 @@ void ZEBIIOPstream::_waitForData(unsigned long timeout) {
     } restore{d, this, _fd, d->handler(_fd, dpDispatcher::ReadMask), timeout != 0, _waitStatus};
     ++_readWaits;
     if (restore.saved) d->unlink(_fd);
-    d->link(_fd, dpDispatcher::ReadMask, this);
+    d->link(_fd, static_cast<dpDispatcher::DispatcherMask>(mask), this);
     if (timeout) d->startTimer(static_cast<long>(timeout), 0, this);
     _waitStatus = 0;
     while (_waitStatus == 0) d->dispatch();

@@ -3,6 +3,7 @@
 #include "zebstrm.h"
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr unsigned long kHeaderSize = 12;
+// Blocks of a message sent in one gathered send.
+constexpr int kGather = 16;
 // Bytes of the queue sent and kept before they are cut off its front.
 constexpr std::size_t kQueueCompact = 1 << 20;
 // An input block bigger than this goes back to its first size when empty.
@@ -116,9 +119,33 @@ void ZEBIIOPstream::queueMessage() {
     if (first->writeCount() < static_cast<int>(kHeaderSize)) wrongState();
     CORBA::ULong size = static_cast<CORBA::ULong>(total - static_cast<long>(kHeaderSize));
     std::memcpy(first->write_base + 8, &size, sizeof size);
+    const int blocks = _pendingBufs.count() + 1;
+    if (blocks == 1 || blocks > kGather || queuedBytes() != 0) {
+        for (TBipcbuf* b = _pendingBufs.first(); b; b = b->next)
+            sendOrQueue(b->write_base, static_cast<std::size_t>(b->writeCount()));
+        sendOrQueue(_out->write_base, static_cast<std::size_t>(_out->writeCount()));
+        recyclePending();
+        return;
+    }
+    // A message with lent blocks goes in one gathered send; what the socket
+    // does not take is queued, copied, before the lent bytes go away.
+    iovec vec[kGather];
+    int nvec = 0;
     for (TBipcbuf* b = _pendingBufs.first(); b; b = b->next)
-        sendOrQueue(b->write_base, static_cast<std::size_t>(b->writeCount()));
-    sendOrQueue(_out->write_base, static_cast<std::size_t>(_out->writeCount()));
+        vec[nvec++] = {b->write_base, static_cast<std::size_t>(b->writeCount())};
+    vec[nvec++] = {_out->write_base, static_cast<std::size_t>(_out->writeCount())};
+    iovec* v = vec;
+    while (nvec > 0) {
+        msghdr msg{};
+        msg.msg_iov = v;
+        msg.msg_iovlen = static_cast<std::size_t>(nvec);
+        ssize_t k = ::sendmsg(_fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (k < 0 && errno == EINTR) continue;
+        if (k < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+        if (k <= 0) commFailure(errno);
+        stepPast(v, nvec, static_cast<std::size_t>(k));
+    }
+    for (; nvec > 0; ++v, --nvec) _queued.append(static_cast<const char*>(v->iov_base), v->iov_len);
     recyclePending();
 }
 
