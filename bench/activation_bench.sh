@@ -103,9 +103,9 @@ null=$(fig null)
 omni=$(fig omni_start)
 echo
 printf '%-44s %12s   %s\n' "median" "us" "target"
-row "cold activation, echo_server" "$cold" "$(verdict "$cold" 2000) us"
+row "cold activation, echo_server" "$cold" "$(verdict "$cold" 1500) us"
 if [ "$static_server" != - ]; then
-  row "cold activation, echo_server_static" "$(fig cold_static)" "$(verdict "$(fig cold_static)" 2000) us"
+  row "cold activation, echo_server_static" "$(fig cold_static)" "$(verdict "$(fig cold_static)" 1500) us"
 else
   printf '%-44s %12s\n' "cold activation, echo_server_static" "not built"
 fi
@@ -114,4 +114,4 @@ row "warm lookup" "$warm" ""
 row "null call, pid()" "$null" ""
 printf '%-44s %12s   %s\n' "cold activation / omniORB start" "$(ratio "$cold" "$omni")x" ""
 printf '%-44s %12s   %s\n' "warm lookup / null call" "$(ratio "$warm" "$null")x" \
-  "$(verdict "$(ratio "$warm" "$null")" 2.5)"
+  "$(verdict "$(ratio "$warm" "$null")" 1.5)"
