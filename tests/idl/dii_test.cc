@@ -1,8 +1,10 @@
-// Dynamic requests to dyn_server on loopback: Dyn::Probe's operations with
-// Anys for arguments, and the deferred forms: states, collection, a server
-// restarted under a pending request, a request made while a call waits.
+// Dynamic requests to dyn_server and omniORB's omni_dyn_server on loopback:
+// Dyn::Probe's operations with Anys for arguments, and the deferred forms:
+// states, collection, a server restarted under a pending request, a request
+// made while a call waits.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <string>
 
@@ -15,6 +17,7 @@
 #include "orb.h"
 #include "orb_loopback.h"
 #include "request.h"
+#include "zebglob.h"
 #include "zebreq.h"
 #include "zebstub.h"
 
@@ -44,25 +47,41 @@ std::string text(const CORBA_Any& a) { return *static_cast<char**>(a.value()); }
 
 }  // namespace
 
-class DiiRemote : public ::testing::Test {
+// The parameter: false for Kelvanor's dyn_server, true for omniORB's
+// omni_dyn_server, spoken to in the standard TypeCode form.
+class DiiRemote : public ::testing::TestWithParam<bool> {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(server.ready()) << "dyn_server gave no reference: " << server.output();
+        if (GetParam() && !ktest::runnable(KELVANOR_OMNI_DYN_SERVER_BINARY))
+            GTEST_SKIP() << "omniORB not built";
+        ZEBGlobalTable::std_typecodes = GetParam();
+        server.reset(new ktest::EchoChild(GetParam() ? std::vector<std::string>{KELVANOR_OMNI_DYN_SERVER_BINARY}
+                                                     : dynServer()));
+        ASSERT_TRUE(server->ready()) << "no reference: " << server->output();
         orb = ktest::loopbackOrb();
-        probe = orb->string_to_object(server.ior.c_str());
+        probe = orb->string_to_object(server->ior.c_str());
         ASSERT_FALSE(CORBA::is_nil(probe.in()));
     }
+    void TearDown() override { ZEBGlobalTable::std_typecodes = 0; }
     CORBA_Request* hold(CORBA::Long ms) {
         CORBA_Request* r = probe->_request("hold");
         r->add_in_arg() <<= ms;
         return r;
     }
-    ktest::EchoChild server{dynServer()};
+    std::unique_ptr<ktest::EchoChild> server;
     CORBA_ORB* orb = nullptr;
     CORBA_Object_var probe;
 };
+// What needs our own server: a restart on the same port, a spare connection.
+class DiiKelvanor : public DiiRemote {};
 
-TEST_F(DiiRemote, EveryOperationWithItsArgumentsAsAnys) {
+INSTANTIATE_TEST_SUITE_P(Servers, DiiRemote, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& i) {
+                             return std::string(i.param ? "omniORB" : "Kelvanor");
+                         });
+INSTANTIATE_TEST_SUITE_P(Server, DiiKelvanor, ::testing::Values(false));
+
+TEST_P(DiiRemote, EveryOperationWithItsArgumentsAsAnys) {
     CORBA_Any words;
     words <<= "words";
     CORBA_Request_var echo(probe->_request("echo")), swap(probe->_request("swap"));
@@ -112,7 +131,7 @@ TEST_F(DiiRemote, EveryOperationWithItsArgumentsAsAnys) {
     EXPECT_EQ(e->tone, Dyn::grey);
 }
 
-TEST_F(DiiRemote, DeferredStatesAndCollection) {
+TEST_P(DiiRemote, DeferredStatesAndCollection) {
     CORBA_Request_var unsent(probe->_request("last_note"));
     EXPECT_THROW(unsent->get_response(), CORBA_BAD_INV_ORDER);
     EXPECT_THROW(unsent->poll_response(), CORBA_BAD_INV_ORDER);
@@ -142,18 +161,18 @@ TEST_F(DiiRemote, DeferredStatesAndCollection) {
     EXPECT_EQ(none.in(), nullptr);
 }
 
-TEST_F(DiiRemote, DeferredRequestIsSentAgainToARestartedServer) {
+TEST_P(DiiKelvanor, DeferredRequestIsSentAgainToARestartedServer) {
     CORBA_Request_var r(hold(2000));
     r->send_deferred();
-    const std::string port = std::to_string(server.port);
-    server.kill();
+    const std::string port = std::to_string(server->port);
+    server->kill();
     ktest::EchoChild again(dynServer({"-OAport", port}));
     ASSERT_TRUE(again.ready()) << again.output();
     r->get_response();
     EXPECT_EQ(r->env()->exception(), nullptr);
 }
 
-TEST_F(DiiRemote, DeferredRequestMadeWhileACallWaitsGoesOnASpare) {
+TEST_P(DiiKelvanor, DeferredRequestMadeWhileACallWaitsGoesOnASpare) {
     struct Later : dpIOHandler {
         CORBA_Request* r = nullptr;
         bool onSpare = false;
