@@ -201,6 +201,10 @@ TEST(Listings, WalkEveryAgentAndPassOverADeadOne) {
     all.reset(user->allProviders(nullptr, st, 1));
     ASSERT_NE(all, nullptr) << st;
     EXPECT_EQ(all->size(), 1u);
+    // Without the session's own agent there is no listing at all.
+    first.stop();
+    all.reset(user->allProviders(nullptr, st, 1));
+    EXPECT_EQ(all, nullptr);
     TBResource::unref(p);
     user->close();
 }
