@@ -1,5 +1,5 @@
 // TypeCodes in the encapsulated form of -ORBstdtypecodes, where omniORB
-// cannot show them (tests/orb/omniorb_any_test.cc passes every kind with it):
+// cannot show them (tests/idl/dyn_test.cc passes every kind with it):
 // encapsulations in the other byte order and with spare bytes, and hostile
 // lengths, kinds and counts, which are CORBA_MARSHAL.
 #include <gtest/gtest.h>
