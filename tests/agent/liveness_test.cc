@@ -22,6 +22,7 @@
 #include "dsuser.h"
 #include "netns.h"
 #include "process.h"
+#include "sockets.h"
 #include "tbudpstr.h"
 #include "testagent.h"
 
@@ -43,25 +44,6 @@ bool pumpUntil(const std::function<bool()>& pred, int ms) {
 }
 
 DSAddr local(int port) { return DSAddr(port, inet_addr("127.0.0.1")); }
-
-// A socket that catches datagrams to a port, on one address or all.
-struct Catcher {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    explicit Catcher(int port, const char* addr = "0.0.0.0") {
-        sockaddr_in sin{};
-        sin.sin_family = AF_INET;
-        sin.sin_addr.s_addr = inet_addr(addr);
-        sin.sin_port = htons(port);
-        bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
-        timeval tv{1, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    }
-    ~Catcher() { close(fd); }
-    bool caught() {
-        char buf[9000];
-        return recv(fd, buf, sizeof buf, 0) > 0;
-    }
-};
 
 }  // namespace
 
@@ -114,15 +96,15 @@ TEST(TBudpstream, BroadcastReachesOnlyRealInterfaces) {
     TBudpstream s;
     ASSERT_EQ(s.bind(0, nullptr), 0);
     {
-        Catcher c(14555);
+        ktest::Udp c(14555, "0.0.0.0");
         EXPECT_EQ(s.broadcast(probe, 14555), 0);  // loopback alone: nothing goes
-        EXPECT_FALSE(c.caught());
+        EXPECT_EQ(c.take(), "");
     }
     std::string why;
     if (!ktest::addVethPair(why)) GTEST_SKIP() << why;
-    Catcher c(14555, "10.99.0.255");
+    ktest::Udp c(14555, "10.99.0.255");
     EXPECT_EQ(s.broadcast(probe, 14555), 0);
-    EXPECT_TRUE(c.caught());
+    EXPECT_NE(c.take(), "");
 }
 
 TEST(DSUser, FailsOverToTheNextAgentOfTheList) {

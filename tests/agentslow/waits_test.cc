@@ -19,6 +19,7 @@
 #include "dsprovider.h"
 #include "dsverify.h"
 #include "netns.h"
+#include "sockets.h"
 #include "testagent.h"
 
 namespace {
@@ -59,27 +60,20 @@ TEST(Waits, ASilentAgentIsLeftAfterTheFifthTimeout) {
 }
 
 TEST(Waits, AnUnansweredPeerIsDownAfterFiveSends) {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in sin{};
-    sin.sin_family = AF_INET;
-    sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof sin;
-    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin), 0);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len);
+    ktest::Udp peer;
+    ASSERT_NE(peer.port, 0);
     struct : DSVerify {
         int down = 0;
         void isDown() override { ++down; }
     } w;
     auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(w.verify(DSAddr(ntohs(sin.sin_port), sin.sin_addr.s_addr)), 0);
+    ASSERT_EQ(w.verify(DSAddr(peer.port, inet_addr("127.0.0.1"))), 0);
     pumpFor(80000, [&] { return w.down > 0; });
     EXPECT_EQ(w.down, 1);
     EXPECT_NEAR(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 69, 1.5);
     int got = 0;
-    char buf[9000];
-    while (recv(fd, buf, sizeof buf, MSG_DONTWAIT) > 0) ++got;
+    while (!peer.take(MSG_DONTWAIT).empty()) ++got;
     EXPECT_EQ(got, 5);
-    close(fd);
 }
 
 TEST(Waits, AQuietSessionSendsAKeepAliveAfter120Seconds) {

@@ -16,6 +16,7 @@
 #include "dsaddr.h"
 #include "dslogin.h"
 #include "dsname.h"
+#include "sockets.h"
 #include "tbtcpstr.h"
 #include "tbudpstr.h"
 
@@ -36,45 +37,15 @@ Bytes null() { return tag(':') + cstr("::"); }
 Bytes framed(const Bytes& body) { return be32(body.size() + 4) + body; }
 Bytes header(const std::string& cls) { return tag(':') + cstr(cls) + tbstr("Kelvanor 2.0"); }
 
-sockaddr_in loopback(int port) {
-    sockaddr_in sin{};
-    sin.sin_family = AF_INET;
-    sin.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    sin.sin_port = htons(port);
-    return sin;
-}
-
-// A raw socket on 127.0.0.1 that sees exactly what a stream sends.
-struct RawUdp {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    int port = 0;
-    RawUdp() {
-        sockaddr_in sin = loopback(0);
-        socklen_t len = sizeof sin;
-        bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
-        getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len);
-        port = ntohs(sin.sin_port);
-        timeval tv{2, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    }
-    ~RawUdp() { close(fd); }
-    Bytes take() {
-        char buf[9000];
-        ssize_t n = recv(fd, buf, sizeof buf, 0);
-        return n > 0 ? Bytes(buf, n) : Bytes();
-    }
-    void give(int to, const Bytes& b) {
-        sockaddr_in sin = loopback(to);
-        sendto(fd, b.data(), b.size(), 0, reinterpret_cast<sockaddr*>(&sin), sizeof sin);
-    }
-};
+using ktest::loopbackAddr;
+using RawUdp = ktest::Udp;
 
 // Padding is not cleared on writing, so each message gets a fresh stream
 // whose buffer is all zeros.
 Bytes sentBy(RawUdp& raw, const TBTransObject& obj) {
     TBudpstream s;
     EXPECT_EQ(s.bind(0, "127.0.0.1"), 0);
-    sockaddr_in to = loopback(raw.port);
+    sockaddr_in to = loopbackAddr(raw.port);
     EXPECT_EQ(s.send(&to, obj), 0);
     return raw.take();
 }
@@ -153,7 +124,7 @@ TEST(TBudpstream, RefusesWhatDoesNotFit) {
     ASSERT_NE(dynamic_cast<DSMessage*>(odd.get()), nullptr);
     EXPECT_EQ(static_cast<DSMessage*>(odd.get())->data().length(), 0);
 
-    sockaddr_in to = loopback(raw.port);
+    sockaddr_in to = loopbackAddr(raw.port);
     ASSERT_EQ(s.connect(&to), 0);
     EXPECT_EQ(s.send(&to, req), TBudpstream::CONNECTED);
 }
@@ -166,7 +137,7 @@ TEST(TBudpstream, ScramblerThroughASecondBufferLeavesTheMessage) {
     a.crypt(copy);
     b.crypt(copy);
     DSAddr sent(4242, inet_addr("10.1.2.3"));
-    sockaddr_in to = loopback(b.port());
+    sockaddr_in to = loopbackAddr(b.port());
     ASSERT_EQ(a.send(&to, sent), 0);
     ASSERT_EQ(a.send(&to, sent), 0);  // the buffers changed places once
     for (int i = 0; i < 2; ++i) {

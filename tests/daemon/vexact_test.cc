@@ -60,29 +60,6 @@ TEST_F(VexActivation, SharedServerStartsOnceAndIsRestartedAfterItDies) {
     EXPECT_NE(second, first);
 }
 
-TEST_F(VexActivation, SecondLookupDuringAStartIsBusy) {
-    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
-    CORBA_Object_var slow(registerSlowEcho("slow", 2));
-    // Another process binds by names and so holds the daemon in a start.
-    ktest::Process client;
-    ASSERT_TRUE(startEchoClient(client, byNames(slow))) << client.error();
-    ASSERT_TRUE(startBegins("slow"));
-    {
-        Activation::ImplementationStatus_var s(status("slow"));
-        EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
-        EXPECT_EQ(s->status[0].objRef.in(), nullptr);
-    }
-    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "slow", kStartLimit),
-                 Activation::Busy);
-    EXPECT_THROW(_daemon->lookup_interface("Demo::Echo", kStartLimit), Activation::Busy);
-
-    // The first client gets its answer once the server reports.
-    ASSERT_TRUE(client.wait(milliseconds(20000))) << client.stderrText();
-    EXPECT_EQ(client.exitCode(), 0) << client.stdoutText() << client.stderrText();
-    EXPECT_NE(client.stdoutText().find("hi"), std::string::npos);
-    EXPECT_TRUE(oneActive("slow"));
-}
-
 TEST_F(VexActivation, ProgramThatExitsAtOnceIsTriedFiveTimes) {
     const std::string count = _dir.file("starts");
     CORBA::release(registerScript("dies", "echo \"$0\" >> " + count));

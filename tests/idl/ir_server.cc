@@ -98,37 +98,23 @@ public:
         return s;
     }
     CORBA_ContainedSeq* lookup_name(const char*, CORBA::Long, CORBA::DefinitionKind,
-                                    CORBA::Boolean) override {
-        refuse();
-    }
+                                    CORBA::Boolean) override { refuse(); }
     CORBA_Container::DescriptionSeq* describe_contents(CORBA::DefinitionKind, CORBA::Boolean,
-                                                       CORBA::Long) override {
-        refuse();
-    }
+                                                       CORBA::Long) override { refuse(); }
     CORBA_ModuleDef* create_module(const char*, const char*, const char*) override { refuse(); }
     CORBA_ConstantDef* create_constant(const char*, const char*, const char*, CORBA_IDLType*,
-                                       const CORBA_Any&) override {
-        refuse();
-    }
+                                       const CORBA_Any&) override { refuse(); }
     CORBA_StructDef* create_struct(const char*, const char*, const char*,
-                                   const CORBA_StructMemberSeq&) override {
-        refuse();
-    }
+                                   const CORBA_StructMemberSeq&) override { refuse(); }
     CORBA_UnionDef* create_union(const char*, const char*, const char*, CORBA_IDLType*,
-                                 const CORBA_UnionMemberSeq&) override {
-        refuse();
-    }
+                                 const CORBA_UnionMemberSeq&) override { refuse(); }
     CORBA_EnumDef* create_enum(const char*, const char*, const char*,
-                               const CORBA_EnumMemberSeq&) override {
-        refuse();
-    }
+                               const CORBA_EnumMemberSeq&) override { refuse(); }
     CORBA_AliasDef* create_alias(const char*, const char*, const char*, CORBA_IDLType*) override {
         refuse();
     }
     CORBA_InterfaceDef* create_interface(const char*, const char*, const char*,
-                                         const CORBA_InterfaceDefSeq&) override {
-        refuse();
-    }
+                                         const CORBA_InterfaceDefSeq&) override { refuse(); }
 
     void add(CORBA_Contained* c) { _members.push_back(c); }
 
@@ -225,15 +211,11 @@ public:
     void base_interfaces(const CORBA_InterfaceDefSeq&) override { refuse(); }
     CORBA::Boolean is_a(const char* interface_id) override { return _id == interface_id; }
     CORBA_AttributeDef* create_attribute(const char*, const char*, const char*, CORBA_IDLType*,
-                                         CORBA::AttributeMode) override {
-        refuse();
-    }
+                                         CORBA::AttributeMode) override { refuse(); }
     CORBA_OperationDef* create_operation(const char*, const char*, const char*, CORBA_IDLType*,
                                          CORBA::OperationMode, const CORBA_ParDescriptionSeq&,
                                          const CORBA_ExceptionDefSeq&,
-                                         const CORBA_ContextIdSeq&) override {
-        refuse();
-    }
+                                         const CORBA_ContextIdSeq&) override { refuse(); }
 
     // The operations, which lookup_id finds too.
     const std::vector<std::unique_ptr<OperationImpl>>& operations() const { return _ops; }

@@ -1,6 +1,6 @@
 // Any: the held forms, insertion and extraction, values of every kind read
-// over a connection in both byte orders, the union rule, known records,
-// object references, and hostile input.
+// over a connection in both byte orders, the union rule, known records and
+// hostile input. (Object references in Anys: dyn_test, through a server.)
 #include "any.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,6 @@
 
 #include "except.h"
 #include "handcdr.h"
-#include "loopback_orb.h"
 #include "mstrm.h"
 #include "nvlist.h"
 #include "sequence.h"
@@ -117,6 +116,7 @@ TEST(Any, EmptyInsertionAndExtraction) {
     a.write_value(out);
     EXPECT_EQ(0u, out.length());
 
+    EXPECT_THROW(a <<= static_cast<CORBA_Object*>(nullptr), CORBA_BAD_PARAM);
     a <<= static_cast<const char*>(nullptr);
     EXPECT_EQ(CORBA::tk_string, a.kind());
     EXPECT_EQ(0, a.size());
@@ -216,27 +216,6 @@ TEST(Any, UnionTakesTheFirstLabelWhoseBytesMatch) {
     EXPECT_EQ(10, first.size());  // 4 of discriminator, 4 of count, "x" and its NUL
 }
 
-TEST(Any, ObjectReferenceGoesAsItsTypeAndIor) {
-    ktest::loopbackOrb();
-    std::unique_ptr<ktest::EchoServant> servant(new ktest::EchoServant("anytest"));
-    CORBA_Any a;
-    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>([&] { a <<= static_cast<CORBA_Object*>(nullptr); }));
-    a <<= static_cast<CORBA_Object*>(servant.get());
-    EXPECT_STREQ("IDL:Demo/Echo:1.0", a.type()->id());
-    CORBA_Object* back = nullptr;
-    ASSERT_TRUE(a >>= back);
-    EXPECT_EQ(static_cast<CORBA_Object*>(servant.get()), back);
-    CORBA::release(back);
-
-    ktest::StreamPair pair;
-    pair.begin() << a;
-    pair.pass();
-    CORBA_Any got;
-    *pair.in >> got;
-    ASSERT_EQ(CORBA::tk_objref, got.kind());
-    EXPECT_STREQ("IDL:Demo/Echo:1.0", static_cast<CORBA_Object*>(got.value())->_repository_id());
-}
-
 long maxRssKb() {
     rusage u{};
     getrusage(RUSAGE_SELF, &u);
@@ -249,35 +228,35 @@ TEST(Any, HostileInputIsMarshalWithoutBigAllocations) {
     auto fails = [&](const handcdr::Cdr& m) {
         pair.raw(m.message());
         CORBA_Any a;
-        return ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> a; });
+        EXPECT_THROW(*pair.in >> a, CORBA_MARSHAL);
     };
     handcdr::Cdr longs;  // 2^30 longs announced, four sent
     longs.header(handcdr::kReply).ulong(CORBA::tk_sequence).ulong(CORBA::tk_long).ulong(0);
     longs.ulong(1u << 30).ulong(1).ulong(2).ulong(3).ulong(4);
-    EXPECT_TRUE(fails(longs));
+    fails(longs);
 
     handcdr::Cdr strings;  // a string of 2^31 bytes announced inside a sequence
     strings.header(handcdr::kReply).ulong(CORBA::tk_sequence).ulong(CORBA::tk_string).ulong(0);
     strings.ulong(0xffffffff).ulong(0x80000000).raw("abc");
-    EXPECT_TRUE(fails(strings));
+    fails(strings);
 
     handcdr::Cdr anys;  // 10,000 nested Anys
     anys.header(handcdr::kReply);
     for (int i = 0; i < 10000; ++i) anys.ulong(CORBA::tk_any);
     anys.ulong(CORBA::tk_long).ulong(1);
-    EXPECT_TRUE(fails(anys));
+    fails(anys);
 
     handcdr::Cdr empties;  // 2^32 - 1 elements of an empty struct: no data at all
     empties.header(handcdr::kReply).ulong(CORBA::tk_sequence).ulong(CORBA::tk_struct);
     empties.string("IDL:N:1.0").string("N").ulong(0).ulong(0).ulong(0xffffffff);
-    EXPECT_TRUE(fails(empties));
+    fails(empties);
 
     handcdr::Cdr badUnion;  // a discriminator of a kind no union may have
     badUnion.header(handcdr::kReply).ulong(CORBA::tk_union).string("IDL:B:1.0").string("B");
     badUnion.ulong(CORBA::tk_string).ulong(0).ulong(0).ulong(0).string("x");
     pair.raw(badUnion.message());
     CORBA_Any u;
-    EXPECT_TRUE(ktest::raises<CORBA_INTERNAL>([&] { *pair.in >> u; }));
+    EXPECT_THROW(*pair.in >> u, CORBA_INTERNAL);
 
     EXPECT_LT(maxRssKb() - before, 64 * 1024);
 }

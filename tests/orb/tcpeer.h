@@ -20,17 +20,6 @@
 
 namespace ktest {
 
-// Runs f and tells whether it threw E.
-template <class E, class F>
-bool raises(F&& f) {
-    try {
-        f();
-    } catch (const E&) {
-        return true;
-    }
-    return false;
-}
-
 // Big-endian CDR, aligned from the start of the message it frames.
 class BigEndianOut : public TBostream {
 public:

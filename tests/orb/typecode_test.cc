@@ -38,7 +38,7 @@ TEST(TypeCode, AccessorsFollowTheKind) {
     CORBA_Any_var label = u->member_label(1);
     EXPECT_EQ(CORBA::tk_octet, label->kind());
     EXPECT_STREQ("b", u->member_name(1));
-    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::Bounds>([&] { u->member_label(2); }));
+    EXPECT_THROW(u->member_label(2), CORBA_TypeCode::Bounds);
     CORBA_TypeCode_var d = u->discriminator_type();
     EXPECT_TRUE(d->equal(CORBA::_tc_long));
 
@@ -52,16 +52,15 @@ TEST(TypeCode, AccessorsFollowTheKind) {
     EXPECT_EQ(0u, empty->member_count());
     EXPECT_EQ(1u, empty->param_count());
     EXPECT_STREQ("IDL:N:1.0", empty->id());
-    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { empty->member_label(0); }));
-    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { CORBA::_tc_long->id(); }));
-    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::Bounds>([&] { empty->parameter(1); }));
+    EXPECT_THROW(empty->member_label(0), CORBA_TypeCode::BadKind);
+    EXPECT_THROW(CORBA::_tc_long->id(), CORBA_TypeCode::BadKind);
+    EXPECT_THROW(empty->parameter(1), CORBA_TypeCode::Bounds);
 
     CORBA_TypeCode_var rec = new CORBA_TypeCode(7, 1, 0);  // recursive sequence
     EXPECT_EQ(7u, rec->length());
-    EXPECT_TRUE(ktest::raises<CORBA_TypeCode::BadKind>([&] { rec->content_type(); }));
-    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>([] { CORBA_TypeCode(CORBA::tk_objref, 0); }));
-    EXPECT_TRUE(ktest::raises<CORBA_BAD_PARAM>(
-        [] { CORBA_TypeCode(CORBA::tk_string, 1, CORBA::_tc_long, 0); }));
+    EXPECT_THROW(rec->content_type(), CORBA_TypeCode::BadKind);
+    EXPECT_THROW(CORBA_TypeCode(CORBA::tk_objref, 0), CORBA_BAD_PARAM);
+    EXPECT_THROW(CORBA_TypeCode(CORBA::tk_string, 1, CORBA::_tc_long, 0), CORBA_BAD_PARAM);
 }
 
 TEST(TypeCode, CompareSeesThroughAliasesAndIgnoresIds) {
@@ -152,7 +151,7 @@ TEST(TypeCodeStream, UnknownOffsetAndBadInputAreMarshal) {
     m.header(handcdr::kReply).ulong(0xffffffff).ulong(uint32_t(-8));
     pair.raw(m.message());
     CORBA_TypeCode* tc = nullptr;
-    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+    EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
 
     // A struct that claims 0x7fffffff members and brings two.
     handcdr::Cdr lying;
@@ -160,7 +159,7 @@ TEST(TypeCodeStream, UnknownOffsetAndBadInputAreMarshal) {
     lying.ulong(0x7fffffff);
     for (int i = 0; i < 2; ++i) lying.string("m").ulong(CORBA::tk_long);
     pair.raw(lying.message());
-    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+    EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
 
     // Aliases nested past the limit.
     handcdr::Cdr deep;
@@ -168,11 +167,11 @@ TEST(TypeCodeStream, UnknownOffsetAndBadInputAreMarshal) {
     for (int i = 0; i < 100; ++i) deep.ulong(CORBA::tk_alias).string("IDL:D:1.0").string("D");
     deep.ulong(CORBA::tk_long);
     pair.raw(deep.message());
-    EXPECT_TRUE(ktest::raises<CORBA_MARSHAL>([&] { *pair.in >> tc; }));
+    EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
 
     CORBA_TypeCode_var rec = new CORBA_TypeCode(0, 1, 0);
     pair.begin();
-    EXPECT_TRUE(ktest::raises<CORBA_BAD_TYPECODE>([&] { *pair.out << rec.operator->(); }));
+    EXPECT_THROW(*pair.out << rec.operator->(), CORBA_BAD_TYPECODE);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Raw TCP on 127.0.0.1 for tests that play the other side of a connection:
-// a descriptor holder, a socket on a port of the kernel's choice, a client
-// connection, and a send that writes everything or fails.
+// Raw TCP and UDP on 127.0.0.1 for tests that play the other side of a
+// connection: a descriptor holder, a socket on a port of the kernel's choice,
+// a client connection, a datagram socket, and a send that writes everything
+// or fails.
 #ifndef KELVANOR_TEST_SOCKETS_H
 #define KELVANOR_TEST_SOCKETS_H
 
@@ -67,6 +68,34 @@ inline int connectLoopback(unsigned short port) {
     if (fd >= 0) ::close(fd);
     return -1;
 }
+
+// A datagram socket bound to addr at `port` (0: a free one, which `port`
+// then holds); a receive waits a second at most.
+struct Udp {
+    explicit Udp(unsigned short at = 0, const char* addr = "127.0.0.1")
+        : fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in a = loopbackAddr(at);
+        a.sin_addr.s_addr = inet_addr(addr);
+        socklen_t len = sizeof a;
+        timeval limit{1, 0};
+        ::setsockopt(fd.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        if (::bind(fd.fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+            getsockname(fd.fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+            port = ntohs(a.sin_port);
+    }
+    // One datagram, or empty.
+    std::string take(int flags = 0) {
+        char buf[9000];
+        ssize_t n = ::recv(fd.fd, buf, sizeof buf, flags);
+        return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
+    }
+    void give(unsigned short to, const std::string& b) {
+        sockaddr_in a = loopbackAddr(to);
+        ::sendto(fd.fd, b.data(), b.size(), 0, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    }
+    Fd fd;
+    unsigned short port = 0;
+};
 
 // Every byte, or false. No SIGPIPE: the broker's first stream may have put
 // that signal back at its default action in the test process.

@@ -1,6 +1,8 @@
 // Running the test agent from the tests.
 #include "testagent.h"
 
+#include "sockets.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -67,18 +69,6 @@ bool TestAgent::waitFor(const std::vector<std::string>& words, int limit_ms) con
     return pollUntil([&] { return !lines(words).empty(); }, std::chrono::milliseconds(limit_ms));
 }
 
-int freeUdpPort(const std::string& addr) {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in sin{};
-    sin.sin_family = AF_INET;
-    sin.sin_addr.s_addr = inet_addr(addr.c_str());
-    socklen_t len = sizeof sin;
-    int port = 0;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&sin), sizeof sin) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&sin), &len) == 0)
-        port = ntohs(sin.sin_port);
-    ::close(fd);
-    return port;
-}
+int freeUdpPort(const std::string& addr) { return Udp(0, addr.c_str()).port; }
 
 }  // namespace ktest
