@@ -1,10 +1,5 @@
-// A scripted GIOP 1.0 server for client tests: raw sockets in a thread of
-// the test process, on 127.0.0.1 at a port the kernel chooses. It records
-// what arrives (message type, object key, operation) and answers as its
-// mode says, so that a test sees exactly what the client put on the wire,
-// and can make a server that forwards, stays silent, or answers oddly.
-// The thread touches no broker code; it is stopped and joined on every way
-// out by the destructor.
+// A scripted GIOP 1.0 server on loopback, in a thread that touches no broker
+// code: it records what arrives and answers as its mode says.
 #ifndef KELVANOR_TEST_FAKE_GIOP_SERVER_H
 #define KELVANOR_TEST_FAKE_GIOP_SERVER_H
 

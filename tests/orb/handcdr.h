@@ -1,7 +1,5 @@
-// CDR and GIOP 1.0 written and read by hand, in either byte order, for tests
-// that must see the wire as a peer does: what the broker reads is built here
-// without its own writer, and what it writes is taken apart without its own
-// reader.
+// CDR and GIOP 1.0 written and read by hand, in either byte order, so that
+// tests see the wire without the broker's own writer and reader.
 #ifndef KELVANOR_TEST_HANDCDR_H
 #define KELVANOR_TEST_HANDCDR_H
 

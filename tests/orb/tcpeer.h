@@ -1,7 +1,5 @@
-// What TypeCode and Any tests need of a peer: a writer of the object-stream
-// primitives in big-endian CDR (the other byte order on the hosts we run
-// on), which frames its output as a GIOP Reply, and a pair of connection
-// streams over a socket pair, whose reader takes messages from either.
+// A peer for TypeCode and Any tests: a big-endian CDR writer framed as a
+// GIOP Reply, and two connection streams over a socket pair.
 #ifndef KELVANOR_TEST_TCPEER_H
 #define KELVANOR_TEST_TCPEER_H
 
