@@ -16,17 +16,10 @@
 
 namespace {
 
-// The stream's own buffer: the text it was given and how often it was
-// flushed.
-class Sink : public std::stringbuf {
-public:
+// The text the stream was given and how often it was flushed.
+struct Sink : std::stringbuf {
     int flushes = 0;
-
-protected:
-    int sync() override {
-        ++flushes;
-        return 0;
-    }
+    int sync() override { return ++flushes, 0; }
 };
 
 TEST(VEXOutputBatch, AFullBlockGoesOnWhileHeldAndNothingIsLost) {

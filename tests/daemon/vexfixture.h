@@ -34,7 +34,6 @@ using std::chrono::milliseconds;
 // Seconds a single start may take before the daemon gives up on it.
 constexpr CORBA::Long kStartLimit = 20;
 
-
 inline CORBA_StringSequence strings(const std::vector<std::string>& v) {
     CORBA_StringSequence s(static_cast<CORBA::ULong>(v.size()));
     s.length(static_cast<CORBA::ULong>(v.size()));
@@ -142,12 +141,9 @@ protected:
     }
     static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
 
-    // echo_client binding by the names in ior, which makes it ask the daemon
-    // (found through the naming service that the environment names).
+    // echo_client binding by the names in ior, which makes it ask the daemon.
     bool startEchoClient(ktest::Process& p, const std::string& ior) {
-        ktest::Process::Options opts;
-        opts.argv = {echoClientBinary(), ior, "hi"};
-        return p.start(opts);
+        return p.start(command({echoClientBinary(), ior, "hi"}));
     }
 
     std::string byNames(CORBA_Object* ref) {
