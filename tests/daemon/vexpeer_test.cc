@@ -123,7 +123,7 @@ TEST_F(VexPeers, RepliesOnlyWhenAsked) {
     }
 }
 
-TEST_F(VexPeers, LookupsDuringAStartAreBusyAndAKilledClientLeavesTheDaemonServing) {
+TEST_F(VexPeers, LookupsDuringAStartAreBusyAndKilledOrRefusedClientsLeaveTheDaemonServing) {
     if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
     CORBA_Object_var slow(registerSlowEcho("slow", 2));
     ktest::Process client;
@@ -140,6 +140,16 @@ TEST_F(VexPeers, LookupsDuringAStartAreBusyAndAKilledClientLeavesTheDaemonServin
     ASSERT_TRUE(ktest::pollUntil([&] { return bool(oneActive("slow")); }, milliseconds(15000)));
     Activation::ImplementationStatus_var s(status("slow"));
     EXPECT_EQ(lookupPid("slow"), static_cast<CORBA::Long>(s->status[0].process_id));
+
+    // Unregistered during its start, a waiting lookup ends with a refusal.
+    CORBA_Object_var gone(registerSlowEcho("gone", 2));
+    ktest::Process waiting;
+    ASSERT_TRUE(startEchoClient(waiting, byNames(gone))) << waiting.error();
+    ASSERT_TRUE(startBegins("gone"));
+    _daemon->unreg_implementation("Demo::Echo", "gone");
+    ASSERT_TRUE(waiting.wait(milliseconds(20000)));
+    EXPECT_NE(waiting.exitCode(), 0);
+    EXPECT_EQ(Activation::ImplStatusList_var(_daemon->get_status_all())->length(), 2u);
 }
 
 TEST_F(VexPeers, FiftyClientsBindingAtOnceDuringAStartGetOneServer) {
