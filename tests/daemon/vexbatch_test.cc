@@ -1,6 +1,5 @@
 // Batched standard output: a full block goes on by itself while held, and
-// the signal path writes what is held. Order among other output is checked
-// where the daemon loads its repository.
+// the signal path writes what is held.
 #include "vexbatch.h"
 
 #include <gtest/gtest.h>

@@ -30,11 +30,8 @@ TEST_F(VexNaming, RegistersServesItsInterfaceAndKeepsItsBindingFromASecond) {
     EXPECT_EQ(std::to_string(again->_stub()->locator()->port), _port);
 }
 
-// Refusals over IIOP reach the tools' tests below. Terminated while our
-// connection is open, the daemon ends with status 1 and leaves the file as
-// it was. Started again on the same port, it serves the binding of the first
-// run: the old reference reconnects, and the registration came back from the
-// file.
+// SIGTERM with a connection open: status 1, the file as it was. Restarted on
+// its port, the old reference reconnects and the registration is back.
 TEST_F(VexNaming, RestartedOnItsPortServesOldReferencesFromItsFile) {
     Activation::VEX_ptr v = _daemon.in();
     CORBA_CreationImplDef kept("Demo::Echo", "kept", CORBA_OctetSequence(), "/bin/sh");

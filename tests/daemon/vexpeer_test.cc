@@ -51,11 +51,9 @@ protected:
 
 // The number after "pid" or "pid:" in the output of a client, or -1.
 long pidIn(const std::string& out) {
-    std::string::size_type at = out.find("pid");
+    const std::string::size_type at = out.find("pid");
     if (at == std::string::npos) return -1;
-    at += 3;
-    if (at < out.size() && out[at] == ':') ++at;
-    return std::strtol(out.c_str() + at, nullptr, 10);
+    return std::strtol(out.c_str() + at + 3 + (out[at + 3] == ':'), nullptr, 10);
 }
 
 }  // namespace

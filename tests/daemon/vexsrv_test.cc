@@ -15,7 +15,6 @@
 #include <vector>
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -82,7 +81,6 @@ TEST_F(VEXImplTest, RegistrationsReachMemoryTheFileAndTheNextStart) {
     reg("A", "x");
     reg("A", "y");
     reg("B", "z", "/bin/ls");
-    EXPECT_EQ(repo->findInterface("A")->size(), 2u);
     EXPECT_EQ(filePairs(), (Pairs{"A/x", "A/y", "B/z", "Demo::I/obj"}));  // count: the sum
 
     repo.reset(new VEXImpl(0));
@@ -126,9 +124,7 @@ TEST_F(VEXImplTest, UnregisteringKeepsNoEmptyInterface) {
     repo->unreg_interface("B");
     EXPECT_EQ(filePairs(), Pairs{"C/w"});
 
-    repo->unregister_all();
-    EXPECT_EQ(repo->entryCount(), 0u);
-    EXPECT_EQ(ktest::readFile(env.repo()), std::string(4, '\0'));
+    repo->unreg_interface("C");
     repo->unregister_all();  // on an empty table: exactly four zero bytes
     EXPECT_EQ(ktest::readFile(env.repo()), std::string(4, '\0'));
 }
@@ -274,8 +270,7 @@ TEST_F(RepositoryFile, AStartRemovesOnlyTheTemporaryFilesOfItsOwnPattern) {
     EXPECT_EQ(left, others);
 }
 
-// Every way a rewrite fails refuses the operation with PERSIST_STORE and
-// errno as minor: the table, the file and the directory stay as they were.
+// A failed rewrite refuses with PERSIST_STORE, errno as minor, changing nothing.
 TEST_F(RepositoryFile, FailedRewritesAreRefusedAndChangeNothing) {
     VEXImpl repo(0);
     for (const char* obj : {"x", "y", "z"}) regDef(repo, "A", obj);

@@ -65,9 +65,8 @@ TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate
         << out.str();
 }
 
-// A network of the test's own: lo, and a veth pair 10.99.0.1 / 10.99.0.2 in
-// one namespace, where a connection to .1 leaves from .2, so that the
-// daemon on .1 sees this process as a peer off loopback.
+// A veth pair 10.99.0.1 / .2 in a namespace of our own, routed so that a
+// connection to .1 leaves from .2: the daemon on .1 sees a peer off loopback.
 bool enterPrivateNetwork() {
     if (unshare(CLONE_NEWNET) != 0) {
         const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
