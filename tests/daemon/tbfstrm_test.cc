@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -36,10 +35,7 @@ TEST_F(TBfstreamTest, ValuesHaveFixedWidthsAndRoundTrip) {
         out << static_cast<const TBTransObject*>(nullptr);
     }
     // 1 + 2 + 4 + 4 + 4 + 8 + 8, the strings 7 + 4 + 4, the null object 7
-    std::string bytes = ktest::readFile(path);
-    EXPECT_EQ(bytes.size(), 53u);
-    EXPECT_EQ(bytes.substr(31, 7), u32(3) + "abc");
-    EXPECT_EQ(bytes.substr(46), ":" + u32(2) + "::");
+    EXPECT_EQ(ktest::readFile(path).size(), 53u);
 
     TBfstream in(path.c_str(), O_RDONLY);
     char c;
@@ -107,44 +103,39 @@ TEST_F(TBfstreamTest, ACallersBufferIsFilledInPlace) {
     EXPECT_THROW(bad >> p, CORBA_MARSHAL);
     EXPECT_EQ(p, buf);
     EXPECT_EQ(std::string(buf, 4), std::string("pq\0\0", 4));
+
+    // getCString cuts at its maximum and skips the rest of the string.
+    ASSERT_TRUE(ktest::writeFile(path, u32(5) + "abcde" + u32(2) + "xy" + u32(77)));
+    TBfstream cut(path.c_str(), O_RDONLY);
+    unsigned int next = 0;
+    cut.getCString(buf, 3);
+    cut.getCString(buf + 4, 3);
+    cut >> next;
+    EXPECT_EQ(std::string(buf) + "|" + (buf + 4) + "|" + std::to_string(next), "abc|xy|77");
 }
 
 // What goes to a pipe or a socket is there for the peer after each <<, with
 // no flush; a regular file still holds its output back (see below).
 TEST_F(TBfstreamTest, PipesAndSocketsGetEachWriteAtOnce) {
-    int pipeFds[2], sockFds[2];
-    ASSERT_EQ(pipe(pipeFds), 0);
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockFds), 0);
-    for (const auto& ends : {std::make_pair(pipeFds[0], pipeFds[1]),
-                             std::make_pair(sockFds[0], sockFds[1])}) {
-        ASSERT_EQ(fcntl(ends.first, F_SETFL, O_NONBLOCK), 0);
-        TBfstream out(ends.second);
+    int fds[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
+    ASSERT_EQ(fcntl(fds[0], F_SETFL, O_NONBLOCK), 0);
+    {
+        TBfstream out(fds[1]);
         out << 7 << "hi";
         char got[16];
-        ssize_t n = read(ends.first, got, sizeof got);
-        ASSERT_EQ(n, 10) << "descriptor " << ends.second;
+        ASSERT_EQ(read(fds[0], got, sizeof got), 10);
         EXPECT_EQ(std::string(got, 10), u32(7) + u32(2) + "hi");
         out << 'z';
-        EXPECT_EQ(read(ends.first, got, sizeof got), 1);
+        EXPECT_EQ(read(fds[0], got, sizeof got), 1);
     }
-    for (int fd : {pipeFds[0], pipeFds[1], sockFds[0], sockFds[1]}) close(fd);
+    for (int fd : fds) close(fd);
 
     TBfstream file(path.c_str(), O_RDWR | O_CREAT);
     file << 7;
     EXPECT_EQ(ktest::readFile(path).size(), 0u);  // kept back on purpose
     ASSERT_TRUE(file.flush());
     EXPECT_EQ(ktest::readFile(path), u32(7));
-}
-
-TEST_F(TBfstreamTest, GetCStringCutsAtMaxAndSkipsTheRest) {
-    ASSERT_TRUE(ktest::writeFile(path, u32(5) + "abcde" + u32(2) + "xy" + u32(77)));
-    TBfstream in(path.c_str(), O_RDONLY);
-    char buf[8], buf2[8];
-    unsigned int next = 0;
-    in.getCString(buf, 3);
-    in.getCString(buf2, 3);
-    in >> next;
-    EXPECT_EQ(std::string(buf) + "|" + buf2 + "|" + std::to_string(next), "abc|xy|77");
 }
 
 TEST_F(TBfstreamTest, BufferingIsInvisibleOnTheDescriptor) {

@@ -1,7 +1,5 @@
-// Servers started on demand: the daemon beside a real naming service, with
-// echo_server and small shell programs registered as implementations. Every
-// process that the daemon starts is killed by the pid that its status
-// reports, and the daemon by its own pid, whatever the outcome.
+// Servers started on demand: echo_server and small shell programs
+// registered with the daemon.
 #include <signal.h>
 #include <unistd.h>
 
@@ -10,7 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,16 +33,7 @@ TEST_F(VexActivation, SharedServerStartsOnceAndIsRestartedAfterItDies) {
     CORBA_Object_var ref(_daemon->lookup_interface("Demo::Echo", kStartLimit));
     EXPECT_EQ(serverPid(ref), first);
     EXPECT_TRUE(oneActive("shared", first));
-    EXPECT_STREQ(Activation::ImplementationStatus_var(status("shared"))->impl->path,
-                 KELVANOR_ECHO_SERVER_BINARY);
-    // A running shared server may not be redefined.
-    CORBA_CreationImplDef_var old(_daemon->get_implementation("Demo::Echo", "shared"));
-    CORBA_CreationImplDef moved("Demo::Echo", "shared", CORBA_OctetSequence(), "/bin/sh");
-    EXPECT_THROW(_daemon->change_implementation(old, &moved), Activation::IsActive);
-    EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "nobody", kStartLimit),
-                 Activation::NotRegistered);
-    // A server the daemon started is handed out without being asked first:
-    // stopped, it cannot answer, and the lookup still returns at once.
+    // A server the daemon started is handed out unpinged: stopped, it still is.
     ASSERT_EQ(0, kill(first, SIGSTOP));
     const auto before = std::chrono::steady_clock::now();
     CORBA_Object_var again(_daemon->lookup_implementation("Demo::Echo", "shared", kStartLimit));
@@ -65,12 +53,10 @@ TEST_F(VexActivation, ProgramThatExitsAtOnceIsTriedFiveTimes) {
     CORBA::release(registerScript("dies", "echo \"$0\" >> " + count));
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "dies", kStartLimit),
                  Activation::NotResponding);
-    const std::string line = "Demo::Echo,dies\n";
     std::string expected;
-    for (int i = 0; i < 5; ++i) expected += line;
+    for (int i = 0; i < 5; ++i) expected += "Demo::Echo,dies\n";
     EXPECT_EQ(ktest::readFile(count), expected);
-    Activation::ImplementationStatus_var s(status("dies"));
-    EXPECT_EQ(s->status.length(), 0u);
+    EXPECT_EQ(Activation::ImplementationStatus_var(status("dies"))->status.length(), 0u);
     // Idle again: the next lookup starts over rather than being Busy.
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "dies", kStartLimit),
                  Activation::NotResponding);
@@ -78,8 +64,7 @@ TEST_F(VexActivation, ProgramThatExitsAtOnceIsTriedFiveTimes) {
 
 TEST_F(VexActivation, UnsharedEntryStartsAProcessPerLookup) {
     registerEcho("each", CORBA_CreationImplDef::UNSHARED_SERVER);
-    // The servers are not called: an unshared server may end with its
-    // client, and the pids come from the daemon's status instead.
+    // Pids come from the status: an unshared server may end with its client.
     for (int i = 0; i < 3; ++i)
         CORBA::release(_daemon->lookup_implementation("Demo::Echo", "each", kStartLimit));
     std::vector<CORBA::Long> pids;
@@ -124,7 +109,7 @@ TEST_F(VexActivation, StartedServersInheritTheDaemonsReference) {
         int argc = 0;
         CORBA_ORB* orb = CORBA::ORB_init(argc, nullptr);
         std::string got = ktest::readFile(dir + object);
-        while (!got.empty() && got.back() == '\n') got.pop_back();
+        got = got.substr(0, got.find('\n'));
         CORBA_Object_var inherited(orb->string_to_object(got.c_str()));
         ASSERT_NE(inherited.in(), nullptr) << got;
         EXPECT_STREQ(CORBA_String_var(orb->object_to_string(inherited)),
@@ -134,8 +119,7 @@ TEST_F(VexActivation, StartedServersInheritTheDaemonsReference) {
 
 TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     registerEcho("hand");
-    // A daemon reference in the environment that leads nowhere: the server
-    // asks the naming service instead.
+    // A stale daemon reference in the environment: it asks the naming service.
     std::unique_ptr<IOP::IOR> stale(ZEBGlobalTable::getIOR(_daemon));
     std::unique_ptr<IIOP::ObjectLocator> loc(
         IIOP::ObjectLocator::convert(stale->profiles[0].profile_data));
@@ -156,15 +140,13 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
     EXPECT_TRUE(oneActive("hand", static_cast<CORBA::ULong>(hand.pid())));
     EXPECT_EQ(lookupPid("hand"), hand.pid());
 
-    // A server of a pair the daemon does not know is refused and runs on
-    // regardless.
+    // A server of an unknown pair is refused and runs on regardless.
     ktest::Process stray;
     ASSERT_TRUE(startEcho(stray, "stray")) << stray.stderrText();
     EXPECT_THROW(status("stray"), Activation::NotRegistered);
 
-    // Stopped, a server we did not start cannot answer the ping, which
-    // counts against the limit: it is taken as gone, with no time left for
-    // a start.
+    // Stopped, a server we did not start fails the ping within the limit:
+    // taken as gone, with no time left for a start.
     ASSERT_EQ(0, kill(hand.pid(), SIGSTOP));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "hand", 1), Activation::NotResponding);
@@ -176,14 +158,16 @@ TEST_F(VexActivation, ServerStartedByHandIsAdopted) {
 TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsKeptAndAdopted) {
     const std::string pidFile = _dir.file("late.pid");
     CORBA::release(registerSlowEcho("late", 2, "echo $$ > " + pidFile + "; "));
+    // The lookup ends at its own limit, not at the end of the start.
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1),
                  Activation::NotResponding);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1500));
     const CORBA::ULong pid =
         static_cast<CORBA::ULong>(std::strtoul(ktest::readFile(pidFile).c_str(), nullptr, 10));
     track(pid);
     ASSERT_GT(pid, 1u);
-    // The child stays in the status as starting, and no second one is
-    // started beside it meanwhile.
+    // It stays as starting, and no second one is started beside it.
     {
         Activation::ImplementationStatus_var s(status("late"));
         ASSERT_EQ(s->status.length(), 1u);
@@ -196,27 +180,11 @@ TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsKeptAndAdopted) {
     EXPECT_EQ(lookupPid("late"), static_cast<CORBA::Long>(pid));
 }
 
-TEST_F(VexActivation, UnregisteringDuringAStartEndsTheWaitingLookup) {
-    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
-    CORBA_Object_var gone(registerSlowEcho("gone", 2));
-    ktest::Process client;
-    ASSERT_TRUE(startEchoClient(client, byNames(gone))) << client.error();
-    ASSERT_TRUE(startBegins("gone"));
-    _daemon->unreg_implementation("Demo::Echo", "gone");
-    // The waiting lookup ends with a refusal, and the daemon serves on.
-    ASSERT_TRUE(client.wait(milliseconds(20000)));
-    EXPECT_NE(client.exitCode(), 0);
-    Activation::ImplStatusList_var all(_daemon->get_status_all());
-    EXPECT_EQ(all->length(), 0u);
-}
-
 TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
     int argc = 0;
     CORBA::BOA_ptr boa = CORBA::ORB_init(argc, nullptr)->BOA_init(argc, nullptr);
-    CORBA_OctetSequence id(2);
-    id.length(2);
-    id[0] = 7;
-    id[1] = 9;
+    CORBA::Octet bytes[2] = {7, 9};
+    CORBA_OctetSequence id(2, 2, bytes);
     CORBA_CreationImplDef d("Demo::Echo", "made", CORBA_OctetSequence(),
                             KELVANOR_ECHO_SERVER_BINARY, CORBA_CreationImplDef::SHARED_SERVER,
                             strings({"-OAipaddr", "127.0.0.1"}));
@@ -229,66 +197,6 @@ TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
     EXPECT_GT(lookupPid("made"), 1);
 }
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// What a looping client may wait beyond its limit, vexctl's own start
-// included; that start is slower under the sanitizers.
-#ifdef __SANITIZE_ADDRESS__
-constexpr long kSlackMs = 1000;
-#else
-constexpr long kSlackMs = 500;
-#endif
-
-double secondsSince(Clock::time_point t) {
-    return std::chrono::duration<double>(Clock::now() - t).count();
-}
-
-}  // namespace
-
-TEST_F(VexActivation, LoopingClientsNeverWaitPastTheirOwnLimits) {
-    // A 20 s lookup of a program that never reports waits throughout.
-    CORBA::release(registerScript("never", "exec sleep 30"));
-    ktest::Process longWait;
-    ASSERT_TRUE(longWait.start(vextest::command(
-        {KELVANOR_VEXCTL_BINARY, "lookup", "Demo::Echo", "never", "--timeout", "20"})));
-    ASSERT_TRUE(startBegins("never"));
-    // Ten clients loop lookups with limits of 1 and 2 s over starts of
-    // 1.5 s: they time out, find a start under way (Busy), adopt kept
-    // children and reuse servers. Ten seconds of it, shortened from thirty
-    // to keep the suite quick.
-    for (int i = 0; i < 4; ++i)
-        CORBA::release(registerSlowEcho(("loop" + std::to_string(i)).c_str(), 1, "sleep 0.5; "));
-    const std::string script =
-        std::string("end=$((SECONDS+10)); while [ $SECONDS -lt $end ]; do "
-                    "o=loop$((RANDOM % 4)); l=$((1 + RANDOM % 2)); t0=$(date +%s%N); ") +
-        KELVANOR_VEXCTL_BINARY +
-        " lookup Demo::Echo $o --timeout $l >/dev/null 2>&1; r=$?; "
-        "echo $l $(( ($(date +%s%N) - t0) / 1000000 )) $r; done";
-    std::vector<std::unique_ptr<ktest::Process>> clients;
-    for (int i = 0; i < 10; ++i) {
-        clients.emplace_back(new ktest::Process);
-        ASSERT_TRUE(clients.back()->start(vextest::command({"/bin/bash", "-c", script})));
-    }
-    int lookups = 0, answered = 0;
-    for (auto& c : clients) {
-        ASSERT_TRUE(c->wait(milliseconds(30000)));
-        std::istringstream lines(c->stdoutText());
-        long limit, ms, code;
-        while (lines >> limit >> ms >> code) {
-            ++lookups;
-            answered += code == 0;
-            EXPECT_LE(ms, 1000 * limit + kSlackMs) << "limit " << limit << " s, status " << code;
-            EXPECT_TRUE(code == 0 || code == 14 || code == 15) << code;
-        }
-    }
-    EXPECT_GT(lookups, 50);
-    EXPECT_GT(answered, 0);
-    EXPECT_TRUE(longWait.running());
-    for (int i = 0; i < 4; ++i) statusLengthBecomes(("loop" + std::to_string(i)).c_str(), 1);
-}
-
 class VexDaemonLimits : public vextest::VexActivation {
 protected:
     VexDaemonLimits() { _vexArgs.insert(_vexArgs.end(), {"-t", "1", "-k", "1"}); }
@@ -297,13 +205,15 @@ protected:
 TEST_F(VexDaemonLimits, DefaultLimitAndChildrenThatNeverReportAreEnded) {
     CORBA::release(registerScript("stubborn", "trap '' TERM; exec sleep 30"));
     // -t: a lookup with no limit of its own has the daemon's.
-    const auto start = Clock::now();
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "stubborn", -1),
                  Activation::NotResponding);
-    EXPECT_LT(secondsSince(start), 1.5);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1500));
     // -k: SIGTERM a second after the start, which this one ignores, and
     // SIGKILL five seconds later; it stays as starting until then.
-    ASSERT_TRUE(ktest::pollUntil([&] { return secondsSince(start) > 3; }, milliseconds(4000)));
+    ASSERT_TRUE(ktest::pollUntil(
+        [&] { return std::chrono::steady_clock::now() - start > milliseconds(3000); },
+        milliseconds(4000)));
     Activation::ImplementationStatus_var s(status("stubborn"));
     ASSERT_EQ(s->status.length(), 1u);
     EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);

@@ -1,6 +1,5 @@
 // Batched standard output: a full block goes on by itself while held, and
-// the signal path writes what is held. Order among other output is checked
-// where the daemon loads its repository.
+// the signal path writes what is held.
 #include "vexbatch.h"
 
 #include <gtest/gtest.h>
@@ -16,17 +15,10 @@
 
 namespace {
 
-// The stream's own buffer: the text it was given and how often it was
-// flushed.
-class Sink : public std::stringbuf {
-public:
+// The text the stream was given and how often it was flushed.
+struct Sink : std::stringbuf {
     int flushes = 0;
-
-protected:
-    int sync() override {
-        ++flushes;
-        return 0;
-    }
+    int sync() override { return ++flushes, 0; }
 };
 
 TEST(VEXOutputBatch, AFullBlockGoesOnWhileHeldAndNothingIsLost) {

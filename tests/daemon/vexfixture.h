@@ -1,6 +1,5 @@
-// The daemon beside a real naming service, for the tests of servers that it
-// starts: every process that the daemon starts is killed by the pid that its
-// status reports, and the daemon by its own pid, whatever the outcome.
+// The daemon beside a real naming service; the servers it starts are killed
+// by the pids its status reports, and the daemon by its own.
 #ifndef KELVANOR_TESTS_VEXFIXTURE_H
 #define KELVANOR_TESTS_VEXFIXTURE_H
 
@@ -33,7 +32,6 @@ using std::chrono::milliseconds;
 
 // Seconds a single start may take before the daemon gives up on it.
 constexpr CORBA::Long kStartLimit = 20;
-
 
 inline CORBA_StringSequence strings(const std::vector<std::string>& v) {
     CORBA_StringSequence s(static_cast<CORBA::ULong>(v.size()));
@@ -68,8 +66,7 @@ protected:
         ASSERT_NE(_daemon.in(), nullptr);
     }
 
-    // Starts a daemon on port and waits for its verdict on the naming
-    // service; true once it says it registered.
+    // Starts a daemon on port; true once it says it registered by name.
     bool startVex(ktest::Process& p, const std::string& port) {
         ktest::Process::Options opts;
         opts.argv = {KELVANOR_VEX_BINARY, "-OAport", port};
@@ -89,8 +86,7 @@ protected:
     std::string repo() const { return _dir.path() + "/impl_dir/impl_rep"; }
 
     void TearDown() override {
-        // The servers are the daemon's children: ask it for their pids
-        // before it goes, then stop them and it by pid.
+        // Ask the daemon for its children's pids before it goes.
         if (_daemon.in()) {
             try {
                 Activation::ImplStatusList_var all(_daemon->get_status_all());
@@ -104,8 +100,7 @@ protected:
         _vex.stop(SIGKILL, milliseconds(2000));
     }
 
-    // Only a real process id: kill() of 0 or of a negative number would
-    // reach whole groups of processes.
+    // Only real pids: kill() of 0 or below would reach process groups.
     void track(CORBA::ULong pid) {
         if (pid > 1 && pid <= static_cast<CORBA::ULong>(INT_MAX))
             _servers.insert(static_cast<pid_t>(pid));
@@ -120,16 +115,14 @@ protected:
         CORBA::release(_daemon->reg_implementation(&d));
     }
 
-    // A shell program: the daemon's last argument "<interface>,<object>"
-    // becomes $0 of the script.
+    // A shell program; the daemon's last argument becomes its $0.
     CORBA_Object* registerScript(const char* object, const std::string& script) {
         CORBA_CreationImplDef d("Demo::Echo", object, CORBA_OctetSequence(), "/bin/sh",
                                 CORBA_CreationImplDef::SHARED_SERVER, strings({"-c", script}));
         return _daemon->reg_implementation(&d);
     }
 
-    // A start that takes `seconds`: a shell program that runs `first`,
-    // sleeps, then becomes echo_server.
+    // Runs `first`, sleeps `seconds`, then becomes echo_server.
     CORBA_Object* registerSlowEcho(const char* object, int seconds, const std::string& first = "") {
         return registerScript(object, first + "sleep " + std::to_string(seconds) + "; exec " +
                                           KELVANOR_ECHO_SERVER_BINARY +
@@ -142,12 +135,9 @@ protected:
     }
     static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
 
-    // echo_client binding by the names in ior, which makes it ask the daemon
-    // (found through the naming service that the environment names).
+    // echo_client binding by the names in ior, which makes it ask the daemon.
     bool startEchoClient(ktest::Process& p, const std::string& ior) {
-        ktest::Process::Options opts;
-        opts.argv = {echoClientBinary(), ior, "hi"};
-        return p.start(opts);
+        return p.start(command({echoClientBinary(), ior, "hi"}));
     }
 
     std::string byNames(CORBA_Object* ref) {
@@ -174,8 +164,7 @@ protected:
         return _daemon->get_status("Demo::Echo", object);
     }
 
-    // The entry's one server: active, with a reference, and of pid if one
-    // is given.
+    // The entry's one server: active, with a reference, of pid if given.
     ::testing::AssertionResult oneActive(const char* object, CORBA::ULong pid = 0) {
         Activation::ImplementationStatus_var s(status(object));
         if (s->status.length() != 1)

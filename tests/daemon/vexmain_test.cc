@@ -35,7 +35,7 @@ protected:
     ktest::TempDir dir{"vexmain"};
 };
 
-TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
+TEST_F(VexProgram, OptionsOfTheBrokerComeFirstAndUnknownOnesPrintUsage) {
     for (const char* opt : {"-z", "-?", "-t", "-x"})  // -t and -x lack their values
         EXPECT_EQ(runVex(dir.path(), {opt}),
                   "1|vex arguments: \n\t-v <verbose mode>\n\t-t <timeout value>\n"
@@ -46,9 +46,7 @@ TEST_F(VexProgram, UnknownOptionsPrintUsageAndFail) {
     EXPECT_EQ(runVex(dir.path(), {"-t", "5"}), "0|" + kUnnamed);
     EXPECT_EQ(runVex(dir.path(), {"-a", "-x", dir.path(), "-x", "/nowhere"}),
               "1|VEX: -x /nowhere is not a directory\n");
-}
 
-TEST_F(VexProgram, BrokerOptionsAreTakenBeforeTheDaemonsOwn) {
     // The broker takes its options out of argv first, so getopt never sees
     // them; faulty ones end the daemon with status 0 before it announces
     // anything.

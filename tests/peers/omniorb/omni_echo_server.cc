@@ -1,14 +1,9 @@
-// omni_echo_server: a Demo::Echo server built with omniORB, the peer that
-// Kelvanor's clients and activation daemon are tested and timed against. It
-// listens on 127.0.0.1 unless an -ORBendPoint says otherwise, prints its
-// stringified reference and serves until a signal.
-//
-// Given "<interface>,<object>", the last argument with which the activation
-// daemon starts a server, the object is served under Kelvanor's persistent
-// key for that pair, so that clients that bind by names reach it, and is
-// reported to the daemon with boa_activate_obj (N times with --reports N, to
-// try the daemon with repeats). Kelvanor clients announce themselves with
-// __bind and __unbind; both are answered with an empty reply.
+// omni_echo_server: a Demo::Echo server built with omniORB. It listens on
+// 127.0.0.1 unless an -ORBendPoint says otherwise, prints its reference and
+// serves until a signal. Given "<interface>,<object>" (the daemon's last
+// argument) it serves under Kelvanor's persistent key for that pair and
+// reports to the daemon (N times with --reports N); __bind and __unbind get
+// empty replies.
 // Usage: omni_echo_server [-ORB options] [[--reports N] <interface>,<object>]
 #include <cstdlib>
 #include <cstring>
@@ -26,12 +21,9 @@
 
 namespace {
 
-// Kelvanor's persistent object key: a CDR encapsulation of the byte-order
-// octet, "ZEB", the tag 0 as an unsigned long, then the interface name and
-// the object name as CDR strings, in the host's order. Alignment counts from
-// the first octet, and Kelvanor pads with blanks: CDR leaves padding open,
-// but omniORB compares keys octet by octet, and clients that bind by names
-// send the key as Kelvanor writes it.
+// Kelvanor's persistent object key: byte-order octet, "ZEB", tag 0, then the
+// interface and object names as CDR strings. Padded with blanks as Kelvanor
+// pads, since omniORB compares keys octet by octet.
 PortableServer::ObjectId* persistentKey(const std::string& iface, const std::string& object) {
     const CORBA::ULong one = 1;
     std::string b(1, *reinterpret_cast<const char*>(&one));

@@ -1,9 +1,6 @@
-// omni_vex_client: drives the administrative operations of Kelvanor's
-// activation daemon through omniORB, built from the same Activation IDL, to
-// check the daemon against an independent ORB. Each command prints one line:
-// "ok" and what came back, or the repository id of the exception. The
-// daemon is named by a reference or by "-": found through the naming
-// service as Kelvanor programs find it.
+// omni_vex_client: the activation daemon's operations through omniORB. Each
+// command prints "ok" and what came back, or the exception's repository id.
+// The daemon is a reference, or "-" for the naming service.
 // Usage: omni_vex_client [-ORB options] <IOR:...|-> <command> [args]
 //   reg <interface> <object> <path> <policy> [<arg>...]
 //   get <interface> <object>          change <interface> <object> <new path>
