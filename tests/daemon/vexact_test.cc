@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -195,6 +196,62 @@ TEST_F(VexActivation, AdapterCreatesImplementationsThroughTheDaemon) {
     ASSERT_EQ(got->id.length(), 2u);
     EXPECT_EQ(got->id[1], 9);
     EXPECT_GT(lookupPid("made"), 1);
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What a looping client may wait beyond its limit, vexctl's own start
+// included; that start is slower under the sanitizers.
+#ifdef __SANITIZE_ADDRESS__
+constexpr long kSlackMs = 1000;
+#else
+constexpr long kSlackMs = 500;
+#endif
+
+}  // namespace
+
+TEST_F(VexActivation, LoopingClientsNeverWaitPastTheirOwnLimits) {
+    // A 20 s lookup of a program that never reports waits throughout.
+    CORBA::release(registerScript("never", "exec sleep 30"));
+    ktest::Process longWait;
+    ASSERT_TRUE(longWait.start(vextest::command(
+        {KELVANOR_VEXCTL_BINARY, "lookup", "Demo::Echo", "never", "--timeout", "20"})));
+    ASSERT_TRUE(startBegins("never"));
+    // Ten clients loop lookups with limits of 1 and 2 s over starts of
+    // 1.5 s: they time out, find a start under way (Busy), adopt kept
+    // children and reuse servers. Ten seconds of it, shortened from thirty
+    // to keep the suite quick.
+    for (int i = 0; i < 4; ++i)
+        CORBA::release(registerSlowEcho(("loop" + std::to_string(i)).c_str(), 1, "sleep 0.5; "));
+    const std::string script =
+        std::string("end=$((SECONDS+10)); while [ $SECONDS -lt $end ]; do "
+                    "o=loop$((RANDOM % 4)); l=$((1 + RANDOM % 2)); t0=$(date +%s%N); ") +
+        KELVANOR_VEXCTL_BINARY +
+        " lookup Demo::Echo $o --timeout $l >/dev/null 2>&1; r=$?; "
+        "echo $l $(( ($(date +%s%N) - t0) / 1000000 )) $r; done";
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 10; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(clients.back()->start(vextest::command({"/bin/bash", "-c", script})));
+    }
+    int lookups = 0, answered = 0;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(30000)));
+        std::istringstream lines(c->stdoutText());
+        long limit, ms, code;
+        while (lines >> limit >> ms >> code) {
+            ++lookups;
+            answered += code == 0;
+            EXPECT_LE(ms, 1000 * limit + kSlackMs) << "limit " << limit << " s, status " << code;
+            EXPECT_TRUE(code == 0 || code == 14 || code == 15) << code;
+        }
+    }
+    EXPECT_GT(lookups, 50);
+    EXPECT_GT(answered, 0);
+    EXPECT_TRUE(longWait.running());
+    for (int i = 0; i < 4; ++i) statusLengthBecomes(("loop" + std::to_string(i)).c_str(), 1);
 }
 
 class VexDaemonLimits : public vextest::VexActivation {

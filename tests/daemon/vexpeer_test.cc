@@ -215,6 +215,27 @@ protected:
 
 }  // namespace
 
+TEST_F(VexTransparent, TwentyClientsDuringOneStartAreForwardedToOneServer) {
+    if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
+    CORBA::release(registerSlowEcho("crowd", 2));
+    ASSERT_EQ(vexctl({"bind", "Demo::Echo", "crowd", "crowd"}), 0);
+    std::vector<std::unique_ptr<ktest::Process>> clients;
+    for (int i = 0; i < 20; ++i) {
+        clients.emplace_back(new ktest::Process);
+        ASSERT_TRUE(startClient(*clients.back(), "crowd", i % 2 == 0));
+    }
+    std::set<std::string> answers;
+    for (auto& c : clients) {
+        ASSERT_TRUE(c->wait(milliseconds(30000)));
+        EXPECT_EQ(c->exitCode(), 0) << c->stdoutText() << c->stderrText();
+        answers.insert(c->stdoutText());
+    }
+    ASSERT_EQ(answers.size(), 1u);
+    const long pid = std::strtol(answers.begin()->c_str() + 3, nullptr, 10);
+    track(static_cast<CORBA::ULong>(pid));
+    EXPECT_TRUE(oneActive("crowd", static_cast<CORBA::ULong>(pid))) << *answers.begin();
+}
+
 TEST_F(VexTransparent, CallsAreForwardedStartedAgainOrRefused) {
     if (!omniBuilt()) GTEST_SKIP() << "omniORB peers not built";
     // Slow enough that two clients arrive during one start.
