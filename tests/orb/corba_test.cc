@@ -193,9 +193,6 @@ TEST(ZEBString, StreamFormsAndCountZero) {
     CORBA_MarshalInBuffer cdr(&zero[0], 4);
     EXPECT_STREQ("", ZEBString(cdr).string());
 
-    std::string cut("\x09\0\0\0abc", 7);
-    CORBA_MarshalInBuffer shortData(&cut[0], 7);
-    EXPECT_THROW(ZEBString{shortData}, CORBA_MARSHAL);
 }
 
 TEST(CORBAException, NarrowFollowsTheDescriptionChain) {
@@ -206,10 +203,6 @@ TEST(CORBAException, NarrowFollowsTheDescriptionChain) {
     EXPECT_EQ(&bad, CORBA_BAD_PARAM::_narrow(e));
     EXPECT_EQ(nullptr, CORBA_MARSHAL::_narrow(e));
 
-    TestFailure user;
-    EXPECT_EQ(&TestFailure::_description, CORBA_Exception::Description::desc("IDL:Test/Failure:1.0"));
-    EXPECT_EQ(&user, CORBA_UserException::_narrow(static_cast<CORBA_Exception*>(&user)));
-    EXPECT_EQ(nullptr, CORBA_SystemException::_narrow(static_cast<CORBA_Exception*>(&user)));
 
     // can_cast compares addresses, not names.
     EXPECT_FALSE(bad._desc()->can_cast(lookalike));
