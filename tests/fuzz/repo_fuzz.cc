@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,8 +18,18 @@ namespace {
 std::string dir;
 std::string file;
 
+// Every file the load left: the repository and the copies a damaged one
+// gets. Kept, the copies of one second run out of names and end the load.
+void emptyDir() {
+    if (DIR* d = ::opendir(dir.c_str())) {
+        while (dirent* e = ::readdir(d))
+            if (e->d_name[0] != '.') ::unlink((dir + "/" + e->d_name).c_str());
+        ::closedir(d);
+    }
+}
+
 void removeDir() {
-    ::unlink(file.c_str());
+    emptyDir();
     ::rmdir(dir.c_str());
 }
 
@@ -46,6 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         done += static_cast<size_t>(n);
     }
     ::close(fd);
-    VEXImpl repo(0);
+    {
+        VEXImpl repo(0);
+    }
+    emptyDir();
     return 0;
 }
