@@ -369,18 +369,9 @@ TEST(ZEBStubInfo, CallsReachEchoServerAndWithoutRebindALossIsACommFailure) {
     ASSERT_TRUE(server.ready()) << server.output();
     Demo::Echo_var echo(bindTo(server.ior));
     ASSERT_NE(echo.in(), nullptr);
-    EXPECT_FALSE(echo->_is_local());
-
-    std::string big(100000, 'x');
-    CORBA_String_var said(echo->say(big.c_str()));
-    EXPECT_EQ(big, said.in());
-    said = echo->say("");
-    EXPECT_STREQ(said, "");
     echo->note("nobody answers this");
     EXPECT_EQ(echo->pid(), server.pid());
-
     EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));  // asked of the server
-    EXPECT_FALSE(echo->_non_existent());
 
     // Without rebinding a lost connection is a COMM_FAILURE; the next call
     // binds again from the lost state and finds nobody.
