@@ -1,6 +1,5 @@
-// Any: the held forms, insertion and extraction, values of every kind read
-// over a connection in both byte orders, the union rule, known records and
-// hostile input. (Object references in Anys: dyn_test, through a server.)
+// Any: insertion and extraction, every kind over a connection in both byte
+// orders, the union rule and hostile input (references in Anys: dyn_test).
 #include "any.h"
 
 #include <gtest/gtest.h>

@@ -148,9 +148,7 @@ private:
         if (rec.type != handcdr::kRequest || _mode != Mode::Serve || !rec.response) return;
         if (rec.operation == "wrong_type") return locateReply(fd, id, std::string());
         if (rec.operation == "stray") sendAll(fd, reply(id + 1000).string("not yours").message());
-        if (rec.operation == "refuse")  // a user exception no client links, with a member
-            return (void)sendAll(fd, reply(id, 1).string("IDL:Nobody/Home:1.0").string("no").message());
-        handcdr::Cdr o = reply(id);
+        handcdr::Cdr o = reply(id, rec.operation == "refuse");  // USER_EXCEPTION
         if (_heldFd >= 0) {
             sendAll(_heldFd, _held);
             _heldFd = -1;
@@ -168,6 +166,7 @@ private:
         else if (rec.operation == "_non_existent") o.octet(0);
         else if (rec.operation == "_is_a") o.octet(1);
         else if (rec.operation == "stray") o.string("yours");
+        else if (rec.operation == "refuse") o.string("IDL:Nobody/Home:1.0").string("no");
         sendAll(fd, o.message());
     }
 

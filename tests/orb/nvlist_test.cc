@@ -1,6 +1,4 @@
-// Anys holding strings, and the named value lists built of them: order
-// across growth, copies of the values put in, bounds, removal and the
-// references handed out.
+// Anys holding strings, and the named value lists built of them.
 #include "nvlist.h"
 
 #include <gtest/gtest.h>

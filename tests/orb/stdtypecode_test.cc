@@ -1,7 +1,5 @@
-// TypeCodes in the encapsulated form of -ORBstdtypecodes, where omniORB
-// cannot show them (tests/idl/dyn_test.cc passes every kind with it):
-// encapsulations in the other byte order and with spare bytes, and hostile
-// byte orders, counts and nesting, which are CORBA_MARSHAL.
+// TypeCodes in the encapsulated form of -ORBstdtypecodes where omniORB cannot
+// show them (dyn_test passes every kind with it): peer forms, hostile input.
 #include <gtest/gtest.h>
 
 #include <cstdint>

@@ -1,6 +1,5 @@
-// TypeCodes: the accessors and their exceptions, the compare rules, the
-// statics, and the stream form: the indirections of one message, and hostile
-// input.
+// TypeCodes: accessors and their exceptions, the compare rules, the statics,
+// and the stream form's indirections and hostile input.
 #include "typecode.h"
 
 #include <gtest/gtest.h>
@@ -35,8 +34,6 @@ TEST(TypeCode, AccessorsFollowTheKind) {
     CORBA_Any_var label = u->member_label(1);
     EXPECT_EQ(CORBA::tk_octet, label->kind());
     EXPECT_THROW(u->member_label(2), CORBA_TypeCode::Bounds);
-    CORBA_TypeCode_var d = u->discriminator_type();
-    EXPECT_TRUE(d->equal(CORBA::_tc_long));
 
     CORBA_TypeCode_var empty = new CORBA_TypeCode(CORBA::tk_struct, "IDL:N:1.0", "N", nullptr, 0, 0);
     EXPECT_THROW(empty->member_label(0), CORBA_TypeCode::BadKind);

@@ -363,18 +363,15 @@ TEST(ZEBORB, BindsByNamesThroughTheAgentConnectingWhenAsked) {
     EXPECT_EQ(server.pid(), now->pid());
 }
 
-TEST(ZEBStubInfo, CallsReachEchoServerAndWithoutRebindALossIsACommFailure) {
+// Without rebinding a lost connection is a COMM_FAILURE; the next call binds
+// again from the lost state and finds nobody.
+TEST(ZEBStubInfo, WithoutRebindALossIsACommFailure) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     EchoChild server;
     ASSERT_TRUE(server.ready()) << server.output();
     Demo::Echo_var echo(bindTo(server.ior));
-    ASSERT_NE(echo.in(), nullptr);
     echo->note("nobody answers this");
     EXPECT_EQ(echo->pid(), server.pid());
-    EXPECT_FALSE(echo->_is_a("IDL:Demo/Other:1.0"));  // asked of the server
-
-    // Without rebinding a lost connection is a COMM_FAILURE; the next call
-    // binds again from the lost state and finds nobody.
     CORBA_BindOptions options;
     options.allow_rebind = 0;
     echo->_bind_options(options);
@@ -436,7 +433,4 @@ TEST(ZEBStubInfo, ForeignObjectOfAnotherBroker) {
     EXPECT_THROW(fresh->_non_existent(), CORBA_COMM_FAILURE);
     // The lost one leaves it, and has no names to be found by.
     EXPECT_THROW(root->_non_existent(), CORBA_NO_IMPLEMENT);
-    // Now the refused connection itself is what the other one meets.
-    EXPECT_EQ(static_cast<CORBA::ULong>(ECONNREFUSED),
-              ktest::thrown<CORBA_COMM_FAILURE>([&] { fresh->_non_existent(); }).minor());
 }

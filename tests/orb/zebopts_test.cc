@@ -1,7 +1,5 @@
-// The broker's command line: which elements leave argv, what each option
-// stores, the messages and exit status of bad options, and the service
-// parameters. Parses that end the process run in death tests; the others run
-// here, and the fixture puts every option back afterwards.
+// The broker's command line. Parses that end the process run in death tests;
+// the fixture puts every option back after the others.
 #include "zebglob.h"
 
 #include <gtest/gtest.h>
@@ -56,8 +54,6 @@ public:
         argc = static_cast<int>(_ptrs.size());
         _ptrs.push_back(nullptr);
     }
-    Argv(const Argv&) = delete;
-    Argv& operator=(const Argv&) = delete;
 
     Argv& parse() {
         G::parse_args(argc, _ptrs.data());
