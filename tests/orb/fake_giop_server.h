@@ -55,8 +55,6 @@ public:
         for (int fd : _conns) ::close(fd);
         if (_listen >= 0) ::close(_listen);
     }
-    FakeGiopServer(const FakeGiopServer&) = delete;
-    FakeGiopServer& operator=(const FakeGiopServer&) = delete;
 
     bool ok() const { return _port != 0; }
     unsigned short port() const { return _port; }

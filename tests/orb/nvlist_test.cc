@@ -30,9 +30,6 @@ TEST(CORBAAny, StringsGoInAndComeOutAsCopiesAndCopiesAreDeep) {
         EXPECT_STREQ(held(*c), "hello");
         EXPECT_NE(held(*c), held(*a));
     }
-    EXPECT_EQ(CORBA_Any::_duplicate(a), a);
-    CORBA::release(a);  // one of two references: still alive
-    EXPECT_STREQ(held(*a), "hello");
     CORBA::release(a);
 }
 
