@@ -1,9 +1,6 @@
-// any_echo_server: Peer::AnyEcho (tests/peers/omniorb/anyecho.idl) on
-// Kelvanor, for omniORB's client. The IDL compiler does not take `any` yet,
-// so the skeleton is written by hand the way generated ones are: a type
-// record with the method table, and a dispatch function that reads the
-// argument and writes the reply. Prints its reference and serves until a
-// signal. Usage: any_echo_server [broker options]
+// any_echo_server [broker options]: Peer::AnyEcho (tests/peers/omniorb/
+// anyecho.idl) for omniORB's client, its skeleton written by hand as
+// generated ones are. Prints its reference and serves until a signal.
 #include <iostream>
 
 #include "any.h"

@@ -1,7 +1,5 @@
-// A server in a child process for client tests: echo_server on loopback with
-// the broker options given, or another program that prints its reference
-// first (omniORB's server). Ready once it printed that reference, stopped by
-// its pid when the holder goes.
+// echo_server, or another program that prints its reference first, in a child
+// process: ready once the reference is out, stopped by its pid with the holder.
 #ifndef KELVANOR_TEST_ECHO_CHILD_H
 #define KELVANOR_TEST_ECHO_CHILD_H
 

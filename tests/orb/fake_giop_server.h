@@ -55,8 +55,6 @@ public:
         for (int fd : _conns) ::close(fd);
         if (_listen >= 0) ::close(_listen);
     }
-    FakeGiopServer(const FakeGiopServer&) = delete;
-    FakeGiopServer& operator=(const FakeGiopServer&) = delete;
 
     bool ok() const { return _port != 0; }
     unsigned short port() const { return _port; }
@@ -131,10 +129,7 @@ private:
             id = r.ulong();
             rec.key = r.octets();
         } else if (rec.type == handcdr::kRequest) {
-            for (uint32_t n = r.ulong(); n > 0 && r.ok(); --n) {
-                r.ulong();
-                r.octets();
-            }
+            for (uint32_t n = r.ulong(); n > 0 && r.ok(); --n) r.ulong(), r.octets();
             id = r.ulong();
             rec.response = r.octet() != 0;
             rec.key = r.octets();
@@ -151,14 +146,7 @@ private:
         if (rec.type != handcdr::kRequest || _mode != Mode::Serve || !rec.response) return;
         if (rec.operation == "wrong_type") return locateReply(fd, id, std::string());
         if (rec.operation == "stray") sendAll(fd, reply(id + 1000).string("not yours").message());
-        if (rec.operation == "refuse") {
-            // A user exception of a class no client links, with a member.
-            handcdr::Cdr e;
-            e.header(handcdr::kReply).ulong(0).ulong(id).ulong(1);
-            sendAll(fd, e.string("IDL:Nobody/Home:1.0").string("no").message());
-            return;
-        }
-        handcdr::Cdr o = reply(id);
+        handcdr::Cdr o = reply(id, rec.operation == "refuse");  // USER_EXCEPTION
         if (_heldFd >= 0) {
             sendAll(_heldFd, _held);
             _heldFd = -1;
@@ -176,12 +164,13 @@ private:
         else if (rec.operation == "_non_existent") o.octet(0);
         else if (rec.operation == "_is_a") o.octet(1);
         else if (rec.operation == "stray") o.string("yours");
+        else if (rec.operation == "refuse") o.string("IDL:Nobody/Home:1.0").string("no");
         sendAll(fd, o.message());
     }
 
-    // No contexts, NO_EXCEPTION.
-    static handcdr::Cdr reply(uint32_t id) {
-        return handcdr::Cdr().header(handcdr::kReply).ulong(0).ulong(id).ulong(0);
+    // No contexts; NO_EXCEPTION unless another status is given.
+    static handcdr::Cdr reply(uint32_t id, uint32_t status = 0) {
+        return handcdr::Cdr().header(handcdr::kReply).ulong(0).ulong(id).ulong(status);
     }
 
     void locateReply(int fd, uint32_t id, const std::string& key) {

@@ -82,13 +82,9 @@ public:
     }
     // Without the NUL, which must be there.
     std::string string() {
-        const uint32_t n = ulong();
-        std::string s = raw(n);
-        if (n == 0) return s;
-        if (s.empty() || s.back() != '\0')
-            _ok = false;
-        else
-            s.pop_back();
+        std::string s = raw(ulong());
+        if (!s.empty() && s.back() == '\0') s.pop_back();
+        else if (!s.empty()) _ok = false;
         return s;
     }
     std::string octets() { return raw(ulong()); }

@@ -1,11 +1,9 @@
-// Object keys that are not ours, and the iordump tool run as a program on
-// references of every kind.
+// The iordump tool run as a program on references of every kind.
 #include "iorstr.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -46,35 +44,6 @@ std::string iorString(const char* typeId,
         ior.profiles[i].profile_data = profiles[i].second;
     }
     return own(iorToString(ior));
-}
-
-using Bytes = std::vector<unsigned char>;
-
-CORBA_OctetSequence keyOf(const Bytes& b) {
-    CORBA_OctetSequence k;
-    k.length(static_cast<CORBA::ULong>(b.size()));
-    if (!b.empty()) std::memcpy(k.get_buffer(), b.data(), b.size());
-    return k;
-}
-
-TEST(ZEBObjectId, ShortForeignAndUnassignedKeysAreNotOurs) {
-    Bytes twelve = {1, 'Z', 'E', 'B', 3, 0, 0, 0, 9, 0, 0, 0};
-    const Bytes eleven(twelve.begin(), twelve.end() - 1);
-    EXPECT_FALSE(ZEBObjectId::isZEBKey(keyOf(eleven)));
-    EXPECT_EQ(ZEBObjectId::convert(keyOf(eleven)), nullptr);
-    EXPECT_FALSE(ZEBObjectId::isZEBKey(CORBA_OctetSequence()));
-
-    Bytes foreign = twelve;
-    foreign[3] = 'X';
-    foreign.resize(40, 0xff);  // long and full of large counts: never read
-    EXPECT_FALSE(ZEBObjectId::isZEBKey(keyOf(foreign)));
-    EXPECT_EQ(ZEBObjectId::convert(keyOf(foreign)), nullptr);
-
-    for (unsigned char tag : {2, 5, 255}) {
-        twelve[4] = tag;
-        EXPECT_TRUE(ZEBObjectId::isZEBKey(keyOf(twelve))) << int(tag);
-        EXPECT_EQ(ZEBObjectId::convert(keyOf(twelve)), nullptr) << int(tag);
-    }
 }
 
 ktest::Outcome iordump(const std::string& arg) {

@@ -20,8 +20,7 @@ namespace handcdr {
 
 // A reply that should come comes long before this; only a fault waits it out.
 constexpr int kReplyMs = 5000;
-// How long "nothing came back" is watched. A late reply that slips past it
-// still shows, as the wrong request id of the next reply.
+// How long "nothing came back" is watched; a later reply shows as the next one.
 constexpr int kQuietMs = 300;
 
 struct Message {

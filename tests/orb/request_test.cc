@@ -1,6 +1,5 @@
-// Dynamic requests to a scripted GIOP peer: contexts on the wire, requests
-// refused unsent, replies that reach their request however they come; the
-// context tree's matching rules, and free_out_memory.
+// Dynamic requests to a scripted GIOP peer; the context tree's matching
+// rules, and free_out_memory.
 #include "request.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// TypeCodes in the encapsulated form of -ORBstdtypecodes, where omniORB
-// cannot show them (tests/idl/dyn_test.cc passes every kind with it):
-// encapsulations in the other byte order and with spare bytes, and hostile
-// lengths, kinds and counts, which are CORBA_MARSHAL.
+// TypeCodes in the encapsulated form of -ORBstdtypecodes where omniORB cannot
+// show them (dyn_test passes every kind with it): peer forms, hostile input.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -98,12 +96,6 @@ TEST(StdTypeCode, HostileInputIsMarshalAndTheStreamServesOn) {
         CORBA_TypeCode* tc = nullptr;
         EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
     };
-    handcdr::Cdr longer;  // an encapsulation longer than the message
-    longer.header(handcdr::kReply).ulong(CORBA::tk_struct).ulong(0x7ffffff0).octet(1);
-    refused(longer);
-    handcdr::Cdr later;  // a kind this broker does not have
-    later.header(handcdr::kReply).ulong(27).ulong(0);
-    refused(later);
     handcdr::Cdr order;  // a byte-order octet that is neither
     order.header(handcdr::kReply).ulong(CORBA::tk_enum).octets(std::string("\x02", 1));
     refused(order);

@@ -39,16 +39,8 @@ public:
     TBostream& operator<<(unsigned int v) override { return num(v, 4); }
     TBostream& operator<<(long v) override { return num(uint32_t(v), 4); }
     TBostream& operator<<(unsigned long v) override { return num(uint32_t(v), 4); }
-    TBostream& operator<<(float v) override {
-        uint32_t b;
-        std::memcpy(&b, &v, 4);
-        return num(b, 4);
-    }
-    TBostream& operator<<(double v) override {
-        uint64_t b;
-        std::memcpy(&b, &v, 8);
-        return num(b, 8);
-    }
+    TBostream& operator<<(float v) override { return num(bits<uint32_t>(v), 4); }
+    TBostream& operator<<(double v) override { return num(bits<uint64_t>(v), 8); }
     TBostream& put(char c) override { return raw(&c, 1); }
     TBostream& put(const char* p, unsigned n) override { return raw(p, n); }
     TBostream& put(const unsigned char* p, unsigned n) override {
@@ -70,6 +62,12 @@ public:
     }
 
 private:
+    template <class U, class F>
+    static U bits(F v) {
+        U b;
+        std::memcpy(&b, &v, sizeof b);
+        return b;
+    }
     TBostream& raw(const char* p, size_t n) {
         _bytes.append(p, n);
         return *this;

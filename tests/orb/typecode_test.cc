@@ -1,12 +1,9 @@
-// TypeCodes: the accessors and their exceptions, the compare rules, the
-// statics, and the stream form: the indirections of one message, and hostile
-// input.
+// TypeCodes: accessors and their exceptions, the compare rules, the statics,
+// and the stream form's indirections and hostile input.
 #include "typecode.h"
 
 #include <gtest/gtest.h>
 
-#include <iostream>
-#include <sstream>
 #include <string>
 
 #include "any.h"
@@ -33,31 +30,17 @@ CORBA_TypeCode* unionTc() {
 
 TEST(TypeCode, AccessorsFollowTheKind) {
     CORBA_TypeCode_var u = unionTc();
-    EXPECT_EQ(2u, u->member_count());
     EXPECT_EQ(1, u->default_index());
     CORBA_Any_var label = u->member_label(1);
     EXPECT_EQ(CORBA::tk_octet, label->kind());
-    EXPECT_STREQ("b", u->member_name(1));
     EXPECT_THROW(u->member_label(2), CORBA_TypeCode::Bounds);
-    CORBA_TypeCode_var d = u->discriminator_type();
-    EXPECT_TRUE(d->equal(CORBA::_tc_long));
-
-    CORBA_Any three;
-    three <<= CORBA::Short(3);
-    ZEBTCMember one[] = {{"a", CORBA::_tc_long, &three}};
-    CORBA_TypeCode_var plain = new CORBA_TypeCode("IDL:V:1.0", "V", CORBA::_tc_short, one, 1, 0);
-    EXPECT_EQ(-1, plain->default_index());  // a union without a default
 
     CORBA_TypeCode_var empty = new CORBA_TypeCode(CORBA::tk_struct, "IDL:N:1.0", "N", nullptr, 0, 0);
-    EXPECT_EQ(0u, empty->member_count());
-    EXPECT_EQ(1u, empty->param_count());
-    EXPECT_STREQ("IDL:N:1.0", empty->id());
     EXPECT_THROW(empty->member_label(0), CORBA_TypeCode::BadKind);
     EXPECT_THROW(CORBA::_tc_long->id(), CORBA_TypeCode::BadKind);
     EXPECT_THROW(empty->parameter(1), CORBA_TypeCode::Bounds);
 
     CORBA_TypeCode_var rec = new CORBA_TypeCode(7, 1, 0);  // recursive sequence
-    EXPECT_EQ(7u, rec->length());
     EXPECT_THROW(rec->content_type(), CORBA_TypeCode::BadKind);
     EXPECT_THROW(CORBA_TypeCode(CORBA::tk_objref, 0), CORBA_BAD_PARAM);
     EXPECT_THROW(CORBA_TypeCode(CORBA::tk_string, 1, CORBA::_tc_long, 0), CORBA_BAD_PARAM);
@@ -95,27 +78,9 @@ TEST(TypeCode, StaticsAreNeverFreed) {
     EXPECT_EQ(3u, kNamedValueMembers);
     for (int i = 0; i < 5; ++i) CORBA::release(CORBA::_tc_long);
     EXPECT_EQ(CORBA::tk_long, CORBA::_tc_long->kind());
-    EXPECT_EQ(0u, CORBA::_tc_string->length());
-    EXPECT_STREQ("IDL:omg.org/CORBA/NamedValue:1.0", CORBA::_tc_NamedValue->id());
     // A member of a dynamic TypeCode outlives it.
     { CORBA_TypeCode_var seq = new CORBA_TypeCode(CORBA::tk_sequence, 0, CORBA::_tc_Object, 0); }
     EXPECT_STREQ("Object", CORBA::_tc_Object->name());
-
-    std::ostringstream text;
-    std::streambuf* old = std::cout.rdbuf(text.rdbuf());
-    std::cout << CORBA::_tc_string;
-    std::cout.rdbuf(old);
-    EXPECT_EQ("Repository id: \nCORBA::TCKind:tk_string\nParameter Number: 0\n0\n", text.str());
-}
-
-// Every kind goes over a connection as the TypeCode of an Any in any_test.
-TEST(TypeCodeStream, NullGoesAsTkNull) {
-    ktest::StreamPair pair;
-    pair.begin() << static_cast<CORBA_TypeCode*>(nullptr);
-    pair.pass();
-    CORBA_TypeCode_var null;
-    *pair.in >> null.out();
-    EXPECT_EQ(CORBA::tk_null, null->kind());
 }
 
 TEST(TypeCodeStream, SharedMemberGoesAsIndirection) {
@@ -145,20 +110,19 @@ TEST(TypeCodeStream, SharedMemberGoesAsIndirection) {
     EXPECT_NE(a.operator->(), b.operator->());
 }
 
-TEST(TypeCodeStream, UnknownOffsetAndBadInputAreMarshal) {
+// Every kind goes over a connection as the TypeCode of an Any in any_test.
+TEST(TypeCodeStream, NullIsTkNullAndBadInputIsMarshal) {
     ktest::StreamPair pair;
+    pair.begin() << static_cast<CORBA_TypeCode*>(nullptr);
+    pair.pass();
+    CORBA_TypeCode_var null;
+    *pair.in >> null.out();
+    EXPECT_EQ(CORBA::tk_null, null->kind());
+
     handcdr::Cdr m;
     m.header(handcdr::kReply).ulong(0xffffffff).ulong(uint32_t(-8));
     pair.raw(m.message());
     CORBA_TypeCode* tc = nullptr;
-    EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
-
-    // A struct that claims 0x7fffffff members and brings two.
-    handcdr::Cdr lying;
-    lying.header(handcdr::kReply).ulong(CORBA::tk_struct).string("IDL:L:1.0").string("L");
-    lying.ulong(0x7fffffff);
-    for (int i = 0; i < 2; ++i) lying.string("m").ulong(CORBA::tk_long);
-    pair.raw(lying.message());
     EXPECT_THROW(*pair.in >> tc, CORBA_MARSHAL);
 
     // Aliases nested past the limit.

@@ -1,14 +1,11 @@
-// Objects in one process: the object adapter's tables and an object's life,
-// references in both byte orders (local objects found again, stubs for the
-// rest), and implementation definitions.
+// Objects in one process: the adapter's tables, references in both byte
+// orders, and implementation definitions.
 #include "zebboa.h"
 
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -77,7 +74,7 @@ TEST(ZEBBOA, SkeletonsByEveryKindOfKey) {
     EXPECT_EQ(stale.skel, nullptr);
 }
 
-TEST(ZEBBOA, ReadyDeactivateAndReadyAgain) {
+TEST(ZEBBOA, ReadyDeactivateReadyAgainAndDestroy) {
     ZEBBOA* a = boa();
     EchoServant obj("cycle");
     ZEBSkelInfo* skel = obj._skeleton();
@@ -100,20 +97,18 @@ TEST(ZEBBOA, ReadyDeactivateAndReadyAgain) {
     EXPECT_THROW(a->deactivate_impl(nullptr), CORBA_BAD_PARAM);
     EXPECT_THROW(a->obj_is_ready(nullptr, nullptr), CORBA_BAD_PARAM);
     EXPECT_THROW(a->deactivate_obj(nullptr), CORBA_INV_OBJREF);
-}
 
-TEST(ZEBBOA, ObjectsLeaveOnDestruction) {
-    ZEBBOA* a = boa();
+    // Objects leave the tables on destruction.
     unsigned long uid;
     {
-        EchoServant obj("gone");
-        a->obj_is_ready(&obj, nullptr);
-        uid = obj._skeleton()->_uid;
+        EchoServant gone("gone");
+        a->obj_is_ready(&gone, nullptr);
+        uid = gone._skeleton()->_uid;
     }
     Found after(a->skelAt(ZEBKeyId(uid)));
     EXPECT_EQ(after.skel, nullptr);
-    Found byName(a->skelAt(ZEBPersistentId("Demo::Echo", "gone")));
-    EXPECT_EQ(byName.skel, nullptr);
+    Found goneByName(a->skelAt(ZEBPersistentId("Demo::Echo", "gone")));
+    EXPECT_EQ(goneByName.skel, nullptr);
 }
 
 TEST(ZEBBOA, ServiceObjectsAreMadeOnceOnDemand) {
@@ -122,9 +117,6 @@ TEST(ZEBBOA, ServiceObjectsAreMadeOnceOnDemand) {
     a->impl_is_ready("svc", &activator, 0);
     CORBA_OctetSequence data(3);
     data.length(3);
-    data[0] = 1;
-    data[1] = 2;
-    data[2] = 3;
 
     Found first(a->skelAt(ZEBServiceId("svc", data)));
     ASSERT_NE(first.skel, nullptr);
@@ -168,9 +160,7 @@ TEST(ObjectReference, StringsOfEitherByteOrderGiveTheLocalObjectBack) {
     CORBA_Object_var stub(o->string_to_object(big.c_str()));
     ASSERT_NE(stub.in(), nullptr);
     EXPECT_FALSE(stub->_is_local());
-    EXPECT_STREQ(stub->_interface_name(), "Demo::Echo");
     EXPECT_STREQ(stub->_object_name(), "elsewhere");
-    EXPECT_STREQ(stub->_repository_id(), "IDL:Demo/Echo:1.0");
     EXPECT_NE(Demo::Echo::_narrow(stub), nullptr);
     CORBA::release(stub.in());
 }
@@ -207,25 +197,23 @@ TEST(ObjectReference, UnknownTypeFallsBackAndAnyIiopOneIsTaken) {
     std::unique_ptr<IOP::IOR> ior(stringToIOR(again));
     EXPECT_STREQ(ior->type_id.in(), "IDL:Nobody/Knows:1.0");
 
-    // Profiles 1.1 and 1.2, components after the key, either byte order:
+    // A 1.2 profile, components after the key, in either byte order:
     // host, port and key are taken, and the reference goes on as 1.0.
     const std::string key = "foreign key";
     for (bool little : {false, true}) {
-        for (uint8_t minor : {1, 2}) {
-            text = iorText(little, "IDL:Demo/Echo:1.0", 9, key, minor);
-            obj = o->string_to_object(text.c_str());
-            ASSERT_NE(obj.in(), nullptr);
-            again = o->object_to_string(obj);
-            ior.reset(stringToIOR(again));
-            std::unique_ptr<IIOP::ObjectLocator> loc(
-                IIOP::ObjectLocator::convert(ior->profiles[0].profile_data));
-            EXPECT_EQ(loc->iiop_version.minor, 0);
-            EXPECT_STREQ(loc->host.in(), "127.0.0.1");
-            EXPECT_EQ(loc->port, 9);
-            EXPECT_EQ(std::string(reinterpret_cast<const char*>(loc->object_key.get_buffer()),
-                                  loc->object_key.length()),
-                      key);
-        }
+        text = iorText(little, "IDL:Demo/Echo:1.0", 9, key, 2);
+        obj = o->string_to_object(text.c_str());
+        ASSERT_NE(obj.in(), nullptr);
+        again = o->object_to_string(obj);
+        ior.reset(stringToIOR(again));
+        std::unique_ptr<IIOP::ObjectLocator> loc(
+            IIOP::ObjectLocator::convert(ior->profiles[0].profile_data));
+        EXPECT_EQ(loc->iiop_version.minor, 0);
+        EXPECT_STREQ(loc->host.in(), "127.0.0.1");
+        EXPECT_EQ(loc->port, 9);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(loc->object_key.get_buffer()),
+                              loc->object_key.length()),
+                  key);
     }
 
     testing::internal::CaptureStdout();
@@ -246,19 +234,12 @@ TEST(ObjectReference, BindOnLocal) {
     EXPECT_FALSE(servant._is_a("IDL:Demo/Other:1.0"));
 }
 
-namespace {
-
-CORBA_CreationImplDef sample() {
-    CORBA_StringSequence args;
-    args.length(2);
-    args[0] = "-a";
-    args[1] = "two words";
-    return CORBA_CreationImplDef("Demo::Iface", "obj", CORBA_OctetSequence(), "/bin/sh",
-                                 CORBA_CreationImplDef::UNSHARED_SERVER, args);
-}
-
 TEST(ImplDef, NarrowAndHoldersMakeDeepCopies) {
-    CORBA_CreationImplDef creation = sample();
+    CORBA_StringSequence args;
+    args.length(1);
+    args[0] = "-a";
+    CORBA_CreationImplDef creation("Demo::Iface", "obj", CORBA_OctetSequence(), "/bin/sh",
+                                   CORBA_CreationImplDef::UNSHARED_SERVER, args);
     CountingActivator activator;
     CORBA_ActivationImplDef activation("I", "o", CORBA_OctetSequence(), &activator);
     CORBA_ImplementationDef plain("I", "o");
@@ -278,21 +259,3 @@ TEST(ImplDef, NarrowAndHoldersMakeDeepCopies) {
     EXPECT_STREQ(a->args[0], "-a");
 }
 
-TEST(ImplDef, PrintingFormOfOddValues) {
-    CORBA_CreationImplDef odd;  // null strings, and a policy with no name
-    odd.activation_policy = static_cast<CORBA_CreationImplDef::Policy>(3);
-    CORBA_ImplementationDef plain("I", "o");
-    std::ostringstream text;
-    std::streambuf* old = std::cout.rdbuf(text.rdbuf());  // cout stays cout
-    std::cout << static_cast<const CORBA_CreationImplDef*>(&odd) << "|"
-              << static_cast<const CORBA_ImplementationDef*>(&plain);
-    std::cout.rdbuf(old);
-    std::string s = text.str();
-    EXPECT_EQ(s.substr(0, 46), "Interface Name: (null)\nObject Name: (null)\nRef");
-    EXPECT_NE(s.find("\nPath: (null)\nPolicy: Policy:\nArguments:\n"), std::string::npos);
-    EXPECT_EQ(s.substr(s.find('|') + 1),  // the base class: three lines only
-              "Interface Name: I\nObject Name: o\n"
-              "Reference Data: SEQUENCE NAME: CORBA::OctetSequence\nNUM OF ELEMENTS: 0\n\n");
-}
-
-}  // namespace

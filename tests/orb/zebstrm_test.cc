@@ -15,7 +15,6 @@
 #include "except.h"
 #include "giop.h"
 #include "handcdr.h"
-#include "mstrm.h"
 #include "sockets.h"
 #include "zebglob.h"
 #include "zebidl.h"
@@ -37,11 +36,6 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     a.put(static_cast<const short*>(nullptr), 0);
     EXPECT_EQ(2u, a.outLength());
 
-    // A new encapsulation restarts the origin: no padding before the long.
-    a.newOutEncapsulation();
-    a << CORBA::Long(-1);
-    EXPECT_EQ(6u, a.outLength());
-
     // "" and a null string stay different; C++ longs take 4 bytes each.
     ZEBIIOPstream z;
     const long longs[] = {1, -2147483647L - 1};
@@ -60,26 +54,6 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     CORBA::string_free(empty);
 }
 
-// A count of 3 that covers "abc" and no NUL, then an octet 0xff.
-TEST(ZEBIIOPstreamCore, SameBytesDecodeAsInTheMemoryBuffer) {
-    std::string data = le32(3) + "abc" + "\xff";
-    ZEBIIOPstream r;
-    r.set_read_buffer(&data[0], data.size(), 0);
-    CORBA_MarshalInBuffer m(&data[0], CORBA::ULong(data.size()));
-    char* a = nullptr;
-    char own[8];  // a caller's own buffer is filled in place
-    std::memset(own, '#', sizeof own);
-    char* b = own;
-    r >> a;
-    m >> b;
-    EXPECT_STREQ("abc", a);
-    EXPECT_EQ(own, b);
-    EXPECT_STREQ("abc", own);
-    EXPECT_EQ(255, r.get());
-    EXPECT_EQ(255, m.get());
-    CORBA::string_free(a);
-}
-
 // The message bound holds even when the next message is already buffered.
 TEST(ZEBIIOPstreamCore, MessageBoundStopsAValueInsideTheBuffer) {
     std::string data = le32(7) + le32(8);
@@ -93,40 +67,6 @@ TEST(ZEBIIOPstreamCore, MessageBoundStopsAValueInsideTheBuffer) {
     CORBA::UShort u = 0;
     r >> u;  // what is left can still be read
     EXPECT_EQ(8u, u);
-}
-
-TEST(ZEBIIOPstreamCore, RequestHeaderAlignsFromTheMessageStartAndReadsBack) {
-    IIOP::RequestHeader req;
-    req.request_id = 1;
-    req.response_expected = 1;
-    req.object_key.length(3);
-    std::memcpy(req.object_key.get_buffer(), "abc", 3);
-    req.operation = "_is_a";
-    const IIOP::MessageHeader head = {{'G', 'I', 'O', 'P'}, IIOP::CURRENT_VERSION,
-                                      IIOP::BYTE_ORDER, IIOP::Request, 0};
-    ZEBIIOPstream s;
-    static_cast<TBostream&>(s) << head << req;
-    // Header, no contexts, id, response expected, key, operation, principal;
-    // '?' marks padding, whose value is free.
-    const std::string want = std::string("GIOP\1\0\1\0", 8) + le32(0) + le32(0) + le32(1) +
-                             "\1???" + le32(3) + "abc?" + le32(6) + std::string("_is_a", 6) +
-                             "??" + le32(0);
-    std::string got = written(s);
-    ASSERT_EQ(want.size(), got.size());
-    for (size_t i = 0; i < want.size(); ++i)
-        if (want[i] == '?') got[i] = '?';
-    EXPECT_EQ(want, got);
-
-    ZEBIIOPstream r;
-    r.set_read_buffer(&got[0], got.size(), 0);
-    IIOP::MessageHeader h;
-    IIOP::RequestHeader back;
-    back.operation = "a much longer operation name than the one on the wire";
-    static_cast<TBistream&>(r) >> h >> back;
-    EXPECT_EQ(h.message_type, IIOP::Request);
-    EXPECT_EQ(0, back.object_key.compare(req.object_key));
-    EXPECT_STREQ(back.operation.in(), "_is_a");
-    EXPECT_EQ(r.messageBytesLeft(), 0u);
 }
 
 // ---- over loopback
