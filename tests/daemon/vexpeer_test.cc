@@ -1,5 +1,5 @@
 // The daemon with omniORB clients and servers, and under faults: a client
-// killed in its lookup, a server that reports twice, crowds at one start.
+// killed in its lookup, a server that reports twice, a crowd at one start.
 #include <signal.h>
 #include <unistd.h>
 
@@ -12,8 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include "giop.h"
-#include "mstrm.h"
 #include "vexfixture.h"
 
 namespace {
@@ -109,18 +107,6 @@ TEST_F(VexPeers, OmniServerStartedOnLookupServesOmniAndKelvanorClients) {
         << refused.stderrText();
 }
 
-TEST_F(VexPeers, RepliesOnlyWhenAsked) {
-    registerEcho("typed");
-    // No reply without response_expected: it would answer the next call.
-    for (int i = 0; i < 2; ++i) {
-        GIOPstream* s = _daemon->_create_request("get_implementation", 0, 0);
-        *s << "Demo::Echo" << "typed";
-        _daemon->_send();
-        CORBA_CreationImplDef_var d(_daemon->get_implementation("Demo::Echo", "typed"));
-        EXPECT_STREQ(d->object_name.in(), "typed");
-    }
-}
-
 TEST_F(VexPeers, LookupsDuringAStartAreBusyAndKilledOrRefusedClientsLeaveTheDaemonServing) {
     if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
     CORBA_Object_var slow(registerSlowEcho("slow", 2));
@@ -148,48 +134,6 @@ TEST_F(VexPeers, LookupsDuringAStartAreBusyAndKilledOrRefusedClientsLeaveTheDaem
     ASSERT_TRUE(waiting.wait(milliseconds(20000)));
     EXPECT_NE(waiting.exitCode(), 0);
     EXPECT_EQ(Activation::ImplStatusList_var(_daemon->get_status_all())->length(), 2u);
-}
-
-TEST_F(VexPeers, FiftyClientsBindingAtOnceDuringAStartGetOneServer) {
-    if (!echoClientBuilt()) GTEST_SKIP() << "echo_client not built";
-    // A start long enough for all fifty to arrive during it.
-    CORBA_Object_var shared(registerScript(
-        "crowd", std::string("sleep 3; exec ") + KELVANOR_ECHO_SERVER_BINARY +
-                     " -OAipaddr 127.0.0.1 \"$0\""));
-    const std::string ior = byNames(shared);
-    std::set<long> pids;
-    // The first crowd comes during the start; the second finds the server
-    // running, and each lookup pings it while the others wait.
-    for (int crowd = 0; crowd < 2; ++crowd) {
-        std::vector<std::unique_ptr<ktest::Process>> clients;
-        for (int i = 0; i < 50; ++i) {
-            clients.emplace_back(new ktest::Process);
-            ASSERT_TRUE(startEchoClient(*clients.back(), ior)) << clients.back()->error();
-        }
-        int busy = 0;
-        for (auto& c : clients) {
-            ASSERT_TRUE(c->wait(milliseconds(60000))) << c->stdoutText() << c->stderrText();
-            if (c->exitCode() != 0) {
-                // Who comes during the one start is told Busy, not queued.
-                EXPECT_NE(c->stderrText().find("Activation::Busy"), std::string::npos)
-                    << c->stderrText();
-                ++busy;
-                continue;
-            }
-            const long pid = pidIn(c->stdoutText());
-            if (pid > 1) track(static_cast<CORBA::ULong>(pid));
-            pids.insert(pid);
-        }
-        ASSERT_EQ(pids.size(), 1u) << "crowd " << crowd;
-        EXPECT_GT(*pids.begin(), 1);
-        if (crowd == 0) EXPECT_LT(busy, 50);
-        else EXPECT_EQ(busy, 0);
-    }
-    // The daemon serves on, with the one server recorded.
-    Activation::ImplementationStatus_var s(status("crowd"));
-    ASSERT_EQ(s->status.length(), 1u);
-    EXPECT_EQ(s->status[0].process_id, static_cast<CORBA::ULong>(*pids.begin()));
-    EXPECT_EQ(lookupPid("crowd"), *pids.begin());
 }
 
 namespace {
