@@ -88,7 +88,6 @@ TEST_F(VexNaming, VexctlFindsTheDaemonAndReportsRefusalsByStatus) {
         {{"reg", "Demo::Echo", "e", "/bin/sh"}, 11},
         {{"reg", "Demo::Echo", "f", "/no/such"}, 12},
         {{"unreg", "Demo::Echo", "f"}, 10},
-        {{"lookup", "Demo::Echo", "f", "--timeout", "1"}, 10},
         {{"frobnicate"}, 2},
     };
     for (const auto& c : refusals) {

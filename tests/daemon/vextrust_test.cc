@@ -1,7 +1,8 @@
 // Who may administer the daemon, which programs it runs, whose reports it
-// takes, and the mode of its files.
+// takes, and the mode of its files; the batching of its standard output.
 #include "vextrust.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/stat.h>
 
@@ -9,10 +10,17 @@
 #include <sstream>
 
 #include "repofile.h"
+#include "vexbatch.h"
 #include "vexfixture.h"
 #include "vexsrv.h"
 
 namespace {
+
+// The text the stream was given and how often it was flushed.
+struct Sink : std::stringbuf {
+    int flushes = 0;
+    int sync() override { return ++flushes, 0; }
+};
 
 void reg(VEXImpl& repo, const std::string& path) {
     CORBA_CreationImplDef d("A", path.c_str(), CORBA_OctetSequence(), path.c_str());
@@ -45,10 +53,7 @@ TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate
 
     // The entry stored before is loaded, and never started. A verbose load
     // goes out in a few large writes, not one per line.
-    struct Sink : std::stringbuf {
-        int flushes = 0;
-        int sync() override { return ++flushes, 0; }
-    } out;
+    Sink out;
     std::streambuf* old = std::cout.rdbuf(&out);
     {
         VEXImpl repo(1);
@@ -134,6 +139,49 @@ TEST_F(VexRemotePeer, AdministersWithA) {
     CORBA_CreationImplDef d = def("x");
     CORBA::release(_daemon->reg_implementation(&d));
     _daemon->unregister_all();
+}
+
+TEST(VEXOutputBatch, AFullBlockGoesOnWhileHeldAndNothingIsLost) {
+    Sink sink;
+    std::ostream os(&sink);
+    std::string expected;
+    {
+        VEXOutputBatch batch(os);
+        VEXOutputBatch::Hold hold;
+        for (int i = 0; i < 20000; ++i) {
+            std::string line = "line " + std::to_string(i) + "\n";
+            os << line << std::flush;
+            expected += line;
+        }
+        // Well over one block was written: some of it has gone on, in blocks.
+        EXPECT_GT(sink.str().size(), 0u);
+        EXPECT_EQ(sink.str(), expected.substr(0, sink.str().size()));
+        EXPECT_LT(sink.flushes, 10);
+    }
+    EXPECT_EQ(sink.str(), expected);
+}
+
+TEST(VEXOutputBatch, TheSignalPathWritesTheHeldBytesToStandardOutput) {
+    ktest::TempDir dir("vexbatch");
+    const std::string file = dir.file("out");
+    Sink sink;
+    std::ostream os(&sink);
+    VEXOutputBatch batch(os);
+    {
+        VEXOutputBatch::Hold hold;
+        os << "held" << std::endl;
+    }
+    std::cout.flush();
+    int saved = dup(1);
+    ASSERT_GE(saved, 0);
+    int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    dup2(fd, 1);
+    close(fd);
+    VEXOutputBatch::flushFromSignal();
+    dup2(saved, 1);
+    close(saved);
+    EXPECT_EQ(ktest::readFile(file), "held\n");
 }
 
 }  // namespace

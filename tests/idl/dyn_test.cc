@@ -54,13 +54,6 @@ CORBA_StructMember field(const char* name, CORBA_TypeCode* tc) {
     m.type = CORBA_TypeCode::_duplicate(tc);
     return m;
 }
-CORBA_UnionMember arm(const char* name, CORBA_TypeCode* tc, const CORBA_Any& label) {
-    CORBA_UnionMember m;
-    m.name = name;
-    m.type = CORBA_TypeCode::_duplicate(tc);
-    m.label = label;
-    return m;
-}
 
 TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     EXPECT_EQ(kShadesAtStart, 3u);
@@ -80,21 +73,9 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     CORBA_TypeCode_var seq(new CORBA_TypeCode(CORBA::tk_sequence, 0, item, 0));
     CORBA_TypeCode_var row(new CORBA_TypeCode(CORBA::tk_array, 3, CORBA::_tc_double, 0));
     CORBA_TypeCode_var rows(new CORBA_TypeCode(CORBA::tk_array, 2, row, 0));
-    CORBA_Any light(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(0), 1);
-    CORBA_Any dark(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(1), 1);
-    CORBA_Any byDefault;
-    byDefault <<= CORBA_Any::from_octet(0);
-    CORBA_TypeCode_var value(new CORBA_TypeCode(
-        "IDL:kelvanor.test/Dyn/Value:1.0", "Value", shade,
-        members<CORBA_UnionMemberSeq>(arm("number", CORBA::_tc_long, light),
-                                      arm("text", CORBA::_tc_string, dark),
-                                      arm("thing", item, byDefault)),
-        0));
     CORBA_TypeCode_var refused(new CORBA_TypeCode(
         CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused",
         members<CORBA_StructMemberSeq>(field("why", CORBA::_tc_string), field("tone", shade)), 0));
-    EXPECT_THROW(CORBA_TypeCode(CORBA::tk_union, "IDL:x:1.0", "x", CORBA_StructMemberSeq(), 0),
-                 CORBA_BAD_PARAM);
     struct {
         CORBA_TypeCode* generated;
         CORBA_TypeCode* byHand;
@@ -102,18 +83,20 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     } const cases[] = {
         {Dyn::_tc_Shade, shade, CORBA::tk_enum},     {Dyn::_tc_Item, item, CORBA::tk_struct},
         {Dyn::_tc_ItemList, seq, CORBA::tk_alias},   {Dyn::_tc_Matrix, rows, CORBA::tk_alias},
-        {Dyn::_tc_Value, value, CORBA::tk_union},    {Dyn::_tc_Refused, refused, CORBA::tk_except},
+        {Dyn::_tc_Refused, refused, CORBA::tk_except},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.generated->kind(), c.kind) << c.generated;
         EXPECT_EQ(compare(c.generated, c.byHand), 0) << c.generated;
         EXPECT_TRUE(c.generated->is_static());
     }
-    // Pick: one member per label, the default last with its octet label.
+    // Unions (their labels meet omniORB's in the dynamic requests below):
+    // one member per label, the default last.
     EXPECT_EQ(Dyn::_tc_Pick->member_count(), 4u);
     EXPECT_EQ(Dyn::_tc_Pick->default_index(), 3);
     EXPECT_STREQ(Dyn::_tc_Pick->member_name(2), "s");
     EXPECT_EQ(Dyn::_tc_Value->default_index(), 2);
+    EXPECT_EQ(Dyn::_tc_Value->kind(), CORBA::tk_union);
 }
 
 std::vector<std::string> dynServer(const std::vector<std::string>& extra = {}) {

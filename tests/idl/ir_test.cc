@@ -77,10 +77,8 @@ TEST_F(IrRemote, DescribesEchoWithTheGeneratedTypeCodes) {
     EXPECT_TRUE(server.running());
 }
 
-TEST(IrOmniorb, OmniClientLooksUpAndLists) {
+TEST_F(IrRemote, OmniClientLooksUpAndLists) {
     if (!ktest::runnable(KELVANOR_OMNI_IR_CLIENT_BINARY)) GTEST_SKIP() << "omniORB not built";
-    ktest::EchoChild server({KELVANOR_IR_SERVER_BINARY, "-OAipaddr", "127.0.0.1"});
-    ASSERT_TRUE(server.ready()) << server.output();
     ktest::Outcome r = ktest::run({KELVANOR_OMNI_IR_CLIENT_BINARY, server.ior});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     const std::string echo = "5 Echo IDL:Demo/Echo:1.0";
