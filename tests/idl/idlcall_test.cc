@@ -1,5 +1,5 @@
 // Generated stubs and skeletons at work: a KTest::Tile servant in this
-// process is called directly, and one in kidl_server, a child process, over
+// process is called directly, and one in dyn_server, a child process, over
 // a loopback connection with every kind of argument, attributes, inherited
 // operations and user exceptions.
 #include <gtest/gtest.h>
@@ -27,12 +27,12 @@ long servedBy(CORBA_Object* obj) {
     return square.in() ? square->side() : -1;
 }
 
-// kidl_server in a child process, stopped by pid when the test ends, and a
+// dyn_server in a child process, stopped by pid when the test ends, and a
 // stub of its object.
 class IdlRemote : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(server.ready()) << "kidl_server gave no reference: " << server.output();
+        ASSERT_TRUE(server.ready()) << "dyn_server gave no reference: " << server.output();
         tile = object<KTest::Tile>();
         ASSERT_NE(tile.in(), nullptr);
     }
@@ -43,7 +43,7 @@ protected:
         return T::_narrow(obj);
     }
 
-    ktest::EchoChild server{{KELVANOR_KIDL_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "tile"}};
+    ktest::EchoChild server{{KELVANOR_DYN_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "tile"}};
     KTest::Tile_var tile;
 };
 

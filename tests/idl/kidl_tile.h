@@ -1,5 +1,5 @@
 // The servant of KTest::Tile that the IDL tests use, in this process and in
-// kidl_server.
+// dyn_server.
 #ifndef KELVANOR_TEST_KIDL_TILE_H
 #define KELVANOR_TEST_KIDL_TILE_H
 
