@@ -39,7 +39,6 @@ TEST_F(VexProgram, OptionsOfTheBrokerComeFirstAndUnknownOnesPrintUsage) {
     for (const char* opt : {"-z", "-?", "-t", "-x"})  // -t and -x lack their values
         EXPECT_EQ(runVex(dir.path(), {opt}).rfind("1|vex arguments: \n\t-v <verbose mode>\n", 0), 0u)
             << opt;
-    EXPECT_EQ(runVex(dir.path(), {"-t", "5"}), "0|" + kUnnamed);
     EXPECT_EQ(runVex(dir.path(), {"-a", "-x", dir.path(), "-x", "/nowhere"}),
               "1|VEX: -x /nowhere is not a directory\n");
 

@@ -3,12 +3,11 @@
 #include "vextrust.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <sstream>
 
+#include "netns.h"
 #include "repofile.h"
 #include "vexbatch.h"
 #include "vexfixture.h"
@@ -72,24 +71,18 @@ TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate
 
 // A veth pair 10.99.0.1 / .2 in a namespace of our own, routed so that a
 // connection to .1 leaves from .2: the daemon on .1 sees a peer off loopback.
-bool enterPrivateNetwork() {
-    if (unshare(CLONE_NEWNET) != 0) {
-        const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
-        std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
-    }
-    return system("ip link set lo up && ip link add v0 type veth peer name v1 && "
-                  "ip addr add 10.99.0.1/24 dev v0 && ip addr add 10.99.0.2/24 dev v1 && "
-                  "ip link set v0 up && ip link set v1 up && "
-                  "ip route replace local 10.99.0.1 dev v0 table local src 10.99.0.2") == 0;
+bool enterPrivateNetwork(std::string& why) {
+    if (!ktest::enterNetNamespace(why) || !ktest::addVethPair(why)) return false;
+    why = "ip could not route 10.99.0.1 from 10.99.0.2";
+    return system("ip addr add 10.99.0.2/24 dev kvb && "
+                  "ip route replace local 10.99.0.1 dev kva table local src 10.99.0.2") == 0;
 }
 
 class VexRemotePeer : public vextest::VexActivation {
 protected:
     void SetUp() override {
-        if (!enterPrivateNetwork()) GTEST_SKIP() << "no network namespace (unshare, ip)";
+        std::string why;
+        if (!enterPrivateNetwork(why)) GTEST_SKIP() << why;
         _vexArgs = {"-v", "-OAipaddr", "10.99.0.1"};
         const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
         if (test.find("WithA") != std::string::npos) _vexArgs.push_back("-a");
