@@ -129,6 +129,11 @@ protected:
                                           " -OAipaddr 127.0.0.1 \"$0\"");
     }
 
+    static ktest::Outcome vexctl(std::vector<std::string> args) {
+        args.insert(args.begin(), KELVANOR_VEXCTL_BINARY);
+        return ktest::run(args);
+    }
+
     static std::string echoClientBinary() {
         const std::string server(KELVANOR_ECHO_SERVER_BINARY);
         return server.substr(0, server.rfind('/') + 1) + "echo_client";
@@ -188,7 +193,6 @@ protected:
             },
             milliseconds(10000));
     }
-    bool startBegins(const char* object) { return statusLengthBecomes(object, 1); }
 
     ktest::TempDir _dir{"vexact"};
     ktest::OmniNames _ns;

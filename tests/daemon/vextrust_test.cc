@@ -1,18 +1,25 @@
 // Who may administer the daemon, which programs it runs, whose reports it
-// takes, and the mode of its files.
+// takes, and the mode of its files; the batching of its standard output.
 #include "vextrust.h"
 
-#include <sched.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <sstream>
 
+#include "netns.h"
 #include "repofile.h"
+#include "vexbatch.h"
 #include "vexfixture.h"
 #include "vexsrv.h"
 
 namespace {
+
+// The text the stream was given and how often it was flushed.
+struct Sink : std::stringbuf {
+    int flushes = 0;
+    int sync() override { return ++flushes, 0; }
+};
 
 void reg(VEXImpl& repo, const std::string& path) {
     CORBA_CreationImplDef d("A", path.c_str(), CORBA_OctetSequence(), path.c_str());
@@ -45,10 +52,7 @@ TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate
 
     // The entry stored before is loaded, and never started. A verbose load
     // goes out in a few large writes, not one per line.
-    struct Sink : std::stringbuf {
-        int flushes = 0;
-        int sync() override { return ++flushes, 0; }
-    } out;
+    Sink out;
     std::streambuf* old = std::cout.rdbuf(&out);
     {
         VEXImpl repo(1);
@@ -67,24 +71,18 @@ TEST(VEXTrust, ProgramsAreExecutableFilesWithinTheDirectoriesAndTheFileIsPrivate
 
 // A veth pair 10.99.0.1 / .2 in a namespace of our own, routed so that a
 // connection to .1 leaves from .2: the daemon on .1 sees a peer off loopback.
-bool enterPrivateNetwork() {
-    if (unshare(CLONE_NEWNET) != 0) {
-        const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
-        std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
-    }
-    return system("ip link set lo up && ip link add v0 type veth peer name v1 && "
-                  "ip addr add 10.99.0.1/24 dev v0 && ip addr add 10.99.0.2/24 dev v1 && "
-                  "ip link set v0 up && ip link set v1 up && "
-                  "ip route replace local 10.99.0.1 dev v0 table local src 10.99.0.2") == 0;
+bool enterPrivateNetwork(std::string& why) {
+    if (!ktest::enterNetNamespace(why) || !ktest::addVethPair(why)) return false;
+    why = "ip could not route 10.99.0.1 from 10.99.0.2";
+    return system("ip addr add 10.99.0.2/24 dev kvb && "
+                  "ip route replace local 10.99.0.1 dev kva table local src 10.99.0.2") == 0;
 }
 
 class VexRemotePeer : public vextest::VexActivation {
 protected:
     void SetUp() override {
-        if (!enterPrivateNetwork()) GTEST_SKIP() << "no network namespace (unshare, ip)";
+        std::string why;
+        if (!enterPrivateNetwork(why)) GTEST_SKIP() << why;
         _vexArgs = {"-v", "-OAipaddr", "10.99.0.1"};
         const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
         if (test.find("WithA") != std::string::npos) _vexArgs.push_back("-a");
@@ -134,6 +132,49 @@ TEST_F(VexRemotePeer, AdministersWithA) {
     CORBA_CreationImplDef d = def("x");
     CORBA::release(_daemon->reg_implementation(&d));
     _daemon->unregister_all();
+}
+
+TEST(VEXOutputBatch, AFullBlockGoesOnWhileHeldAndNothingIsLost) {
+    Sink sink;
+    std::ostream os(&sink);
+    std::string expected;
+    {
+        VEXOutputBatch batch(os);
+        VEXOutputBatch::Hold hold;
+        for (int i = 0; i < 20000; ++i) {
+            std::string line = "line " + std::to_string(i) + "\n";
+            os << line << std::flush;
+            expected += line;
+        }
+        // Well over one block was written: some of it has gone on, in blocks.
+        EXPECT_GT(sink.str().size(), 0u);
+        EXPECT_EQ(sink.str(), expected.substr(0, sink.str().size()));
+        EXPECT_LT(sink.flushes, 10);
+    }
+    EXPECT_EQ(sink.str(), expected);
+}
+
+TEST(VEXOutputBatch, TheSignalPathWritesTheHeldBytesToStandardOutput) {
+    ktest::TempDir dir("vexbatch");
+    const std::string file = dir.file("out");
+    Sink sink;
+    std::ostream os(&sink);
+    VEXOutputBatch batch(os);
+    {
+        VEXOutputBatch::Hold hold;
+        os << "held" << std::endl;
+    }
+    std::cout.flush();
+    int saved = dup(1);
+    ASSERT_GE(saved, 0);
+    int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    dup2(fd, 1);
+    close(fd);
+    VEXOutputBatch::flushFromSignal();
+    dup2(saved, 1);
+    close(saved);
+    EXPECT_EQ(ktest::readFile(file), "held\n");
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
-// A server of one Dyn::Probe object on generated skeletons, for the tests of
-// any, TypeCode, unions and arrays through generated stubs. It prints the
-// object's reference on a line and serves until a signal ends it.
+// A server on generated skeletons of one Dyn::Probe object, for the tests of
+// any, TypeCode, unions and arrays, and one KTest::Tile, the most derived
+// interface of the compiler's test IDL. It prints the reference of the one
+// named on its command line (the probe unless "tile") and serves until a
+// signal ends it.
 //
-//   dyn_server [broker options] [<object name>]
+//   dyn_server [broker options] [probe|tile]
 #include <unistd.h>
 
 #include <iostream>
@@ -11,6 +13,7 @@
 #include "boa.h"
 #include "dyn.h"
 #include "except.h"
+#include "kidl_tile.h"
 #include "orb.h"
 
 namespace {
@@ -69,9 +72,13 @@ int main(int argc, char** argv) {
     try {
         CORBA::ORB_ptr orb = CORBA::ORB_init(argc, argv);
         CORBA::BOA_ptr boa = orb->BOA_init(argc, argv);
-        ProbeImpl servant(argc > 1 ? argv[1] : "probe");
-        boa->obj_is_ready(&servant, nullptr);
-        CORBA_String_var ior(orb->object_to_string(&servant));
+        ProbeImpl probe("probe");
+        ktest::TileImpl tile("tile");
+        boa->obj_is_ready(&probe, nullptr);
+        boa->obj_is_ready(&tile, nullptr);
+        const bool isTile = argc > 1 && std::string(argv[1]) == "tile";
+        CORBA_String_var ior(orb->object_to_string(isTile ? static_cast<CORBA_Object*>(&tile)
+                                                          : static_cast<CORBA_Object*>(&probe)));
         std::cout << ior.in() << std::endl;
         boa->impl_is_ready(nullptr);
     } catch (const CORBA_Exception& e) {

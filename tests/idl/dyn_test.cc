@@ -1,22 +1,28 @@
 // The run-time types of generated code: the static TypeCodes against ones
 // built from the repository's member sequences, the Any operators of the
 // generated types, and any, TypeCode, union and array arguments through
-// generated stubs to dyn_server and to omniORB's omni_dyn_server, child
-// processes on loopback.
+// generated stubs and through dynamic requests (the deferred forms too) to
+// dyn_server and to omniORB's omni_dyn_server, child processes on loopback.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "../orb/echo_child.h"
 #include "any.h"
+#include "dispatch.h"
 #include "dyn.h"
+#include "iohandle.h"
 #include "mstrm.h"
 #include "orb.h"
 #include "orb_loopback.h"
-#include "../orb/echo_child.h"
-#include "../orb/rawconn.h"
+#include "request.h"
+#include "zebglob.h"
+#include "zebreq.h"
+#include "zebstub.h"
 
 namespace {
 
@@ -31,10 +37,6 @@ Dyn::Item sampleItem() {
     item.extra <<= 2.5;
     return item;
 }
-
-}  // namespace
-
-namespace {
 
 // Members for the constructors that take the repository's sequences.
 template <class Seq, class... Member>
@@ -52,15 +54,6 @@ CORBA_StructMember field(const char* name, CORBA_TypeCode* tc) {
     m.type = CORBA_TypeCode::_duplicate(tc);
     return m;
 }
-CORBA_UnionMember arm(const char* name, CORBA_TypeCode* tc, const CORBA_Any& label) {
-    CORBA_UnionMember m;
-    m.name = name;
-    m.type = CORBA_TypeCode::_duplicate(tc);
-    m.label = label;
-    return m;
-}
-
-}  // namespace
 
 TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     EXPECT_EQ(kShadesAtStart, 3u);
@@ -80,21 +73,9 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     CORBA_TypeCode_var seq(new CORBA_TypeCode(CORBA::tk_sequence, 0, item, 0));
     CORBA_TypeCode_var row(new CORBA_TypeCode(CORBA::tk_array, 3, CORBA::_tc_double, 0));
     CORBA_TypeCode_var rows(new CORBA_TypeCode(CORBA::tk_array, 2, row, 0));
-    CORBA_Any light(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(0), 1);
-    CORBA_Any dark(CORBA_TypeCode::_duplicate(shade), new CORBA::ULong(1), 1);
-    CORBA_Any byDefault;
-    byDefault <<= CORBA_Any::from_octet(0);
-    CORBA_TypeCode_var value(new CORBA_TypeCode(
-        "IDL:kelvanor.test/Dyn/Value:1.0", "Value", shade,
-        members<CORBA_UnionMemberSeq>(arm("number", CORBA::_tc_long, light),
-                                      arm("text", CORBA::_tc_string, dark),
-                                      arm("thing", item, byDefault)),
-        0));
     CORBA_TypeCode_var refused(new CORBA_TypeCode(
         CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused",
         members<CORBA_StructMemberSeq>(field("why", CORBA::_tc_string), field("tone", shade)), 0));
-    EXPECT_THROW(CORBA_TypeCode(CORBA::tk_union, "IDL:x:1.0", "x", CORBA_StructMemberSeq(), 0),
-                 CORBA_BAD_PARAM);
     struct {
         CORBA_TypeCode* generated;
         CORBA_TypeCode* byHand;
@@ -102,18 +83,27 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     } const cases[] = {
         {Dyn::_tc_Shade, shade, CORBA::tk_enum},     {Dyn::_tc_Item, item, CORBA::tk_struct},
         {Dyn::_tc_ItemList, seq, CORBA::tk_alias},   {Dyn::_tc_Matrix, rows, CORBA::tk_alias},
-        {Dyn::_tc_Value, value, CORBA::tk_union},    {Dyn::_tc_Refused, refused, CORBA::tk_except},
+        {Dyn::_tc_Refused, refused, CORBA::tk_except},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.generated->kind(), c.kind) << c.generated;
         EXPECT_EQ(compare(c.generated, c.byHand), 0) << c.generated;
         EXPECT_TRUE(c.generated->is_static());
     }
-    // Pick: one member per label, the default last with its octet label.
+    // Unions (their labels meet omniORB's in the dynamic requests below):
+    // one member per label, the default last.
     EXPECT_EQ(Dyn::_tc_Pick->member_count(), 4u);
     EXPECT_EQ(Dyn::_tc_Pick->default_index(), 3);
     EXPECT_STREQ(Dyn::_tc_Pick->member_name(2), "s");
     EXPECT_EQ(Dyn::_tc_Value->default_index(), 2);
+    EXPECT_EQ(Dyn::_tc_Value->kind(), CORBA::tk_union);
+}
+
+std::vector<std::string> dynServer(const std::vector<std::string>& extra = {}) {
+    std::vector<std::string> argv{KELVANOR_DYN_SERVER_BINARY, "-OAipaddr", "127.0.0.1"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    argv.push_back("probe");
+    return argv;
 }
 
 // The parameter: false for Kelvanor's dyn_server, true for omniORB's
@@ -124,26 +114,32 @@ protected:
         if (GetParam() && !ktest::runnable(KELVANOR_OMNI_DYN_SERVER_BINARY))
             GTEST_SKIP() << "omniORB not built";
         ZEBGlobalTable::std_typecodes = GetParam();
-        if (GetParam())
-            server.reset(new ktest::EchoChild({KELVANOR_OMNI_DYN_SERVER_BINARY}));
-        else
-            server.reset(new ktest::EchoChild(
-                {KELVANOR_DYN_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "probe"}));
+        server.reset(new ktest::EchoChild(
+            GetParam() ? std::vector<std::string>{KELVANOR_OMNI_DYN_SERVER_BINARY} : dynServer()));
         ASSERT_TRUE(server->ready()) << "no reference: " << server->output();
-        CORBA_Object_var obj(ktest::loopbackOrb()->string_to_object(server->ior.c_str()));
-        probe = Dyn::Probe::_narrow(obj);
+        orb = ktest::loopbackOrb();
+        probe = Dyn::Probe::_narrow(CORBA_Object_var(orb->string_to_object(server->ior.c_str())));
         ASSERT_NE(probe.in(), nullptr);
     }
     void TearDown() override { ZEBGlobalTable::std_typecodes = 0; }
+    CORBA_Request* hold(CORBA::Long ms) {
+        CORBA_Request* r = probe->_request("hold");
+        r->add_in_arg() <<= ms;
+        return r;
+    }
 
     std::unique_ptr<ktest::EchoChild> server;
+    CORBA_ORB* orb = nullptr;
     Dyn::Probe_var probe;
 };
+// What needs our own server: a restart on the same port, a spare connection.
+class DynKelvanor : public DynRemote {};
 
 INSTANTIATE_TEST_SUITE_P(Servers, DynRemote, ::testing::Values(false, true),
                          [](const ::testing::TestParamInfo<bool>& i) {
                              return std::string(i.param ? "omniORB" : "Kelvanor");
                          });
+INSTANTIATE_TEST_SUITE_P(Server, DynKelvanor, ::testing::Values(false));
 
 CORBA_Any echoed(Dyn::Probe* probe, const CORBA_Any& a) {
     CORBA_Any* r = probe->echo(a);
@@ -151,6 +147,22 @@ CORBA_Any echoed(Dyn::Probe* probe, const CORBA_Any& a) {
     CORBA::release(r);
     return copy;
 }
+
+// An Any of tc holding v, and v read back out of one.
+template <class T>
+CORBA_Any cdrOf(CORBA_TypeCode* tc, const T& v) {
+    CORBA_MarshalOutBuffer buf;
+    static_cast<TBostream&>(buf) << v;
+    return CORBA_Any(CORBA_TypeCode::_duplicate(tc), buf);
+}
+template <class T>
+T fromAny(const CORBA_Any& a, T v = T()) {
+    CORBA_MarshalInBuffer in(static_cast<char*>(a.value()), static_cast<CORBA::ULong>(a.size()));
+    in >> v;
+    return v;
+}
+std::string text(const CORBA_Any& a) { return *static_cast<char**>(a.value()); }
+
 
 // The Any operators of generated types, through an echo (a union's are a
 // struct's); what comes back compares equal, kind_of gives its TypeCode.
@@ -266,54 +278,15 @@ TEST_P(DynRemote, ExceptionsOnewaysAndLateAnswers) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
 }
 
-namespace {
-
-// VmHWM of process pid in kB, the most memory it has held; 0 if unknown.
-long peakKb(pid_t pid) {
-    const std::string status = ktest::readFile("/proc/" + std::to_string(pid) + "/status");
-    const std::string::size_type at = status.find("VmHWM:");
-    return at == std::string::npos ? 0 : std::stol(status.substr(at + 6));
-}
-
-}  // namespace
-
-// An Any whose count lies gets a CORBA_MARSHAL reply before it costs memory
-// (the decoder's other lies are any_test's), and the server serves on.
-TEST(DynHostile, AnyWithALyingCountGetsASystemException) {
-    using namespace handcdr;
-    ktest::EchoChild srv({KELVANOR_DYN_SERVER_BINARY, "-OAipaddr", "127.0.0.1", "probe"});
-    ASSERT_TRUE(srv.ready()) << srv.output();
-    const std::string key(reinterpret_cast<const char*>(srv.locator->object_key.get_buffer()),
-                          srv.locator->object_key.length());
-    Cdr longs = request(true, 1, true, key, "echo");
-    longs.ulong(CORBA::tk_sequence).ulong(CORBA::tk_long).ulong(0).ulong(1u << 30);
-    for (int i = 0; i < 1000; ++i) longs.ulong(7);
-    Conn c;
-    ASSERT_TRUE(c.open(srv.port) && c.send(longs.message()));
-    CdrIn body;
-    ASSERT_TRUE(reply(c, 1, 2, body));
-    EXPECT_EQ(body.string(), "IDL:omg.org/CORBA/MARSHAL:1.0");
-    ASSERT_TRUE(c.open(srv.port));
-    ASSERT_TRUE(c.send(request(true, 2, true, key, "echo").ulong(CORBA::tk_long).ulong(9).message()));
-    ASSERT_TRUE(reply(c, 2, 0, body));
-    EXPECT_EQ(body.ulong(), uint32_t(CORBA::tk_long));
-    EXPECT_EQ(body.ulong(), 9u);
-    const long peak = peakKb(srv.pid());
-    EXPECT_GT(peak, 0);
-    EXPECT_LT(peak, 100 * 1024);
-}
-
 // omniORB's Anys: in the broker's own TypeCode form basic kinds pass and a
 // struct gets a system exception on a connection that serves on; an omniORB
 // client sends every kind of Peer::AnyEcho, indirections included, to
 // Kelvanor's server in the standard form and checks what comes back.
-TEST(DynOmni, OwnFormPassesBasicKindsAndStdFormEveryKind) {
-    if (!ktest::runnable(KELVANOR_OMNI_DYN_SERVER_BINARY)) GTEST_SKIP() << "omniORB not built";
-    ktest::EchoChild omni({KELVANOR_OMNI_DYN_SERVER_BINARY});
-    ASSERT_TRUE(omni.ready()) << omni.output();
-    Dyn::Probe_var probe = Dyn::Probe::_narrow(
-        CORBA_Object_var(ktest::loopbackOrb()->string_to_object(omni.ior.c_str())));
-    ASSERT_NE(probe.in(), nullptr);
+class DynOmniorb : public DynRemote {};
+INSTANTIATE_TEST_SUITE_P(Server, DynOmniorb, ::testing::Values(true));
+
+TEST_P(DynOmniorb, OwnFormPassesBasicKindsAndStdFormEveryKind) {
+    ZEBGlobalTable::std_typecodes = 0;
     CORBA_Any l, d;
     l <<= CORBA::Long(-7);
     d <<= 2.5;
@@ -324,11 +297,124 @@ TEST(DynOmni, OwnFormPassesBasicKindsAndStdFormEveryKind) {
     EXPECT_THROW(echoed(probe, item), CORBA_SystemException);
     EXPECT_EQ(compare(echoed(probe, l), l), 0);
 
-    ktest::EchoChild server({KELVANOR_ANY_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1",
-                             "-ORBstdtypecodes"});
-    ASSERT_TRUE(server.ready()) << server.output();
-    ktest::Outcome client = ktest::run({KELVANOR_OMNI_ANY_CLIENT_BINARY, server.ior});
+    ktest::EchoChild ours({KELVANOR_ANY_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1",
+                           "-ORBstdtypecodes"});
+    ASSERT_TRUE(ours.ready()) << ours.output();
+    ktest::Outcome client = ktest::run({KELVANOR_OMNI_ANY_CLIENT_BINARY, ours.ior});
     EXPECT_EQ(client.status, 0) << client.out << client.err;
     EXPECT_NE(client.out.find("check passed"), std::string::npos);
-    EXPECT_TRUE(server.running() && omni.running());
+    EXPECT_TRUE(ours.running() && server->running());
 }
+
+TEST_P(DynRemote, EveryOperationWithItsArgumentsAsAnys) {
+    CORBA_Any words;
+    words <<= "words";
+    CORBA_Request_var echo(probe->_request("echo")), swap(probe->_request("swap"));
+    echo->add_in_arg() <<= words;
+    echo->return_value() <<= CORBA_Any();
+    swap->add_inout_arg() <<= words;
+    CORBA_Any& b = swap->add_out_arg() <<= CORBA_Any();
+    for (CORBA_Request* r : {echo.in(), swap.in()}) r->invoke();
+    CORBA_Any inner;
+    ASSERT_TRUE(echo->return_value() >>= inner);
+    EXPECT_EQ(compare(inner, words), 0);
+    ASSERT_TRUE(b >>= inner);
+    EXPECT_EQ(compare(inner, words), 0);
+
+    Dyn::Item item;
+    item.id = 7;
+    item.name = "seven";
+    Dyn::Value number;
+    number.number(12);
+    CORBA_Request_var store(probe->_request("store")), flip(probe->_request("flip"));
+    store->add_in_arg() = cdrOf(Dyn::_tc_Item, item);
+    CORBA_Any& list = store->add_inout_arg() = cdrOf(Dyn::_tc_ItemList, Dyn::ItemList());
+    CORBA_Any& shade = store->add_out_arg() = cdrOf(Dyn::_tc_Shade, Dyn::grey);
+    store->return_value() = cdrOf(Dyn::_tc_Item, Dyn::Item());
+    flip->add_in_arg() = cdrOf(Dyn::_tc_Value, number);
+    CORBA_Any& pick = flip->add_out_arg() = cdrOf(Dyn::_tc_Pick, Dyn::Pick());
+    flip->return_value() = cdrOf(Dyn::_tc_Value, Dyn::Value());
+    for (CORBA_Request* r : {store.in(), flip.in()}) r->invoke();
+    EXPECT_EQ(fromAny<Dyn::Item>(store->return_value()).id, 8);
+    EXPECT_STREQ(fromAny<Dyn::ItemList>(list)[0].name, "seven");
+    EXPECT_EQ(*static_cast<CORBA::ULong*>(shade.value()), CORBA::ULong(Dyn::dark));
+    EXPECT_EQ(fromAny<Dyn::Value>(flip->return_value()).number(), 12);
+    EXPECT_STREQ(fromAny<Dyn::Pick>(pick).s(), "12");
+
+    CORBA_Request_var note(probe->_request("note")), last_note(probe->_request("last_note")),
+        refuse(probe->_request("refuse"));
+    note->add_in_arg() <<= "kept";
+    note->send_oneway();
+    last_note->return_value() <<= "";
+    refuse->add_in_arg() = cdrOf(Dyn::_tc_Shade, Dyn::grey);
+    for (CORBA_Request* r : {last_note.in(), refuse.in()}) r->invoke();
+    EXPECT_EQ(text(last_note->return_value()), "kept");
+    // A user exception is an answer: it waits in the request's environment.
+    const Dyn::Refused* e = Dyn::Refused::_narrow(refuse->env()->exception());
+    ASSERT_NE(e, nullptr);
+    EXPECT_STREQ(e->why, "refused");
+    EXPECT_EQ(e->tone, Dyn::grey);
+}
+
+TEST_P(DynRemote, DeferredStatesAndCollection) {
+    CORBA_Request_var unsent(probe->_request("last_note"));
+    EXPECT_THROW(unsent->get_response(), CORBA_BAD_INV_ORDER);
+    EXPECT_THROW(unsent->poll_response(), CORBA_BAD_INV_ORDER);
+    CORBA_Request_var slow(hold(100));
+    slow->send_deferred();
+    EXPECT_FALSE(slow->poll_response());
+    while (!slow->poll_response()) {
+    }
+    EXPECT_TRUE(slow->poll_response());
+    slow->get_response();
+    EXPECT_THROW(slow->get_response(), CORBA_BAD_INV_ORDER);
+
+    CORBA_Request_var a(hold(50)), b(probe->_request("last_note"));
+    b->return_value() <<= "";
+    orb->send_multiple_requests_deferred(CORBA_RequestSeq(
+        2, 2, new CORBA_Request* [2] { a, b }, 1));
+    std::set<CORBA_Request*> got;
+    for (int i = 0; i < 2; ++i) {
+        CORBA_Request_var r;
+        orb->get_next_response(r.out());
+        got.insert(r.in());
+    }
+    EXPECT_EQ(got, (std::set<CORBA_Request*>{a.in(), b.in()}));
+    EXPECT_FALSE(orb->poll_next_response());
+    CORBA_Request_var none;
+    orb->get_next_response(none.out());
+    EXPECT_EQ(none.in(), nullptr);
+}
+
+TEST_P(DynKelvanor, DeferredRequestIsSentAgainToARestartedServer) {
+    CORBA_Request_var r(hold(2000));
+    r->send_deferred();
+    const std::string port = std::to_string(server->port);
+    server->kill();
+    ktest::EchoChild again(dynServer({"-OAport", port}));
+    ASSERT_TRUE(again.ready()) << again.output();
+    r->get_response();
+    EXPECT_EQ(r->env()->exception(), nullptr);
+}
+
+TEST_P(DynKelvanor, DeferredRequestMadeWhileACallWaitsGoesOnASpare) {
+    struct Later : dpIOHandler {
+        CORBA_Request* r = nullptr;
+        bool onSpare = false;
+        void timerExpired(long, long) override {
+            r->send_deferred();
+            ZEBStubInfo* stub = r->target()->_stub();
+            onSpare = stub->lastClient() != stub->client();
+        }
+    } later;
+    CORBA_Request_var note(probe->_request("last_note"));
+    note->return_value() <<= "";
+    later.r = note;
+    dpDispatcher::instance()->startTimer(0, 50000, &later);
+    CORBA_Request_var waiting(hold(300));
+    waiting->invoke();
+    EXPECT_TRUE(later.onSpare);
+    note->get_response();  // returns once the spare's reader handed the reply over
+}
+
+}  // namespace

@@ -36,7 +36,6 @@ TEST(KelvanorIdl, RefusesFaultyInputAtItsLine) {
     } cases[] = {
         {"bad", "module M {\n  interface I {\n    void f(in long x)\n  };\n};\n",
          "bad.idl:4: Syntax error"},
-        {"lookup", "module M {\n  struct S { Missing m; };\n};\n", "lookup.idl:2:"},
         {"c", "module M {\n  interface I {\n    void f() context(\"x\");\n  };\n};\n",
          "c.idl:3: context clauses are not supported"},
         {"sa", "module M {\n  typedef long A[2];\n  typedef sequence<A> S;\n};\n",
@@ -78,8 +77,4 @@ TEST(KelvanorIdl, WritesIntoTheOutputDirectoryAndIncludesWhatItIncludes) {
     EXPECT_EQ(header.find("class Root :"), std::string::npos);
     EXPECT_TRUE(exists(dir.file("gen/top.cc")));
     EXPECT_FALSE(exists(dir.file("top.h")));
-
-    r = compile(dir, {});
-    EXPECT_NE(r.status, 0);
-    EXPECT_NE(r.err.find("usage: kelvanor-idl"), std::string::npos);
 }

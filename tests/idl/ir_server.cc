@@ -2,9 +2,9 @@
 // the tests of the repository's classes through generated stubs and from
 // omniORB. It serves a fixed description of Demo::Echo (examples/echo),
 // built from the generated TypeCodes: the Repository, which holds the
-// InterfaceDef directly, and one OperationDef per operation. Nothing can be
-// created, moved or destroyed (CORBA_NO_IMPLEMENT). It prints the
-// Repository's reference on a line and serves until a signal ends it.
+// InterfaceDef directly, and one OperationDef per operation. Every change,
+// and what the tests do not ask, is refused (CORBA_NO_IMPLEMENT). It prints
+// the Repository's reference on a line and serves until a signal ends it.
 //
 //   ir_server [broker options]
 #include <iostream>
@@ -46,48 +46,33 @@ CORBA_Contained::Description* described(CORBA::DefinitionKind kind, CORBA_TypeCo
     return d;
 }
 
-// What every Contained here answers alike; Sk is a generated skeleton. The
-// names are fixed at construction.
+// What every Contained here answers alike; Sk is a generated skeleton.
 template <class Sk>
 class FixedContained : public Sk {
 public:
     char* id() override { return CORBA::string_dup(_id.c_str()); }
-    void id(const char*) override { refuse(); }
     char* name() override { return CORBA::string_dup(_name.c_str()); }
+    void id(const char*) override { refuse(); }
     void name(const char*) override { refuse(); }
-    char* version() override { return CORBA::string_dup(kVersion); }
+    char* version() override { refuse(); }
     void version(const char*) override { refuse(); }
-    char* absolute_name() override { return CORBA::string_dup(_absolute.c_str()); }
-    CORBA_Container* defined_in() override { return CORBA_Container::_duplicate(_container); }
-    CORBA_Repository* containing_repository() override {
-        return CORBA_Repository::_duplicate(_repository);
-    }
+    char* absolute_name() override { refuse(); }
+    CORBA_Container* defined_in() override { refuse(); }
+    CORBA_Repository* containing_repository() override { refuse(); }
     void move(CORBA_Container*, const char*, const char*) override { refuse(); }
     void destroy() override { refuse(); }
 
 protected:
-    FixedContained(const std::string& id, const std::string& name, const std::string& absolute,
-                   CORBA_Container* container, CORBA_Repository* repository)
-        : Sk(absolute.c_str()), _id(id), _name(name), _absolute(absolute),
-          _container(container), _repository(repository) {}
+    FixedContained(const std::string& id, const std::string& name)
+        : Sk(name.c_str()), _id(id), _name(name) {}
 
-    const std::string _id, _name, _absolute;
-    CORBA_Container* const _container;  // not counted: they outlive this
-    CORBA_Repository* const _repository;
+    const std::string _id, _name;
 };
 
-// What every Container here answers alike: it holds a fixed list of
-// objects, which it does not own.
+// What every Container here answers alike: the contents of a fixed list.
 template <class Sk>
 class FixedContainer : public Sk {
 public:
-    CORBA_Contained* lookup(const char* search_name) override {
-        for (CORBA_Contained* c : _members) {
-            CORBA_String_var n(c->name());
-            if (std::string(n.in()) == search_name) return CORBA_Contained::_duplicate(c);
-        }
-        return nullptr;
-    }
     CORBA_ContainedSeq* contents(CORBA::DefinitionKind limit, CORBA::Boolean) override {
         CORBA_ContainedSeq* s = new CORBA_ContainedSeq;
         for (CORBA_Contained* c : _members) {
@@ -97,6 +82,7 @@ public:
         }
         return s;
     }
+    CORBA_Contained* lookup(const char*) override { refuse(); }
     CORBA_ContainedSeq* lookup_name(const char*, CORBA::Long, CORBA::DefinitionKind,
                                     CORBA::Boolean) override { refuse(); }
     CORBA_Container::DescriptionSeq* describe_contents(CORBA::DefinitionKind, CORBA::Boolean,
@@ -116,18 +102,15 @@ public:
     CORBA_InterfaceDef* create_interface(const char*, const char*, const char*,
                                          const CORBA_InterfaceDefSeq&) override { refuse(); }
 
-    void add(CORBA_Contained* c) { _members.push_back(c); }
-
 protected:
     using Sk::Sk;
-    std::vector<CORBA_Contained*> _members;
+    std::vector<CORBA_Contained*> _members;  // not owned
 };
 
 class OperationImpl : public FixedContained<_sk_CORBA::_sk_OperationDef> {
 public:
-    OperationImpl(const OpRow& row, CORBA_InterfaceDef* iface, CORBA_Repository* repository)
-        : FixedContained(std::string("IDL:Demo/Echo/") + row.name + ":1.0", row.name,
-                         std::string("::Demo::Echo::") + row.name, iface, repository),
+    explicit OperationImpl(const OpRow& row)
+        : FixedContained(std::string("IDL:Demo/Echo/") + row.name + ":1.0", row.name),
           _row(row) {}
 
     CORBA_OperationDescription description() {
@@ -138,7 +121,12 @@ public:
         d.version = kVersion;
         d.result = CORBA_TypeCode::_duplicate(*_row.result);
         d.mode = _row.mode;
-        fillParams(d.parameters);
+        if (_row.param) {
+            d.parameters.length(1);
+            d.parameters[0].name = _row.param;
+            d.parameters[0].type = CORBA_TypeCode::_duplicate(CORBA::_tc_string);
+            d.parameters[0].mode = CORBA::PARAM_IN;
+        }
         return d;
     }
 
@@ -147,42 +135,28 @@ public:
         return described(CORBA::dk_Operation, CORBA::_tc_OperationDescription,
                          new CORBA_OperationDescription(description()));
     }
-    CORBA_TypeCode* result() override { return CORBA_TypeCode::_duplicate(*_row.result); }
-    CORBA_IDLType* result_def() override { return nullptr; }
+    CORBA_TypeCode* result() override { refuse(); }
+    CORBA_IDLType* result_def() override { refuse(); }
     void result_def(CORBA_IDLType*) override { refuse(); }
-    CORBA_ParDescriptionSeq* params() override {
-        CORBA_ParDescriptionSeq* s = new CORBA_ParDescriptionSeq;
-        fillParams(*s);
-        return s;
-    }
+    CORBA_ParDescriptionSeq* params() override { refuse(); }
     void params(const CORBA_ParDescriptionSeq&) override { refuse(); }
-    CORBA::OperationMode mode() override { return _row.mode; }
+    CORBA::OperationMode mode() override { refuse(); }
     void mode(CORBA::OperationMode) override { refuse(); }
-    CORBA_ContextIdSeq* contexts() override { return new CORBA_ContextIdSeq; }
+    CORBA_ContextIdSeq* contexts() override { refuse(); }
     void contexts(const CORBA_ContextIdSeq&) override { refuse(); }
-    CORBA_ExceptionDefSeq* exceptions() override { return new CORBA_ExceptionDefSeq; }
+    CORBA_ExceptionDefSeq* exceptions() override { refuse(); }
     void exceptions(const CORBA_ExceptionDefSeq&) override { refuse(); }
 
 private:
-    void fillParams(CORBA_ParDescriptionSeq& s) const {
-        if (!_row.param) return;
-        s.length(1);
-        s[0].name = _row.param;
-        s[0].type = CORBA_TypeCode::_duplicate(CORBA::_tc_string);
-        s[0].mode = CORBA::PARAM_IN;
-    }
-
     const OpRow& _row;
 };
 
 class EchoDefImpl : public FixedContained<FixedContainer<_sk_CORBA::_sk_InterfaceDef>> {
 public:
-    explicit EchoDefImpl(CORBA_Repository* repository)
-        : FixedContained(Demo::_tc_Echo->id(), Demo::_tc_Echo->name(), "::Demo::Echo",
-                         repository, repository) {
+    EchoDefImpl() : FixedContained(Demo::_tc_Echo->id(), Demo::_tc_Echo->name()) {
         for (const OpRow& row : kOps) {
-            _ops.emplace_back(new OperationImpl(row, this, repository));
-            add(_ops.back().get());
+            _ops.emplace_back(new OperationImpl(row));
+            _members.push_back(_ops.back().get());
         }
     }
 
@@ -207,9 +181,9 @@ public:
         d->type = CORBA_TypeCode::_duplicate(Demo::_tc_Echo);
         return d;
     }
-    CORBA_InterfaceDefSeq* base_interfaces() override { return new CORBA_InterfaceDefSeq; }
+    CORBA_InterfaceDefSeq* base_interfaces() override { refuse(); }
     void base_interfaces(const CORBA_InterfaceDefSeq&) override { refuse(); }
-    CORBA::Boolean is_a(const char* interface_id) override { return _id == interface_id; }
+    CORBA::Boolean is_a(const char*) override { refuse(); }
     CORBA_AttributeDef* create_attribute(const char*, const char*, const char*, CORBA_IDLType*,
                                          CORBA::AttributeMode) override { refuse(); }
     CORBA_OperationDef* create_operation(const char*, const char*, const char*, CORBA_IDLType*,
@@ -217,8 +191,6 @@ public:
                                          const CORBA_ExceptionDefSeq&,
                                          const CORBA_ContextIdSeq&) override { refuse(); }
 
-    // The operations, which lookup_id finds too.
-    const std::vector<std::unique_ptr<OperationImpl>>& operations() const { return _ops; }
     void ready(CORBA::BOA_ptr boa) {
         boa->obj_is_ready(this, nullptr);
         for (const auto& op : _ops) boa->obj_is_ready(op.get(), nullptr);
@@ -230,28 +202,24 @@ private:
 
 class RepositoryImpl : public FixedContainer<_sk_CORBA::_sk_Repository> {
 public:
-    RepositoryImpl() : FixedContainer("repository"), _echo(this) { add(&_echo); }
+    RepositoryImpl() : FixedContainer("repository") { _members.push_back(&_echo); }
 
-    CORBA_Contained* lookup_id(const char* search_id) override {
-        const std::string id(search_id);
-        if (id == Demo::_tc_Echo->id()) return CORBA_Contained::_duplicate(&_echo);
-        for (const auto& op : _echo.operations()) {
-            CORBA_String_var opId(op->id());
-            if (id == opId.in()) return CORBA_Contained::_duplicate(op.get());
-        }
-        return nullptr;
+    CORBA_Contained* lookup_id(const char* id) override {
+        return std::string(id) == Demo::_tc_Echo->id() ? CORBA_Contained::_duplicate(&_echo)
+                                                       : nullptr;
     }
     CORBA::DefinitionKind def_kind() override { return CORBA::dk_Repository; }
     void destroy() override { refuse(); }
+    CORBA_PrimitiveDef* get_primitive(CORBA::PrimitiveKind) override { refuse(); }
+    CORBA_StringDef* create_string(CORBA::ULong) override { refuse(); }
+    CORBA_SequenceDef* create_sequence(CORBA::ULong, CORBA_IDLType*) override { refuse(); }
+    CORBA_ArrayDef* create_array(CORBA::ULong, CORBA_IDLType*) override { refuse(); }
+
     // Every object of the repository is served.
     void ready(CORBA::BOA_ptr boa) {
         boa->obj_is_ready(this, nullptr);
         _echo.ready(boa);
     }
-    CORBA_PrimitiveDef* get_primitive(CORBA::PrimitiveKind) override { refuse(); }
-    CORBA_StringDef* create_string(CORBA::ULong) override { refuse(); }
-    CORBA_SequenceDef* create_sequence(CORBA::ULong, CORBA_IDLType*) override { refuse(); }
-    CORBA_ArrayDef* create_array(CORBA::ULong, CORBA_IDLType*) override { refuse(); }
 
 private:
     EchoDefImpl _echo;

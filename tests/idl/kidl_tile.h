@@ -1,5 +1,5 @@
 // The servant of KTest::Tile that the IDL tests use, in this process and in
-// kidl_server.
+// dyn_server.
 #ifndef KELVANOR_TEST_KIDL_TILE_H
 #define KELVANOR_TEST_KIDL_TILE_H
 
@@ -43,11 +43,8 @@ public:
     KTest::Record* describe(const KTest::Record& r, KTest::Record*& copy,
                             KTest::Colour& c) override {
         if (r.l < 0) throw KTest::Failure("negative", r.l, r.hue, r.points);
-        if (r.l == 999) {
-            copy = new KTest::Record(r);
-            return nullptr;
-        }
         copy = new KTest::Record(r);
+        if (r.l == 999) return nullptr;
         c = static_cast<KTest::Colour>((c + 1) % 3);
         KTest::Record* result = new KTest::Record(r);
         std::string name = std::string(r.name.in() ? r.name.in() : "") + "!";
@@ -95,12 +92,7 @@ public:
         return info;
     }
 
-    KTest::Point origin() override {
-        KTest::Point p;
-        p.x = 3;
-        p.y = 4;
-        return p;
-    }
+    KTest::Point origin() override { return KTest::Point{3, 4}; }
 
     void poke(const char* note) override { _note = note ? note : ""; }
 
@@ -109,8 +101,7 @@ public:
             case 1: {
                 KTest::PointList where(1);
                 where.length(1);
-                where[0].x = 1;
-                where[0].y = 2;
+                where[0] = KTest::Point{1, 2};
                 throw KTest::Failure("one", 1, KTest::blue, where);
             }
             case 2: throw KTest::Inner::Empty();
@@ -132,12 +123,7 @@ public:
     }
 
     // Tile
-    KTest::Bytes* pattern(const KTest::Bytes& p) override {
-        KTest::Bytes* r = new KTest::Bytes;
-        r->length(p.length());
-        for (CORBA::ULong i = 0; i < p.length(); ++i) (*r)[i] = p[p.length() - 1 - i];
-        return r;
-    }
+    KTest::Bytes* pattern(const KTest::Bytes& p) override { return new KTest::Bytes(p); }
 
     KTest::ShapeList* shapes(const KTest::ShapeList& s) override {
         KTest::ShapeList* r = new KTest::ShapeList(s);
