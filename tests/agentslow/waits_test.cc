@@ -3,38 +3,15 @@
 // tests a longer limit and runs them beside the others.
 #include "dsuser.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <memory>
-
-#include "dispatch.h"
-#include "dsname.h"
-#include "dsprovider.h"
+#include "../agent/agenttest.h"
 #include "dsverify.h"
 #include "netns.h"
 #include "sockets.h"
 #include "testagent.h"
-
-namespace {
-
-void pumpFor(int ms, const std::function<bool()>& done = [] { return false; }) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!done() && std::chrono::steady_clock::now() < end) {
-        timeval tv{0, 100000};
-        dpDispatcher::instance()->dispatch(&tv);
-    }
-}
-
-double at(const std::string& line) { return std::atof(line.c_str()) / 1000.0; }
-
-}  // namespace
 
 TEST(Waits, ASilentAgentIsLeftAfterTheFifthTimeout) {
     KTEST_IN_NETNS();
@@ -51,11 +28,11 @@ TEST(Waits, ASilentAgentIsLeftAfterTheFifthTimeout) {
     auto sends = agent.lines({"in DSRequest type=3"});
     ASSERT_EQ(sends.size(), 5u);
     const double gaps[] = {3, 6, 20, 20};
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(at(sends[i + 1]) - at(sends[i]), gaps[i], 0.6);
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(seconds(sends[i + 1]) - seconds(sends[i]), gaps[i], 0.6);
     // Then the search for an agent starts again.
     auto probes = agent.lines({"in-agent DSAMessage type=6"});
     ASSERT_EQ(probes.size(), 2u);
-    EXPECT_NEAR(at(probes[1]) - at(sends[4]), 20, 0.6);
+    EXPECT_NEAR(seconds(probes[1]) - seconds(sends[4]), 20, 0.6);
     user->close();
 }
 
@@ -68,7 +45,7 @@ TEST(Waits, AnUnansweredPeerIsDownAfterFiveSends) {
     } w;
     auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(w.verify(DSAddr(peer.port, inet_addr("127.0.0.1"))), 0);
-    pumpFor(80000, [&] { return w.down > 0; });
+    pumpUntil([&] { return w.down > 0; }, 80000);
     EXPECT_EQ(w.down, 1);
     EXPECT_NEAR(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 69, 1.5);
     int got = 0;
@@ -82,16 +59,14 @@ TEST(Waits, AQuietSessionSendsAKeepAliveAfter120Seconds) {
     ASSERT_TRUE(agent.start("127.0.0.1", 14000, 15001, {"--limit", "200"})) << agent.error();
     DSUser* user = DSUser::open("keepalive", "", 14000);
     ASSERT_EQ(user->state(), DSUser::STATE_LOGGED_IN);
-    DSProvider* p = new DSProvider(DSName("Kept", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr),
-                                   DSAddr(1, inet_addr("127.0.0.1")), DS_PROTOCOL_DEFAULT, 0);
-    TBResource::ref(p);
+    DSProvider* p = provider("Kept", 1);
     ASSERT_EQ(user->registerProvider(p), 0);
     auto reg = agent.lines({"in DSRequest type=5"});
     ASSERT_EQ(reg.size(), 1u);
-    pumpFor(125000, [&] { return !agent.lines({"in DSRequest type=2"}).empty(); });
+    pumpUntil([&] { return !agent.lines({"in DSRequest type=2"}).empty(); }, 125000);
     auto alive = agent.lines({"in DSRequest type=2"});
     ASSERT_EQ(alive.size(), 1u);
-    EXPECT_NEAR(at(alive[0]) - at(reg[0]), 120, 1.5);
+    EXPECT_NEAR(seconds(alive[0]) - seconds(reg[0]), 120, 1.5);
     TBResource::unref(p);
     user->close();
 }

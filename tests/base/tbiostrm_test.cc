@@ -207,7 +207,6 @@ TEST(TBObjectStream, ReaderFaultsGiveNull) {
         {": \"TSNoSuch\"\n", notLinked + "TSNoSuch', but this class is not linked in\n"},
         {"# 7 ", "TBistream::readObject. Internal Error reading class '7'\n"},
         {"@ 3 ", ""},
-        {": \"::\"\n", ""},
         {"? ",
          "TBistream::readObject: Error reading Object from  stream. Make sure your 'write' "
          "function and constructor from stream are correct\n"},

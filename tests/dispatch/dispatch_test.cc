@@ -31,10 +31,8 @@ struct Recorder : dpIOHandler {
     int inputReady(int fd) override {
         log.push_back(name + ":in");
         char buf[16];
-        while (read(fd, buf, sizeof buf) > 0)
-            ++reads;
-        if (onInput)
-            onInput();
+        while (read(fd, buf, sizeof buf) > 0) ++reads;
+        if (onInput) onInput();
         return result;
     }
     int outputReady(int) override { return log.push_back(name + ":out"), result; }
@@ -58,15 +56,13 @@ struct ProbeDispatcher : dpDispatcher {
 class DispatcherLoop : public ::testing::Test {
 protected:
     ~DispatcherLoop() override {
-        for (int fd : _fds)
-            close(fd);
+        for (int fd : _fds) close(fd);
     }
     // A non-blocking pipe (or socket pair) closed with the test: {read, write}.
     std::vector<int> pair(bool socket = false) {
         int fd[2];
         EXPECT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, fd) : pipe(fd), 0);
-        for (int f : fd)
-            fcntl(f, F_SETFL, O_NONBLOCK), _fds.push_back(f);
+        for (int f : fd) fcntl(f, F_SETFL, O_NONBLOCK), _fds.push_back(f);
         return {fd[0], fd[1]};
     }
     static void put(const std::vector<int>& p) { EXPECT_EQ(write(p[1], "x", 1), 1); }
@@ -77,17 +73,14 @@ protected:
     std::vector<int> _fds;
 };
 
-timeval tv(long sec, long usec = 0) {
-    return timeval{sec, usec};
-}
+timeval tv(long sec, long usec = 0) { return timeval{sec, usec}; }
 
 // Logs its name and the time it was given; may start one more timer.
 struct Tick : dpIOHandler {
     Tick(Log& log, const char* name) : log(log), name(name) {}
     void timerExpired(long sec, long) override {
         log.push_back(name + std::to_string(sec));
-        if (rearmIn != nullptr)
-            std::exchange(rearmIn, nullptr)->insert(tv(sec), this);
+        if (rearmIn) std::exchange(rearmIn, nullptr)->insert(tv(sec), this);
     }
     Log& log;
     std::string name;
@@ -127,8 +120,7 @@ TEST_F(DispatcherLoop, NegativeResultUnlinksTheWholeDescriptor) {
     Recorder h(log, "h");
     h.result = -1;
     for (int round = 0; round < 2; ++round) {
-        if (round == 1)
-            put(s);  // readable too: the write step then finds no handler
+        if (round == 1) put(s);  // readable too: the write step then finds no handler
         d.link(s[0], R, &h);
         d.link(s[0], W, &h);
         EXPECT_TRUE(d.dispatch(&poll));
@@ -188,8 +180,7 @@ TEST_F(DispatcherLoop, TimersBoundTheWait) {
     // A longer limit ends at the timer (one due exactly now runs a round later).
     d.startTimer(0, 20000, &late);
     sec = 5, usec = 0;
-    for (int round = 0; round < 5 && log.size() == 1; ++round)
-        EXPECT_FALSE(d.dispatch(sec, usec));
+    for (int round = 0; round < 5 && log.size() == 1; ++round) EXPECT_FALSE(d.dispatch(sec, usec));
     EXPECT_TRUE(sec == 4 && usec >= 0 && usec < 1000000);
     EXPECT_EQ(log, (Log{"h:timer", "late:timer"}));
 }
@@ -223,8 +214,7 @@ TEST(dpTimerQueue, EqualTimesSitBehindTheHeadOrAheadOfTheirPeers) {
     q.remove(&a);  // empty queue: nothing happens
     const std::pair<int, Tick*> timers[] = {{10, &a}, {10, &b}, {10, &c}, {20, &d},
                                             {20, &e}, {5, &f}, {30, &f}};
-    for (auto [t, h] : timers)
-        q.insert(tv(t), h);
+    for (auto [t, h] : timers) q.insert(tv(t), h);
     q.remove(&f);  // the first of f's two timers only
     q.expire(tv(100));
     // c tied the head and went behind it; e tied a later node and went in front.

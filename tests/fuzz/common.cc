@@ -7,8 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "orb.h"
-#include "zebglob.h"
+#include "orb_loopback.h"
 
 namespace kfuzz {
 
@@ -22,13 +21,7 @@ Input::Input(const uint8_t* data, size_t size, size_t maxScript)
 uint8_t Input::op() { return _op < _scriptEnd ? _data[_op++] : 0; }
 
 CORBA_ORB* orb() {
-    static CORBA_ORB* made = [] {
-        ZEBGlobalTable::boa_ipaddr = "127.0.0.1";
-        int argc = 1;
-        char name[] = "fuzz";
-        char* argv[] = {name, nullptr};
-        return CORBA::ORB_init(argc, argv);
-    }();
+    static CORBA_ORB* made = ktest::loopbackOrb();
     return made;
 }
 

@@ -28,11 +28,12 @@ void primitives(TBistream& s) {
     unsigned char o;
     short h;
     unsigned short uh;
+    int i;
     long l;
     unsigned long ul;
     float f;
     double d;
-    s >> c >> o >> h >> uh >> l >> ul >> f >> d;
+    s >> c >> o >> h >> uh >> i >> l >> ul >> f >> d;
     (void)s.get();
 }
 
@@ -123,6 +124,7 @@ void decodeOne(TBistream& s, uint8_t op, bool growsTargets) {
         array<long>(s, arg);
         array<double>(s, arg);
         array<unsigned char>(s, arg * 5);
+        array<char>(s, arg);
         break;
     case 17: return record<IIOP::ShmConnectRequestHeader>(s);
     case 18: return made<CORBA_ImplementationDef>(s);

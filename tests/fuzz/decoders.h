@@ -1,5 +1,5 @@
 // The record decoders of the broker, run one after another over any input
-// stream as a script asks. The CDR, GIOP and object-key targets share them.
+// stream as a script asks. The CDR and buffer-stream targets share them.
 #ifndef KELVANOR_FUZZ_DECODERS_H
 #define KELVANOR_FUZZ_DECODERS_H
 

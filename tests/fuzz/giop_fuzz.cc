@@ -4,7 +4,6 @@
 // object, its replies going back into the pair), or a client reading
 // replies and locate replies as the stub and the connection do.
 #include <cstdint>
-#include <memory>
 
 #include <unistd.h>
 
@@ -16,7 +15,6 @@
 #include "orb.h"
 #include "zebbclnt.h"
 #include "zebglob.h"
-#include "zeboid.h"
 #include "zebstrm.h"
 
 namespace {
@@ -39,16 +37,6 @@ void serve(int fd) {
     delete client;
 }
 
-// What a forwarding reply carries is decoded as far as a client would.
-void forwarded(const IOP::IOR& ior) {
-    for (CORBA::ULong i = 0; i < ior.profiles.length(); ++i) {
-        if (ior.profiles[i].tag != IOP::TAG_INTERNET_IOP) continue;
-        std::unique_ptr<IIOP::ObjectLocator> loc(
-            IIOP::ObjectLocator::convert(ior.profiles[i].profile_data));
-        if (loc) std::unique_ptr<ZEBObjectId>(ZEBObjectId::convert(loc->object_key));
-    }
-}
-
 void readReplies(int fd) {
     ZEBIIOPstream s;
     s.attach(fd);
@@ -66,9 +54,8 @@ void readReplies(int fd) {
                     in >> e;
                     delete e;
                 } else if (reply.reply_status == IIOP::LOCATION_FORWARD) {
-                    IOP::IOR ior;
+                    IOP::IOR ior;  // its profiles and key are the ior and objkey targets'
                     in >> ior;
-                    forwarded(ior);
                 } else {
                     CORBA_String_var said;
                     in >> said.out();
@@ -81,7 +68,6 @@ void readReplies(int fd) {
                 if (reply.locate_status == IIOP::OBJECT_FORWARD) {
                     IOP::IOR ior;
                     in >> ior;
-                    forwarded(ior);
                 }
                 break;
             }

@@ -28,11 +28,6 @@ void emptyDir() {
     }
 }
 
-void removeDir() {
-    emptyDir();
-    ::rmdir(dir.c_str());
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -43,7 +38,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     file = dir + "/impl_rep";
     setenv("KELVANOR_IMPL_PATH", dir.c_str(), 1);
     setenv("KELVANOR_IMPL_NAME", "impl_rep", 1);
-    std::atexit(removeDir);
+    std::atexit([] { emptyDir(), ::rmdir(dir.c_str()); });
     return 0;
 }
 

@@ -1,7 +1,6 @@
 // Starting and stopping a private omniNames for tests.
 #include "omninames.h"
 
-#include <cstring>
 #include <thread>
 
 #include <unistd.h>
@@ -9,22 +8,6 @@
 #include "sockets.h"
 
 namespace ktest {
-
-namespace {
-
-// The reference follows "Root context is " in omniNames' log.
-std::string findRootIOR(const std::string& log) {
-    const char* marker = "Root context is ";
-    size_t at = log.find(marker);
-    if (at == std::string::npos) return std::string();
-    at += std::strlen(marker);
-    size_t end = log.find_first_of("\r\n", at);
-    if (end == std::string::npos) return std::string();  // line not complete yet
-    std::string ior = log.substr(at, end - at);
-    return ior.compare(0, 4, "IOR:") == 0 ? ior : std::string();
-}
-
-}  // namespace
 
 bool OmniNames::available() { return access(binary(), X_OK) == 0; }
 
@@ -43,12 +26,7 @@ bool OmniNames::start(std::chrono::milliseconds limit) {
     // Another process may take the port between our probe and omniNames'
     // bind; then it ends at once and the next port is tried.
     for (int attempt = 0; attempt < 3 && std::chrono::steady_clock::now() < deadline; ++attempt) {
-        unsigned short port = freeLoopbackPort();
-        if (port == 0) {
-            _error = "no free loopback port";
-            return false;
-        }
-        if (tryPort(port, deadline)) return true;
+        if (tryPort(freeLoopbackPort(), deadline)) return true;
         stop();
     }
     if (_error.empty()) _error = "omniNames did not start in time";
@@ -57,31 +35,26 @@ bool OmniNames::start(std::chrono::milliseconds limit) {
 
 bool OmniNames::tryPort(unsigned short port, std::chrono::steady_clock::time_point deadline) {
     _dir.reset(new TempDir("kelvanor-omninames"));
-    if (_dir->path().empty()) {
-        _error = "cannot make a temporary directory";
-        return false;
-    }
-    std::string p = std::to_string(port);
+    const std::string p = std::to_string(port);
     Process::Options opts;
-    opts.argv = {binary(), "-start", p, "-logdir", _dir->path(),
-                 "-ORBendPoint", "giop:tcp:127.0.0.1:" + p};
+    opts.argv = {binary(), "-start", p, "-logdir", _dir->path(), "-ORBendPoint", "giop:tcp:127.0.0.1:" + p};
     opts.cwd = _dir->path();
     _proc.reset(new Process);
-    if (!_proc->start(opts)) {
-        _error = _proc->error();
-        return false;
-    }
+    if (!_proc->start(opts)) return _error = _proc->error(), false;
+    // Ready once its log holds the whole line "Root context is IOR:..." and
+    // the port accepts connections.
+    const std::string marker = "Root context is ";
     for (;;) {
-        if (_ior.empty()) _ior = findRootIOR(output());
-        if (!_ior.empty() && Fd(connectLoopback(port)).fd >= 0) {
+        const std::string log = output();
+        const size_t at = log.find(marker + "IOR:"), end = log.find_first_of("\r\n", at);
+        if (end != std::string::npos && Fd(connectLoopback(port)).fd >= 0) {
+            _ior = log.substr(at + marker.size(), end - at - marker.size());
             _port = port;
             _error.clear();
             return true;
         }
         if (!_proc->running() || std::chrono::steady_clock::now() >= deadline) {
-            _error = _proc->running() ? "omniNames did not serve in time: "
-                                      : "omniNames ended early: ";
-            _error += output();
+            _error = (_proc->running() ? "omniNames did not serve in time: " : "omniNames ended early: ") + log;
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -1,7 +1,5 @@
 // Raw TCP and UDP on 127.0.0.1 for tests that play the other side of a
-// connection: a descriptor holder, a socket on a port of the kernel's choice,
-// a client connection, a datagram socket, and a send that writes everything
-// or fails.
+// connection.
 #ifndef KELVANOR_TEST_SOCKETS_H
 #define KELVANOR_TEST_SOCKETS_H
 

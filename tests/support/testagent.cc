@@ -1,20 +1,11 @@
 // Running the test agent from the tests.
 #include "testagent.h"
 
-#include "sockets.h"
-
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <sstream>
-
-#ifndef KELVANOR_SOURCE_DIR
-#define KELVANOR_SOURCE_DIR "."
-#endif
 
 namespace ktest {
 
@@ -36,13 +27,8 @@ bool TestAgent::start(const std::string& addr, int agentPort, int sessionPort,
     o.stdinPath = fifo;
     if (!_proc.start(o)) return _error = _proc.error(), false;
     const std::string ready = _dir.file("ready");
-    if (!pollUntil([&] { return !readFile(ready).empty() || !_proc.running(); },
-                   std::chrono::seconds(10)) ||
-        readFile(ready).empty()) {
-        _error = "the agent did not come up: " + _proc.stderrText();
-        return false;
-    }
-    _tcpPort = std::stoi(readFile(ready));
+    pollUntil([&] { return !readFile(ready).empty() || !_proc.running(); }, std::chrono::seconds(10));
+    if (readFile(ready).empty()) return _error = "the agent did not come up: " + _proc.stderrText(), false;
     return true;
 }
 
@@ -68,7 +54,5 @@ std::vector<std::string> TestAgent::lines(const std::vector<std::string>& words)
 bool TestAgent::waitFor(const std::vector<std::string>& words, int limit_ms) const {
     return pollUntil([&] { return !lines(words).empty(); }, std::chrono::milliseconds(limit_ms));
 }
-
-int freeUdpPort(const std::string& addr) { return Udp(0, addr.c_str()).port; }
 
 }  // namespace ktest

@@ -27,21 +27,15 @@ public:
     std::vector<std::string> lines(const std::vector<std::string>& words) const;
     // Waits up to limit_ms for such a line.
     bool waitFor(const std::vector<std::string>& words, int limit_ms) const;
-    int tcpPort() const { return _tcpPort; }
     const std::string& error() const { return _error; }
     std::string log() const;
-    pid_t pid() const { return _proc.pid(); }
 
 private:
     TempDir _dir{"kagent"};
     Process _proc;
     int _in = -1;  // write end of the FIFO
-    int _tcpPort = 0;
     std::string _error;
 };
-
-// A UDP port free on addr at the moment of asking.
-int freeUdpPort(const std::string& addr);
 
 }  // namespace ktest
 

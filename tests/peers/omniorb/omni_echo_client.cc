@@ -30,10 +30,6 @@ const char* const kRepoId = "IDL:Demo/Echo:1.0";
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 bool report(const std::string& what, bool ok, const std::string& detail = "") {
     std::cout << what << ": " << (ok ? "ok" : "FAILED") << (detail.empty() ? "" : " ")
               << detail << std::endl;
@@ -76,10 +72,7 @@ bool check(Demo::Echo_ptr echo) {
         CORBA::Long pid = echo->pid();
         return report("pid", pid > 0, std::to_string(pid));
     });
-    ok &= attempt("note", [&] {
-        echo->note("a note");
-        return report("note", true);
-    });
+    ok &= attempt("note", [&] { return echo->note("a note"), report("note", true); });
     ok &= attempt("_non_existent", [&] { return report("_non_existent", !echo->_non_existent()); });
     std::cout << (ok ? "check passed" : "check FAILED") << std::endl;
     return ok;
@@ -91,17 +84,15 @@ void timed(Demo::Echo_ptr echo, const std::string& mode, long n) {
     echo->pid();
     auto start = Clock::now();
     for (long i = 0; i < n; ++i) {
-        if (mode == "latency") {
+        if (mode == "latency")
             echo->pid();
-        } else if (mode == "oneway") {
+        else if (mode == "oneway")
             echo->note("");
-        } else {
-            CORBA::String_var back = echo->say(text.c_str());
-            if (std::strlen(back.in()) != text.size()) throw CORBA::MARSHAL();
-        }
+        else if (std::strlen(CORBA::String_var(echo->say(text.c_str())).in()) != text.size())
+            throw CORBA::MARSHAL();
     }
     if (mode == "oneway") echo->pid();  // returns once the server has taken every note
-    const double s = secondsSince(start);
+    const double s = std::chrono::duration<double>(Clock::now() - start).count();
     if (mode == "latency")
         std::cout << "latency " << s * 1e6 / n << " us/call (" << n << " calls)" << std::endl;
     else

@@ -63,12 +63,6 @@ public:
     }
 };
 
-int usage() {
-    std::cerr << "usage: omni_echo_server [-ORB options] [[--reports N] <interface>,<object>]"
-              << std::endl;
-    return 2;
-}
-
 // Reports obj to the daemon found through the naming service.
 void report(CORBA::ORB_ptr orb, CORBA::Object_ptr obj, const std::string& iface, long times) {
     Activation::VEX_var vex = omniResolveVex(orb);
@@ -105,7 +99,10 @@ int main(int argc, char** argv) {
         }
         const std::string pair = next < argc ? argv[next] : "";
         const std::string::size_type comma = pair.find(',');
-        if (next < argc - 1 || (next == argc - 1 && comma == std::string::npos)) return usage();
+        if (next < argc - 1 || (next == argc - 1 && comma == std::string::npos)) {
+            std::cerr << "usage: omni_echo_server [-ORB options] [[--reports N] <interface>,<object>]\n";
+            return 2;
+        }
 
         PortableServer::Servant_var<EchoImpl> servant = new EchoImpl;
         CORBA::Object_var obj;

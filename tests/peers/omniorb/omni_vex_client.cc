@@ -19,18 +19,6 @@
 
 namespace {
 
-Activation::CreationImplDef definition(const char* iface, const char* object, const char* path,
-                                       unsigned long policy, int argc, char** argv) {
-    Activation::CreationImplDef def;
-    def.interface_name = iface;
-    def.object_name = object;
-    def.path = path;
-    def.activation_policy = policy;
-    def.args.length(argc);
-    for (int i = 0; i < argc; ++i) def.args[i] = static_cast<const char*>(argv[i]);
-    return def;
-}
-
 void print(const Activation::CreationImplDef& d) {
     std::cout << "ok " << d.interface_name.in() << " " << d.object_name.in() << " "
               << d.path.in() << " " << d.activation_policy << " args";
@@ -65,9 +53,14 @@ int main(int argc, char** argv) {
         }
         try {
             if (cmd == "reg" && argc >= 7) {
-                CORBA::Object_var ref = vex->reg_implementation(definition(
-                    argv[3], argv[4], argv[5], std::strtoul(argv[6], nullptr, 10), argc - 7,
-                    argv + 7));
+                Activation::CreationImplDef def;
+                def.interface_name = static_cast<const char*>(argv[3]);
+                def.object_name = static_cast<const char*>(argv[4]);
+                def.path = static_cast<const char*>(argv[5]);
+                def.activation_policy = std::strtoul(argv[6], nullptr, 10);
+                def.args.length(argc - 7);
+                for (int i = 7; i < argc; ++i) def.args[i - 7] = static_cast<const char*>(argv[i]);
+                CORBA::Object_var ref = vex->reg_implementation(def);
                 std::cout << "ok " << (CORBA::is_nil(ref) ? "nil" : "reference") << std::endl;
             } else if (cmd == "get" && argc == 5) {
                 Activation::CreationImplDef_var def = vex->get_implementation(argv[3], argv[4]);
