@@ -189,6 +189,7 @@ private:
     int _timerRunning = 0;
     int _resend = 0;           // a reconnect ran: send the request again
     int _sharedFd = -1;        // the session descriptor on the shared dispatcher
+    unsigned _sockets = 0;     // session sockets made so far
     // Sessions made by open, for the goodbye at exit.
     static DSUser* _live;
     DSUser* _nextLive = nullptr;

@@ -220,6 +220,7 @@ void DSUser::bindSession() {
         _sharedFd = -1;
         _stream.close();
     }
+    ++_sockets;
     if (_stream.bind(0, boa_ipaddr) != TBudpstream::OK) {
         std::perror("DSUser::connect: bind:");
         std::cout << "Unable to bind to UDP port\n";
@@ -392,11 +393,15 @@ int DSUser::sendAndWaitForReply(DSRequest* request, TBrtt& estimator, long secon
         _waitState = 1;
         retransmit.start(estimator.start());
         int fd = _stream.fd();
+        unsigned socket = _sockets;
         wait.link(fd, dpDispatcher::ReadMask, this);
         for (;;) {
             _resend = 0;
             wait.dispatch();
-            if (_stream.fd() != fd) {  // a reconnect made a new socket
+            // A reconnect made a new socket, maybe under the same number:
+            // the dispatcher is told either way.
+            if (_sockets != socket) {
+                socket = _sockets;
                 wait.unlink(fd);
                 fd = _stream.fd();
                 if (fd >= 0) wait.link(fd, dpDispatcher::ReadMask, this);

@@ -6,9 +6,11 @@
 
 #include <memory>
 #include <sys/time.h>
+#include <vector>
 
 #include <kelvanor/fdmask.h>
 #include <kelvanor/iohandle.h>
+#include <kelvanor/pollset.h>
 #include <kelvanor/timerqueue.h>
 
 typedef bool iv_boolean;
@@ -35,6 +37,14 @@ public:
     virtual dpIOHandler* handler(int fd, DispatcherMask mask) const;
     // Removes the descriptor from all three kinds of event at once.
     virtual void unlink(int fd);
+    // Gives (fd, mask) another handler and returns the one it had. The
+    // descriptor must still be the same open file: the kernel is not told,
+    // so a handler lent for a nested wait and given back costs nothing.
+    // Without a handler there it links, as link does.
+    dpIOHandler* replace(int fd, DispatcherMask mask, dpIOHandler* handler);
+    // Links a descriptor again that its caller unlinked for a while and did
+    // not close meanwhile; like link, but the kernel's entry may be kept.
+    void relink(int fd, DispatcherMask mask, dpIOHandler* handler);
 
     // One-shot timer at now + (sec, usec).
     virtual void startTimer(long sec, long usec, dpIOHandler* handler);
@@ -48,7 +58,7 @@ public:
     // Waits at most (sec, usec) and leaves the time not used in them,
     // never less than (0, 0).
     virtual iv_boolean dispatch(long& sec, long& usec);
-    // One round: owed events if there are any, else select() bounded by
+    // One round: owed events if there are any, else a wait bounded by
     // howlong (null waits without limit) and by the earliest timer; then
     // I/O delivery, then due timers. True if any descriptor was ready.
     virtual iv_boolean dispatch(timeval* howlong);
@@ -93,6 +103,14 @@ private:
     // `from` may be stale: a nested round may have read them dry. Asks the
     // kernel again without waiting; returns how many events are left.
     int stillReady(int from, dpFdMask& r, dpFdMask& w, dpFdMask& e) const;
+    // The wait itself when no epoll set can be had.
+    int selectFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong);
+
+    // The kernel's copy of the masks, and the descriptors it found closed.
+    std::unique_ptr<dpPollSet> _pollset;
+    std::vector<int> _closed;
+    // Set by relink for its attach: the descriptor is the file it was.
+    bool _sameFile = false;
 
     // Calls one handler operation and applies its result.
     void deliver(int fd, DispatcherMask mask, int (dpIOHandler::*event)(int));

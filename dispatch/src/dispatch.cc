@@ -1,4 +1,6 @@
-// The select() event loop: owed events before the kernel, I/O before timers.
+// The event loop: owed events before the kernel, I/O before timers. The
+// kernel is asked through an epoll set that mirrors the masks (pollset.cc);
+// select() remains for the rare questions asked without waiting.
 #include "dispatch.h"
 
 #include <cerrno>
@@ -34,7 +36,8 @@ dpDispatcher::dpDispatcher()
       _rtable(newTable()),
       _wtable(newTable()),
       _etable(newTable()),
-      _queue(new dpTimerQueue) {}
+      _queue(new dpTimerQueue),
+      _pollset(new dpPollSet) {}
 
 // A deleted shared instance is not handed out again.
 dpDispatcher::~dpDispatcher() {
@@ -83,6 +86,23 @@ dpIOHandler* dpDispatcher::handler(int fd, DispatcherMask mask) const {
 void dpDispatcher::unlink(int fd) {
     checkRange(fd);
     detach(fd);
+}
+
+dpIOHandler* dpDispatcher::replace(int fd, DispatcherMask mask, dpIOHandler* handler) {
+    checkRange(fd);
+    dpIOHandler*& slot = table(mask)[fd];
+    dpIOHandler* old = slot;
+    if (old == nullptr || handler == nullptr)
+        link(fd, mask, handler);
+    else
+        slot = handler;
+    return old;
+}
+
+void dpDispatcher::relink(int fd, DispatcherMask mask, dpIOHandler* handler) {
+    _sameFile = true;
+    link(fd, mask, handler);
+    _sameFile = false;
 }
 
 void dpDispatcher::startTimer(long sec, long usec, dpIOHandler* handler) {
@@ -144,6 +164,7 @@ iv_boolean dpDispatcher::dispatch(timeval* howlong) {
 
 void dpDispatcher::attach(int fd, DispatcherMask mask, dpIOHandler* handler) {
     checkRange(fd);
+    _pollset->touch(fd, !_sameFile && table(mask)[fd] == nullptr);
     switch (mask) {
     case ReadMask:
         _rmask->setBit(fd);
@@ -167,6 +188,7 @@ void dpDispatcher::attach(int fd, DispatcherMask mask, dpIOHandler* handler) {
 // Pending ready bits stay: a stale one meets a null handler in notify.
 void dpDispatcher::detach(int fd) {
     checkRange(fd);
+    _pollset->touch(fd, false);
     _rmask->clrBit(fd);
     _rtable[fd] = nullptr;
     _wmask->clrBit(fd);
@@ -190,7 +212,41 @@ int dpDispatcher::fillInReady(dpFdMask& r, dpFdMask& w, dpFdMask& e) {
     return r.numSet() + w.numSet() + e.numSet();
 }
 
+// A descriptor closed behind the dispatcher's back, which select() would
+// refuse, is detached without telling its handler; the wait starts over.
+//
+// Without a limit from the caller the earliest timer goes to the poll set's
+// timer descriptor, which may wake the wait for a timer stopped since: then
+// nothing is due, and the wait goes on.
 int dpDispatcher::waitFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong) {
+    int nfound;
+    bool again;
+    do {
+        _closed.clear();
+        bool timerWoke = false;
+        timeval earliest{};
+        const bool onTimer = howlong == nullptr && !_queue->isEmpty();
+        if (onTimer) earliest = _queue->earliestTime();
+        nfound = _pollset->wait(*_rmask, *_wmask, *_emask, r, w, e,
+                                onTimer ? nullptr : calculateTimeout(howlong),
+                                onTimer ? &earliest : nullptr, timerWoke, _closed);
+        if (nfound == dpPollSet::kNoTimer)
+            nfound = _pollset->wait(*_rmask, *_wmask, *_emask, r, w, e, calculateTimeout(howlong),
+                                    nullptr, timerWoke, _closed);
+        if (nfound == dpPollSet::kNoSet)
+            return selectFor(r, w, e, howlong);
+        for (int fd : _closed)
+            detach(fd);
+        if (nfound < 0)
+            handleError();
+        again = nfound < 0 || (nfound == 0 && !_closed.empty()) ||
+                (nfound == 0 && onTimer && timerWoke && !_queue->isEmpty() &&
+                 _queue->earliestTime() > dpTimerQueue::currentTime());
+    } while (again);
+    return nfound;
+}
+
+int dpDispatcher::selectFor(dpFdMask& r, dpFdMask& w, dpFdMask& e, timeval* howlong) {
     int nfound;
     do {
         r = *_rmask;

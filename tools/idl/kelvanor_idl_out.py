@@ -986,6 +986,9 @@ CORBA_Object* %(q)s::_factory() { return new %(q)s(static_cast<const char*>(null
                 w("ZEBVar<%s> %s;" % (t.name, n))
             elif t.pointer() or t.kind == "struct":
                 w("%s %s;" % (t.name, n))
+            elif t.kind == "string" and d == 0:
+                # Read in place where the stream allows: no copy, no allocation.
+                w("ZEBInString %s;" % n)
             else:
                 w("%s %s;" % (t.holder(), n))
             if d in (0, 2):

@@ -110,7 +110,8 @@ public:
     // Forgets skel without telling anybody.
     void releaseImpl(const ZEBSkelInfo& skel);
 
-    void LinkStream();
+    // sameFile: the stream was unlinked for a while and kept its descriptor.
+    void LinkStream(bool sameFile = false);
     void UnlinkStream();
 
     // Writes the reply header of the request in data; CORBA_Object::

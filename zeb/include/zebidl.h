@@ -154,6 +154,23 @@ struct ZEBLentString {
 };
 inline ZEBLentString ZEBlentString(const char* s) { return {ZEBwireString(s)}; }
 TBostream& operator<<(TBostream& strm, ZEBLentString v);
+// An in-string argument as a skeleton reads it: kept in the request when
+// the stream can leave its bytes in place until the reply is written
+// (ZEBIIOPstream::borrowString), else a copy the holder frees. Valid for the
+// time of the call, as an in argument is.
+class ZEBInString {
+public:
+    ZEBInString() = default;
+    ~ZEBInString() { CORBA::string_free(_owned); }
+    ZEBInString(const ZEBInString&) = delete;
+    ZEBInString& operator=(const ZEBInString&) = delete;
+    const char* in() const { return _p; }
+    friend TBistream& operator>>(TBistream& strm, ZEBInString& v);
+
+private:
+    const char* _p = nullptr;
+    char* _owned = nullptr;
+};
 // What the printing forms show for a string.
 inline const char* ZEBprintString(const char* s) { return s ? s : "(null)"; }
 

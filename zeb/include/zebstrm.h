@@ -113,6 +113,29 @@ inline W load(const char* p) {
     return reinterpret_cast<const Loose<W>*>(p)->v;
 }
 
+// Copies a block of n bytes whose destination lies 1 to 31 bytes past its
+// source modulo 4 KiB, from its end (zebstrm.cc).
+void copyBackward(char* dst, const char* src, std::size_t n);
+
+// memcpy, save for one placement. When the destination lies just past the
+// source modulo 4 KiB, every load of a forward copy has the low 12 address
+// bits of a store just made, the processor holds it as if it depended on
+// that store, and the copy runs 10 to 30 times slower (a 4 KiB block: 1.2 us
+// in place of 45 ns). A sequence read out of the receive buffer into fresh
+// storage lands there often. Blocks under 256 bytes are copied loads first
+// by the library and never suffer.
+inline void copy(char* dst, const char* src, std::size_t n) {
+    if (n >= 256) {
+        const std::uintptr_t gap =
+            (reinterpret_cast<std::uintptr_t>(dst) - reinterpret_cast<std::uintptr_t>(src)) & 4095;
+        if (gap != 0 && gap < 32) {
+            copyBackward(dst, src, n);
+            return;
+        }
+    }
+    std::memcpy(dst, src, n);
+}
+
 }  // namespace ZEBcdr
 
 // Failures are CORBA system exceptions: transport faults CORBA_COMM_FAILURE
@@ -221,6 +244,9 @@ public:
     // putCString, len counting the NUL, but a long one on a connection goes
     // out from s itself, which must stay put until sendMessage.
     void putLentString(const char* s, std::size_t len);
+    // An in-string argument (ZEBInString): a pointer into the request when
+    // its bytes stay put until the reply, else a copy left in `owned`.
+    const char* borrowString(char*& owned);
 
     // ---- Message life (CORBA_MarshalStream, GIOPstream).
 
@@ -447,7 +473,7 @@ private:
     }
     void readRaw(char* dest, std::size_t n) {
         if (n <= inFast()) {
-            if (n != 0) std::memcpy(dest, _in.read_ptr, n);
+            if (n != 0) ZEBcdr::copy(dest, _in.read_ptr, n);
             advanceIn(n);
             return;
         }
@@ -498,7 +524,7 @@ private:
     void writeRaw(const char* src, std::size_t n) {
         TBipcbuf& b = *_out;
         if (n <= static_cast<std::size_t>(b.writeRoom())) {
-            if (n != 0) std::memcpy(b.write_ptr, src, n);
+            if (n != 0) ZEBcdr::copy(b.write_ptr, src, n);
             b.write_ptr += n;
             return;
         }
@@ -513,6 +539,9 @@ private:
     uint64_t readAlignedSlow(unsigned n);
     void writeAlignedSlow(uint64_t v, unsigned n);
     void readRawSlow(char* dest, std::size_t n);
+    // A string whose count is read: into s, whose storage is reused when it
+    // is big enough.
+    void readCountedString(char*& s, CORBA::ULong count);
     void writeRawSlow(const char* src, std::size_t n);
 
     template <class Wire, class T>

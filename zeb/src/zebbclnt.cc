@@ -50,7 +50,7 @@ void fillHeader(IIOP::MessageHeader& h, IIOP::MsgType type) {
 class StreamUnlinker {
 public:
     explicit StreamUnlinker(ZEBBOAClient* client) : _client(client) { _client->UnlinkStream(); }
-    ~StreamUnlinker() { _client->LinkStream(); }
+    ~StreamUnlinker() { _client->LinkStream(true); }
     StreamUnlinker(const StreamUnlinker&) = delete;
     StreamUnlinker& operator=(const StreamUnlinker&) = delete;
 
@@ -154,9 +154,13 @@ ZEBBOAClient::~ZEBBOAClient() {
     delete _peer;
 }
 
-void ZEBBOAClient::LinkStream() {
+void ZEBBOAClient::LinkStream(bool sameFile) {
     if (_stream && _stream->fd() >= 0 && !_linked) {
-        dpDispatcher::instance()->link(_stream->fd(), dpDispatcher::ReadMask, this);
+        dpDispatcher* d = dpDispatcher::instance();
+        if (sameFile)
+            d->relink(_stream->fd(), dpDispatcher::ReadMask, this);
+        else
+            d->link(_stream->fd(), dpDispatcher::ReadMask, this);
         _linked = true;
         _writeLinked = false;
         relink();
@@ -204,7 +208,7 @@ int ZEBBOAClient::inputReady(int) {
             result = -1;
         }
         if (result == 0 && _stream == s) s->flushRead();
-        if (result == 0 && ZEBGlobalTable::is_vex) LinkStream();
+        if (result == 0 && ZEBGlobalTable::is_vex) LinkStream(_stream == s);
     }
     if (result == 0 && ended) result = -1;  // the peer closed after its last whole message
     if (result == 0) {
@@ -255,7 +259,7 @@ void ZEBBOAClient::relink() {
     // The dispatcher drops a descriptor from every kind of event at once.
     dpDispatcher* d = dpDispatcher::instance();
     d->unlink(_stream->fd());
-    d->link(_stream->fd(), dpDispatcher::ReadMask, this);
+    d->relink(_stream->fd(), dpDispatcher::ReadMask, this);
     if (wantWrite) {
         d->link(_stream->fd(), dpDispatcher::WriteMask, this);
         if (!_writeLinked) _outputMoved = monotonicMs();

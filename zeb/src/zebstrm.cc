@@ -91,6 +91,19 @@ uint64_t ZEBIIOPstream::readAlignedSlow(unsigned n) {
     }
 }
 
+// Pieces of 256 bytes, each of which the library loads whole before storing,
+// taken from the end: the loads then run below the stores just made and never
+// share their low address bits.
+void ZEBcdr::copyBackward(char* dst, const char* src, std::size_t n) {
+    constexpr std::size_t kPiece = 256;
+    std::size_t at = n - n % kPiece;
+    if (at != n) std::memcpy(dst + at, src + at, n - at);
+    while (at != 0) {
+        at -= kPiece;
+        std::memcpy(dst + at, src + at, kPiece);
+    }
+}
+
 int ZEBIIOPstream::underflow(char* dest, unsigned n) {
     if (!_open) shortData();
     // The message ends before the n bytes do; this covers a message whose
@@ -98,11 +111,11 @@ int ZEBIIOPstream::underflow(char* dest, unsigned n) {
     if (n > msgLeft()) shortData();
     unsigned have = static_cast<unsigned>(_in.readAvail());
     if (have >= n) {
-        std::memcpy(dest, _in.read_ptr, n);
+        ZEBcdr::copy(dest, _in.read_ptr, n);
         _in.read_ptr += n;
         return 0;
     }
-    if (have > 0) std::memcpy(dest, _in.read_ptr, have);
+    if (have > 0) ZEBcdr::copy(dest, _in.read_ptr, have);
     unsigned rest = n - have;
     // The block starts afresh; the counts stay as they were until the bytes
     // are in, as a read that throws consumes nothing.
@@ -119,7 +132,7 @@ int ZEBIIOPstream::underflow(char* dest, unsigned n) {
     if (rest < chunk) {
         int got = _read(_in.read_base, rest, static_cast<long>(chunk));
         _in.read_end = _in.read_base + got;
-        std::memcpy(dest + have, _in.read_base, rest);
+        ZEBcdr::copy(dest + have, _in.read_base, rest);
         _in.read_ptr += rest;
     } else {
         _read(dest + have, rest, rest);
@@ -179,10 +192,30 @@ TBistream& ZEBIIOPstream::get(float* p, unsigned n) { getArray<uint32_t>(p, n); 
 TBistream& ZEBIIOPstream::get(double* p, unsigned n) { getArray<uint64_t>(p, n); return *this; }
 
 TBistream& ZEBIIOPstream::operator>>(char*& s) {
-    CORBA::ULong count = readWire<uint32_t>();
+    readCountedString(s, readWire<uint32_t>());
+    return *this;
+}
+
+// The request's bytes stay put until its reply has gone on the server side
+// only: there the whole message is buffered before its operation runs, and
+// the connection is out of the dispatcher until the reply is written, so
+// nothing reads into the block meanwhile.
+const char* ZEBIIOPstream::borrowString(char*& owned) {
+    const CORBA::ULong count = readWire<uint32_t>();
+    if (_serverSide && count != 0 && inFast() == msgLeft() && count <= inFast() &&
+        _in.read_ptr[count - 1] == '\0') {
+        const char* p = _in.read_ptr;
+        advanceIn(count);
+        return p;
+    }
+    readCountedString(owned, count);
+    return owned;
+}
+
+void ZEBIIOPstream::readCountedString(char*& s, CORBA::ULong count) {
     if (count == 0) {
         s = nullptr;
-        return *this;
+        return;
     }
     checkMessageHas(count);
     // The index of the target's last byte: a NUL behind the count bytes fits
@@ -218,7 +251,6 @@ TBistream& ZEBIIOPstream::operator>>(char*& s) {
         }
         s[count] = '\0';
     }
-    return *this;
 }
 
 TBistream& ZEBIIOPstream::getCString(char* buf, unsigned max) {
@@ -266,7 +298,7 @@ void ZEBIIOPstream::reserveOut(std::size_t n) {
 
 int ZEBIIOPstream::overflow(const char* src, unsigned n) {
     reserveOut(n);
-    std::memcpy(_out->write_ptr, src, n);
+    ZEBcdr::copy(_out->write_ptr, src, n);
     _out->write_ptr += n;
     return 0;
 }
@@ -363,6 +395,16 @@ void ZEBIIOPstream::putLentString(const char* s, std::size_t len) {
     writeWire(static_cast<uint32_t>(len));
     if (lends(len)) lendOut(s, len);
     else writeRaw(s, len);
+}
+
+TBistream& operator>>(TBistream& strm, ZEBInString& v) {
+    if (ZEBIIOPstream* z = dynamic_cast<ZEBIIOPstream*>(&strm)) {
+        v._p = z->borrowString(v._owned);
+        return strm;
+    }
+    strm >> v._owned;
+    v._p = v._owned;
+    return strm;
 }
 
 TBostream& operator<<(TBostream& strm, ZEBLentString v) {

@@ -606,6 +606,8 @@ void ZEBIIOPstream::_waitInLoop(int mask, unsigned long timeout) {
     dpDispatcher* d = dpDispatcher::instance();
     // Put back the handler that owns the descriptor, also when a handler run
     // by the nested dispatch throws.
+    // A read wait on a descriptor that has only a read handler borrows that
+    // handler's place, which leaves the kernel's interest as it is.
     struct Restore {
         dpDispatcher* d;
         ZEBIIOPstream* self;
@@ -613,17 +615,29 @@ void ZEBIIOPstream::_waitInLoop(int mask, unsigned long timeout) {
         dpIOHandler* saved;
         bool timer;
         int savedStatus;
+        bool borrowed;
         ~Restore() {
-            d->unlink(fd);
-            if (saved) d->link(fd, dpDispatcher::ReadMask, saved);
+            if (borrowed) {
+                d->replace(fd, dpDispatcher::ReadMask, saved);
+            } else {
+                d->unlink(fd);
+                if (saved) d->link(fd, dpDispatcher::ReadMask, saved);
+            }
             if (timer) d->stopTimer(self);
             self->_waitStatus = savedStatus;
             --self->_readWaits;
         }
-    } restore{d, this, _fd, d->handler(_fd, dpDispatcher::ReadMask), timeout != 0, _waitStatus};
+    } restore{d, this, _fd, d->handler(_fd, dpDispatcher::ReadMask), timeout != 0, _waitStatus, false};
     ++_readWaits;
-    if (restore.saved) d->unlink(_fd);
-    d->link(_fd, static_cast<dpDispatcher::DispatcherMask>(mask), this);
+    restore.borrowed = mask == dpDispatcher::ReadMask && restore.saved &&
+                       !d->handler(_fd, dpDispatcher::WriteMask) &&
+                       !d->handler(_fd, dpDispatcher::ExceptMask);
+    if (restore.borrowed) {
+        d->replace(_fd, dpDispatcher::ReadMask, this);
+    } else {
+        if (restore.saved) d->unlink(_fd);
+        d->link(_fd, static_cast<dpDispatcher::DispatcherMask>(mask), this);
+    }
     if (timeout) d->startTimer(static_cast<long>(timeout), 0, this);
     _waitStatus = 0;
     while (_waitStatus == 0) d->dispatch();

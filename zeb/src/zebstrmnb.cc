@@ -44,10 +44,13 @@ unsigned long ZEBIIOPstream::readAvailable(unsigned long limit, bool& ended) {
     ended = false;
     unsigned long total = 0;
     while (_open && bufferedMessage(limit) == INPUT_PARTIAL) {
-        if (_in.read_end == _in.read_base + _in.read_size) {
-            // Full: the unread bytes move to the front, and the block
-            // doubles if they fill it. The positions count from read_ptr
-            // and are set again.
+        // Full, or empty but not at its start: the unread bytes move to the
+        // front, and the block doubles if they fill it. The positions count
+        // from read_ptr and are set again. (An empty block left where the
+        // last message ended would take the next big one in two reads and a
+        // move of all but its last bytes.)
+        if (_in.read_end == _in.read_base + _in.read_size ||
+            (_in.read_ptr == _in.read_end && _in.read_ptr != _in.read_base)) {
             const CORBA::ULong pos = inPos();
             const CORBA::ULong left = msgLeft();
             const int kept = _in.readAvail();
