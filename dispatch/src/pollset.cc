@@ -1,6 +1,8 @@
-// The dispatcher's epoll set, kept in step with its masks.
+// The dispatcher's epoll set, kept in step with its masks. Elsewhere than
+// on Linux there is no set, and the dispatcher waits in select().
 #include "pollset.h"
 
+#if defined(__linux__)
 #include <atomic>
 #include <cerrno>
 #include <mutex>
@@ -193,3 +195,16 @@ int dpPollSet::wait(const dpFdMask& want_r, const dpFdMask& want_w, const dpFdMa
     }
     return found;
 }
+
+#else
+
+dpPollSet::dpPollSet() = default;
+dpPollSet::~dpPollSet() = default;
+void dpPollSet::touch(int, bool) {}
+int dpPollSet::wait(const dpFdMask&, const dpFdMask&, const dpFdMask&, dpFdMask&, dpFdMask&,
+                    dpFdMask&, const timeval*, const timeval*, bool& timerWoke, std::vector<int>&) {
+    timerWoke = false;
+    return kNoSet;
+}
+
+#endif

@@ -5,6 +5,8 @@
 #ifndef KELVANOR_ZEBSTUB_H
 #define KELVANOR_ZEBSTUB_H
 
+#include <vector>
+
 #include <kelvanor/giop.h>
 #include <kelvanor/object.h>
 #include <kelvanor/zebstring.h>
@@ -190,6 +192,12 @@ private:
     IIOP::ObjectLocator* _locator = nullptr;         // owned
     CORBA_OctetSequence* _forward_key = nullptr;     // counted
     IIOP::RequestHeader _header;  // of the last request made with this stub
+    // Replies awaited on this stub now (nested calls count), and the headers
+    // of awaited requests that a nested request replaced in _header, oldest
+    // first: a wait reports a failure with its own request's header without
+    // copying it at every call.
+    unsigned _receiving = 0;
+    std::vector<IIOP::RequestHeader> _held;
 };
 
 #endif

@@ -349,9 +349,12 @@ GIOPstream* ZEBStubInfo::create_request(const char* operation, unsigned char res
     h.byte_order = IIOP::BYTE_ORDER;
     h.message_type = IIOP::Request;
     h.message_size = 0;
+    if (_receiving > _held.size()) _held.push_back(_header);
     _header.request_id = ++requestCounter;
     _header.response_expected = response_expected;
-    _header.operation = operation;
+    // The same operation as the last call keeps its copy.
+    if (!_header.operation.in() || std::strcmp(_header.operation.in(), operation) != 0)
+        _header.operation = operation;
     _header.service_context.length(0);
     ZEBGlobalTable::instance()->sending_request(_object, _header, *strm);
     strm->beginWrite(sendWait(_bind_options));
@@ -403,8 +406,26 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
     ZEBORBClient* client = from_dispatcher ? _client : callClient();
     if (!client) throw CORBA_COMM_FAILURE(0, CORBA::COMPLETED_NO);
     // A nested call on this stub may change its header and even its client
-    // while this one waits.
-    IIOP::RequestHeader header(_header);
+    // while this one waits; its request keeps the header of this one.
+    struct Awaited {
+        ZEBStubInfo* stub;
+        std::size_t mark;
+        CORBA::ULong id;
+        ~Awaited() {
+            stub->_held.erase(stub->_held.begin() + static_cast<std::ptrdiff_t>(mark),
+                              stub->_held.end());
+            --stub->_receiving;
+        }
+        IIOP::RequestHeader& header() const {
+            return stub->_held.size() > mark ? stub->_held[mark] : stub->_header;
+        }
+    } awaited{this, _held.size(), _header.request_id};
+    ++_receiving;
+    // Handlers told of a failure may call on this stub again: they get a copy.
+    auto report = [&awaited, this](const CORBA_Exception& e) {
+        IIOP::RequestHeader header(awaited.header());
+        reportFailure(false, header, e);
+    };
     ZEBClientHold hold(client, true);
     ZEBIIOPstream* strm = client->stream();
     IIOP::ReplyHeader reply;
@@ -413,13 +434,13 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
             strm->receiveMessage(receiveWait(_bind_options));
             if (strm->msgHeader().message_type == IIOP::Reply) *strm >> reply;
         } catch (const CORBA_COMM_FAILURE& e) {
-            reportFailure(false, header, e);
+            report(e);
             strm->flushRead();
             client->close();
             if (from_dispatcher) return nullptr;
             lostConnection(bindOptions().allow_rebind);
         } catch (const CORBA_Exception& e) {
-            reportFailure(false, header, e);
+            report(e);
             strm->flushRead();
             client->close();
             if (from_dispatcher) return nullptr;
@@ -428,13 +449,13 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
         if (strm->msgHeader().message_type != IIOP::Reply) {
             // A LocateReply, or anything else, has no business here.
             CORBA_BAD_INV_ORDER wrong(0, CORBA::COMPLETED_NO);
-            reportFailure(false, header, wrong);
+            report(wrong);
             strm->discardCurMsg();
             strm->flushRead();
             if (!from_dispatcher) throw wrong;
             return strm;
         }
-        if (!from_dispatcher && reply.request_id == header.request_id) break;
+        if (!from_dispatcher && reply.request_id == awaited.id) break;
         // A reply to another request: a deferred request takes its own,
         // anything else is dropped. Either way the rest of the message is
         // skipped, so that only later messages count as input still to read.
@@ -452,6 +473,7 @@ GIOPstream* ZEBStubInfo::receive_reply(unsigned char from_dispatcher) {
         }
         return strm;
     }
+    IIOP::RequestHeader header(awaited.header());
     throwReplied(strm, header, reply.reply_status == IIOP::SYSTEM_EXCEPTION);
 }
 
