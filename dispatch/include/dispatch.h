@@ -1,4 +1,5 @@
-// The single-threaded select() event loop: descriptor handlers and timers.
+// The single-threaded event loop: descriptor handlers and timers, waited for
+// in one kernel call per round (an epoll set on Linux, select() elsewhere).
 // Handlers may link, unlink, start and stop timers and dispatch again from
 // inside a call; the masks of a round live on the caller's stack for that.
 #ifndef KELVANOR_DISPATCH_H
@@ -32,6 +33,9 @@ public:
     dpDispatcher& operator=(const dpDispatcher&) = delete;
 
     // fd outside 0..2499 aborts: a programming error, not a run-time one.
+    // The kernel watches the file the number names when it is linked: a
+    // number closed and opened again for another file is unlinked and
+    // linked again.
     virtual void link(int fd, DispatcherMask mask, dpIOHandler* handler);
     // Same range check; an unknown mask aborts as well.
     virtual dpIOHandler* handler(int fd, DispatcherMask mask) const;

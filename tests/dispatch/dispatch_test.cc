@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <string>
@@ -15,6 +16,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "iohandle.h"
@@ -205,6 +207,59 @@ TEST_F(DispatcherLoop, InterruptedAndDeadDescriptorsAreSurvived) {
     EXPECT_EQ(log, (Log{"h:in"}));
     EXPECT_EQ(nullptr, d.handler(dead[0], R));
     _fds.erase(std::find(_fds.begin(), _fds.end(), dead[0]));
+}
+
+// The kernel is told of a file, not of a number: a number that comes to
+// name another file is unlinked and linked again, and is then watched.
+TEST_F(DispatcherLoop, ANumberLinkedAgainIsWatchedForItsNewFile) {
+    auto a = pair(), b = pair();
+    Recorder old(log, "old"), now(log, "now");
+    d.link(a[0], R, &old);
+    EXPECT_FALSE(d.dispatch(&poll));  // the kernel knows a[0] now
+    ASSERT_EQ(a[0], dup2(b[0], a[0]));  // a's read end closes under its number
+    d.unlink(a[0]);
+    d.link(a[0], R, &now);
+    put(b);
+    EXPECT_TRUE(d.dispatch(&ten));
+    EXPECT_EQ(log, (Log{"now:in"}));
+}
+
+// A child's dispatcher makes its own kernel set: what it unlinks stays
+// watched in the parent.
+TEST_F(DispatcherLoop, AChildDoesNotShareItsParentsSet) {
+    auto a = pair();
+    Recorder h(log, "h");
+    d.link(a[0], R, &h);
+    EXPECT_FALSE(d.dispatch(&poll));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        d.unlink(a[0]);
+        _exit(d.dispatch(&poll) ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    put(a);
+    EXPECT_TRUE(d.dispatch(&ten));
+    EXPECT_EQ(log, (Log{"h:in"}));
+}
+
+// Without a limit the earliest timer wakes the wait; a timer stopped after
+// it set the wake-up does not end the wait early.
+TEST_F(DispatcherLoop, AStoppedTimerDoesNotEndAWaitWithoutLimit) {
+    auto a = pair();
+    Recorder h(log, "h"), early(log, "early"), late(log, "late");
+    d.link(a[0], R, &h);
+    d.startTimer(0, 20000, &early);
+    d.startTimer(0, 150000, &late);
+    put(a);
+    EXPECT_TRUE(d.dispatch());  // the wake-up is set for `early`
+    d.stopTimer(&early);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(d.dispatch());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_EQ(log, (Log{"h:in", "late:timer"}));
 }
 
 TEST(dpTimerQueue, EqualTimesSitBehindTheHeadOrAheadOfTheirPeers) {

@@ -116,9 +116,12 @@ TEST_F(EchoServerTest, AnswersPipelinedRequestsInEitherByteOrder) {
                  {6, false, _key, std::string(300000, 'x')}};
     std::string burst = request(false, 0x0a0b0c0d, true, _key, "pid").message();
     for (const auto& k : cases) burst += say(k.id, k.key, k.text, k.little);
+    // A text whose count covers no NUL is not read in place but copied and ended.
+    burst += request(true, 7, true, _key, "say").octets("unended").message();
     ASSERT_TRUE(c.send(burst));
     expectPid(c, 0x0a0b0c0d);
     for (const auto& k : cases) expectSaid(c, k.id, k.text);
+    expectSaid(c, 7, "unended");
     EXPECT_TRUE(c.quiet(50));
 }
 

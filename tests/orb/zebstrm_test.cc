@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <sys/socket.h>
 
@@ -52,6 +54,23 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     EXPECT_STREQ("", empty);
     EXPECT_EQ(nullptr, null);
     CORBA::string_free(empty);
+}
+
+// Big copies take their own road (vectors, or backward just past the
+// source modulo 4 KiB): every byte lands, whatever the sizes and placements.
+TEST(ZEBIIOPstreamCore, BigCopiesKeepEveryByteWhereverTheBlocksLie) {
+    std::vector<char> buf(3 + 18 * 4096 + 4096 + 70000);
+    const char* src = &buf[3];
+    for (size_t i = 0; i < 70000; ++i) buf[3 + i] = char(i * 131 + 7);
+    for (size_t n : {1024u, 1031u, 8192u, 65549u})
+        for (size_t gap : {0u, 1u, 8u, 31u, 32u, 33u, 4095u}) {
+            char* dst = &buf[3 + 18 * 4096 + gap];  // past src by gap modulo 4 KiB
+            std::fill(dst - 1, dst + n + 1, '\xee');
+            ZEBcdr::copy(dst, src, n);
+            EXPECT_EQ(0, std::memcmp(dst, src, n)) << n << " " << gap;
+            EXPECT_EQ('\xee', dst[-1]);
+            EXPECT_EQ('\xee', dst[n]);
+        }
 }
 
 // The message bound holds even when the next message is already buffered.
