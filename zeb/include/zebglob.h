@@ -98,7 +98,7 @@ public:
     static void addBOAClient(ZEBBOAClient* client);
     static void removeBOAClient(ZEBBOAClient* client);
     static unsigned long boaClientCount() { return _boaClientSet.size(); }
-    // -OAmaxconn, or the descriptors select() can serve (the lower of the
+    // -OAmaxconn, or the descriptors the event loop can serve (the lower of the
     // process's limit and 1024) less 32 for files, client connections and
     // the daemon's children; half of them under a limit of 64 or less.
     static unsigned long maxConnections();
