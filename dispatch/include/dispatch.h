@@ -67,6 +67,10 @@ public:
     // I/O delivery, then due timers. True if any descriptor was ready.
     virtual iv_boolean dispatch(timeval* howlong);
     virtual iv_boolean anyReady() const;
+    // True when a round could deliver nothing but input on fd: no events
+    // owed, no timers, and no descriptor linked but fd (for reading) and
+    // `idle` (-1: none), whose events may wait.
+    bool onlyWaitsFor(int fd, int idle) const;
     virtual iv_boolean dispatch();
 
     static dpDispatcher* instance();

@@ -127,6 +127,16 @@ iv_boolean dpDispatcher::anyReady() const {
     return _rmaskready->anySet() || _wmaskready->anySet() || _emaskready->anySet();
 }
 
+bool dpDispatcher::onlyWaitsFor(int fd, int idle) const {
+    if (anyReady() || !_queue->isEmpty()) return false;
+    for (int i = 0; i < _nfds; ++i) {
+        if (i == idle) continue;
+        const bool linked = _rtable[i] || _wtable[i] || _etable[i];
+        if (linked && !(i == fd && !_wtable[i] && !_etable[i])) return false;
+    }
+    return true;
+}
+
 iv_boolean dpDispatcher::dispatch() {
     return dispatch(static_cast<timeval*>(nullptr));
 }

@@ -5,13 +5,18 @@
 // dyn_server and to omniORB's omni_dyn_server, child processes on loopback.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "../orb/echo_child.h"
+#include "../orb/handcdr.h"
+#include "../orb/rawconn.h"
+#include "kidl_tile.h"
 #include "any.h"
 #include "dispatch.h"
 #include "dyn.h"
@@ -20,6 +25,7 @@
 #include "orb.h"
 #include "orb_loopback.h"
 #include "request.h"
+#include "zebboa.h"
 #include "zebglob.h"
 #include "zebreq.h"
 #include "zebstub.h"
@@ -415,6 +421,49 @@ TEST_P(DynKelvanor, DeferredRequestMadeWhileACallWaitsGoesOnASpare) {
     waiting->invoke();
     EXPECT_TRUE(later.onSpare);
     note->get_response();  // returns once the spare's reader handed the reply over
+}
+
+// A client with an object to serve waits for its reply in the dispatcher
+// and answers others meanwhile; one with none waits in the kernel, and a
+// request that comes to it waits in the backlog until the reply is in.
+TEST_P(DynKelvanor, AClientServesWhileItsCallWaitsOnlyWithAnObject) {
+    const uint16_t port = ZEBGlobalTable::_boa->port();
+    auto answeredAfterMs = [&](const std::string& key) {
+        std::atomic<long> ms{-1};
+        std::atomic<bool> done{false};
+        std::thread other([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            const auto start = std::chrono::steady_clock::now();
+            handcdr::Conn c;
+            handcdr::Message m;
+            if (c.open(port) && c.send(handcdr::request(true, 1, true, key, "_get_side").message()) &&
+                c.receive(m))
+                ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                         std::chrono::steady_clock::now() - start).count();
+            done = true;
+        });
+        probe->hold(400);
+        for (int i = 0; i < 50 && !done; ++i) {  // what waited is served now
+            timeval tenth{0, 100000};
+            dpDispatcher::instance()->dispatch(&tenth);
+        }
+        other.join();
+        for (int i = 0; i < 5; ++i) {  // and the closed connection goes
+            timeval twentieth{0, 50000};
+            dpDispatcher::instance()->dispatch(&twentieth);
+        }
+        return ms.load();
+    };
+    EXPECT_GE(answeredAfterMs("no such key"), 250);
+    ktest::TileImpl tile("quiet");
+    ZEBGlobalTable::_boa->obj_is_ready(&tile, nullptr);
+    CORBA_String_var ior(orb->object_to_string(&tile));
+    std::unique_ptr<IOP::IOR> parsed(stringToIOR(ior.in()));
+    std::unique_ptr<IIOP::ObjectLocator> at(ZEBGlobalTable::getLocator(*parsed));
+    const long served = answeredAfterMs(
+        std::string(reinterpret_cast<const char*>(at->object_key.get_buffer()), at->object_key.length()));
+    EXPECT_GE(served, 0);
+    EXPECT_LT(served, 250);
 }
 
 }  // namespace

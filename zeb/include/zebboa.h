@@ -98,6 +98,9 @@ public:
     DSAddr* address() const { return _addr; }
     // The port actually listened on.
     unsigned short port() const { return _listener.port(); }
+    // The process adapter's listener when the adapter has no object and no
+    // service: what comes to it can wait. -1 otherwise, or without one.
+    static int idleListener();
 
     static CORBA::Boolean _exit_loop;
 

@@ -550,6 +550,9 @@ private:
     void reserveOut(std::size_t n);
     void checkMessageHas(std::size_t n) const;
     void selectMode(bool withTimeout);
+    // A read that may block in the kernel for the reply instead of waiting
+    // in the dispatcher: nothing else could need the process meanwhile.
+    bool quietWait() const;
     // Counts one level of TypeCode nesting while it lives.
     struct Nesting {
         explicit Nesting(int& depth) : _depth(++depth) {}
@@ -627,6 +630,10 @@ private:
 
     int _fd = -1;
     int _fdFlags = -1;  // F_GETFL of _fd as last set by us; -1 not yet read
+    // A connection this stream made: its socket stays in the kernel's
+    // blocking mode, and blocking() only chooses whether each send and read
+    // passes MSG_DONTWAIT, so that no call switches the socket's mode.
+    bool _perCall = false;
     unsigned short _port = 0;
     IIOP::MessageHeader _header;
     CORBA::Boolean _open = 0;

@@ -159,6 +159,14 @@ int ZEBBOA::inputReady(int listenFd) {
     return 0;
 }
 
+int ZEBBOA::idleListener() {
+    const ZEBBOA* boa = ZEBGlobalTable::_boa;
+    if (!boa || !boa->_objects.isEmpty() || !boa->_services.isEmpty() ||
+        !boa->_activators.isEmpty())
+        return -1;
+    return boa->_listener.fd();
+}
+
 void ZEBBOA::timerExpired(long, long) {
     if (!_acceptPaused) return;
     _acceptPaused = false;

@@ -23,6 +23,7 @@
 
 #include "dispatch.h"
 #include "except.h"
+#include "zebboa.h"
 #include "zebglob.h"
 #include "zebtctbl.h"
 
@@ -193,6 +194,7 @@ void ZEBIIOPstream::attach(int fd) {
     if (_open) wrongState();
     _fd = fd;
     _fdFlags = -1;
+    _perCall = false;
     _open = 1;
     _serverSide = 1;
     sockaddr_in local{};
@@ -214,6 +216,7 @@ void ZEBIIOPstream::connect(const sockaddr_in* addr, unsigned long timeout) {
     if (_open) wrongState();
     _fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     _fdFlags = -1;
+    _perCall = false;
     if (_fd < 0) {
         int e = errno;
         std::perror("socket: ");
@@ -249,6 +252,11 @@ void ZEBIIOPstream::connect(const sockaddr_in* addr, unsigned long timeout) {
     socklen_t len = sizeof local;
     if (getsockname(_fd, reinterpret_cast<sockaddr*>(&local), &len) == 0)
         _port = ntohs(local.sin_port);
+    // The socket goes back to the kernel's blocking mode once; from here on
+    // the mode is chosen per send and read.
+    if (_fdFlags >= 0 && (_fdFlags & O_NONBLOCK) && fcntl(_fd, F_SETFL, _fdFlags & ~O_NONBLOCK) == 0)
+        _fdFlags &= ~O_NONBLOCK;
+    _perCall = _fdFlags < 0 || !(_fdFlags & O_NONBLOCK);
     _serverSide = 0;
     _open = 1;
 }
@@ -265,6 +273,7 @@ void ZEBIIOPstream::blocking(unsigned char on) {
     bool want = on != 0;
     if (want == (_blocking != 0)) return;
     _blocking = want ? 1 : 0;
+    if (_perCall) return;
     if (_fd < 0) return;  // recorded for the socket still to come
     // The descriptor's flags are read once and then kept here: nobody else
     // changes them, so each switch costs one system call, not two.
@@ -500,8 +509,14 @@ int ZEBIIOPstream::_read(char* buf, long minimum, long maximum, bool waitFirst) 
     if (maximum < minimum) maximum = minimum;  // 0 means "minimum"
     long total = 0;
     for (bool first = !waitFirst;; first = false) {
-        if (!first) _waitForData(_waitTimeout);
-        ssize_t n = ::read(_fd, buf, static_cast<size_t>(maximum));
+        ssize_t n;
+        if (!first && quietWait()) {
+            n = ::recv(_fd, buf, static_cast<size_t>(maximum), 0);
+        } else {
+            if (!first) _waitForData(_waitTimeout);
+            n = _perCall ? ::recv(_fd, buf, static_cast<size_t>(maximum), _blocking ? 0 : MSG_DONTWAIT)
+                         : ::read(_fd, buf, static_cast<size_t>(maximum));
+        }
         if (n < 0) {
             if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) commFailure(errno);
             n = 0;
@@ -520,7 +535,8 @@ int ZEBIIOPstream::_read(char* buf, long minimum, long maximum, bool waitFirst) 
 void ZEBIIOPstream::_write(const char* buf, long length) {
     for (bool first = true; length > 0; first = false) {
         if (!first) _waitForOutput(_waitTimeout);
-        ssize_t n = ::send(_fd, buf, static_cast<size_t>(length), MSG_NOSIGNAL);
+        ssize_t n = ::send(_fd, buf, static_cast<size_t>(length),
+                           MSG_NOSIGNAL | (_perCall && !_blocking ? MSG_DONTWAIT : 0));
         if (n < 0 && errno == ENOTSOCK) n = ::write(_fd, buf, static_cast<size_t>(length));
         if (n < 0) {
             if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
@@ -554,7 +570,7 @@ void ZEBIIOPstream::_writev(long total, TBipcbuf* first, int count) {
         msghdr msg{};
         msg.msg_iov = v;
         msg.msg_iovlen = static_cast<size_t>(nvec);
-        ssize_t n = ::sendmsg(_fd, &msg, MSG_NOSIGNAL);
+        ssize_t n = ::sendmsg(_fd, &msg, MSG_NOSIGNAL | (_perCall && !_blocking ? MSG_DONTWAIT : 0));
         if (n < 0) {
             if (errno == EINTR) continue;
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
@@ -596,6 +612,18 @@ void ZEBIIOPstream::_waitForOutput(unsigned long timeout) {
     }
     if (r < 0) commFailure(errno);
     if (r == 0) throw CORBA_NO_RESPONSE(0, CORBA::COMPLETED_NO);
+}
+
+// A client with callbacks normally waits for its reply in the dispatcher,
+// which serves whatever else comes meanwhile. When nothing else can come
+// (no events owed, no timers, no other descriptor than this connection and
+// the listener of an adapter that has no object to serve), the read itself
+// waits in the kernel: one system call where the dispatcher takes two.
+// Connections to such a listener wait in its backlog until the reply is in.
+bool ZEBIIOPstream::quietWait() const {
+    if (!_perCall || _blocking || _serverSide || _waitTimeout != 0 || !ZEBGlobalTable::has_callback)
+        return false;
+    return dpDispatcher::instance()->onlyWaitsFor(_fd, ZEBBOA::idleListener());
 }
 
 void ZEBIIOPstream::_waitForData(unsigned long timeout) {
