@@ -32,6 +32,22 @@ private:
     unsigned _count;  // holders of this object
 };
 
+// One reference for the life of a scope: taken when made, dropped on every
+// way out, so that an object made for a call goes away after it.
+template <class T>
+class TBHeld {
+public:
+    explicit TBHeld(T* p) : _p(p) { TBResource::ref(_p); }
+    ~TBHeld() { TBResource::unref(_p); }
+    TBHeld(const TBHeld&) = delete;
+    TBHeld& operator=(const TBHeld&) = delete;
+    T* get() const { return _p; }
+    T* operator->() const { return _p; }
+
+private:
+    T* _p;
+};
+
 // Base of collection elements. hash() defaults to 0 and compare() to -1, so
 // a plain resource equals nothing but itself by address.
 class DSResource : public TBObject, public TBResource {

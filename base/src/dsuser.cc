@@ -78,21 +78,6 @@ private:
     DSRequest* _saved;
 };
 
-// A counted object made here and let go through its count.
-template <class T>
-class Held {
-public:
-    explicit Held(T* p) : _p(p) { TBResource::ref(_p); }
-    ~Held() { TBResource::unref(_p); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-    T* get() const { return _p; }
-    T* operator->() const { return _p; }
-
-private:
-    T* _p;
-};
-
 // Waits up to `seconds` for the descriptor to become readable: 1 readable,
 // 0 not, -1 failed.
 int waitReadable(int fd, int seconds) {
@@ -141,7 +126,7 @@ void DSUser::goodbyeAtExit() {
 
 void DSUser::goodbye() {
     if (_state >= STATE_CONNECTED) {
-        Held<DSRequest> bye(new DSRequest(DSRequest::CLOSE, nullptr, nullptr));
+        TBHeld<DSRequest> bye(new DSRequest(DSRequest::CLOSE, nullptr, nullptr));
         sendRequest(*bye.get());
     }
     _state = STATE_NEW;  // nothing more goes out
@@ -300,7 +285,7 @@ const std::vector<std::string>& DSUser::_getAgentList() {
 void DSUser::connect(int port) {
     TBudpstream probeStream;
     bindProbe(probeStream);
-    Held<DSAMessage> probe(new DSAMessage(DSAMessage::LOCATE, nullptr, nullptr, 0));
+    TBHeld<DSAMessage> probe(new DSAMessage(DSAMessage::LOCATE, nullptr, nullptr, 0));
     DSAReply* answer = nullptr;
     if (agent_addr) {
         answer = _tryAgent(probeStream, port, *probe.get(), agent_addr);
@@ -324,7 +309,7 @@ void DSUser::connect(int port) {
         }
         return;
     }
-    Held<DSAReply> held(answer);
+    TBHeld<DSAReply> held(answer);
     _agentAddr = *static_cast<DSAddr*>(answer->body());
     if (!_stream.isOpen()) bindSession();
     sockaddr_in agent = inetAddress(_agentAddr);
@@ -346,7 +331,7 @@ void DSUser::startTimer(int seconds) {
 
 int DSUser::login() {
     if (_state < STATE_CONNECTED || _state == STATE_LOGGED_IN) return STATUS_NO_AGENT;
-    Held<DSRequest> req(new DSRequest(DSRequest::LOGIN, _login, nullptr));
+    TBHeld<DSRequest> req(new DSRequest(DSRequest::LOGIN, _login, nullptr));
     if (int rc = sendAndWaitForReply(req.get(), _loginRtt, 0)) return rc;
     if (!_reply || _reply->replyType() != DSReply::LOGGED_IN) {
         std::cout << "DSUser::login: Unexpected reply while logging in\n";
@@ -378,7 +363,7 @@ void DSUser::keepLastReply(DSReply* reply) {
 
 int DSUser::sendAndWaitForReply(DSRequest* request, TBrtt& estimator, long seconds) {
     if (_state < STATE_CONNECTED) return STATUS_NO_AGENT;
-    Held<DSRequest> keep(request);  // across a reconnect and the fresh call
+    TBHeld<DSRequest> keep(request);  // across a reconnect and the fresh call
     releaseReply();
     TBResource::ref(request);
     TBResource::unref(_currentRequest);
@@ -463,7 +448,7 @@ int DSUser::inputReady(int) {
         error("DSUser::inputReady: Unknown message type");
         return 0;
     }
-    Held<DSMessage> held(msg);
+    TBHeld<DSMessage> held(msg);
     if (_firstPending) {
         _firstMsgNum = msg->msgNum();
         _firstPending = 0;
@@ -540,7 +525,7 @@ void DSUser::timerExpired(long, long) {
         return;
     }
     if (_waitState == 1) return;
-    Held<DSRequest> alive(new DSRequest(DSRequest::ARE_YOU_ALIVE, nullptr, nullptr));
+    TBHeld<DSRequest> alive(new DSRequest(DSRequest::ARE_YOU_ALIVE, nullptr, nullptr));
     sendAndWaitForReply(alive.get(), _loginRtt, 0);
     releaseReply();
     dpDispatcher::instance()->startTimer(_keep_alive_timer, 0, this);
@@ -575,7 +560,7 @@ int DSUser::reconnect() {
 
 // One request and its answer; the reply is released at once.
 int DSUser::request(int type, DSResource* argument, TBrtt& estimator, long seconds) {
-    Held<DSRequest> req(new DSRequest(type, argument, nullptr));
+    TBHeld<DSRequest> req(new DSRequest(type, argument, nullptr));
     int rc = sendAndWaitForReply(req.get(), estimator, seconds);
     releaseReply();
     return rc;

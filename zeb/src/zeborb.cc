@@ -66,18 +66,6 @@ private:
     ZEBClientEventHandler* _saved;
 };
 
-// One reference to a provider for the time of a call.
-class ProviderHold {
-public:
-    explicit ProviderHold(DSProvider* p) : _p(p) { TBResource::ref(p); }
-    ~ProviderHold() { TBResource::unref(_p); }
-    ProviderHold(const ProviderHold&) = delete;
-    ProviderHold& operator=(const ProviderHold&) = delete;
-
-private:
-    DSProvider* _p;
-};
-
 // A client made by a locate goes again unless it is handed out.
 class NewClient {
 public:
@@ -215,7 +203,7 @@ ZEBORBClient* ZEBORB::locate(const char* iface, const char* object, const char* 
 ZEBORBClient* ZEBORB::locate(DSProvider* provider, const CORBA_OctetSequence& key,
                              CORBA_OctetSequence** forward_key, const CORBA_BindOptions* options,
                              unsigned char first) {
-    ProviderHold hold(provider);
+    TBHeld<DSProvider> hold(provider);  // for the time of the call
     ZEBORBClient* client = clientAt(provider->address());
     const bool created = client == nullptr;
     if (created) {
