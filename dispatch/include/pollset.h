@@ -33,8 +33,9 @@ public:
     // three masks and leaves the ready ones in r, w and e, counted as
     // select() counts them. Descriptors found closed while their entry was
     // given go to `closed` (the caller detaches them). -1 with errno set on
-    // failure; kNoSet when no epoll set can be made (no descriptor left),
-    // and the caller waits some other way.
+    // failure; kNoSet when no epoll set can be made (no descriptor left) or
+    // a linked file cannot be in one (a regular file), and the caller waits
+    // some other way.
     // kNoTimer: the timer descriptor failed; wait again with the timer in
     // the limit.
     static constexpr int kNoSet = -2, kNoTimer = -3;
@@ -70,6 +71,7 @@ private:
     std::unique_ptr<std::uint8_t[]> _given, _touched;
     std::unique_ptr<std::uint32_t[]> _stamp;
     std::vector<int> _dirty;
+    int _refused = 0;  // linked descriptors the kernel would not take
 };
 
 #endif

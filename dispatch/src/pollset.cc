@@ -15,6 +15,9 @@ namespace {
 constexpr int kBits = dpFdMask::kBits;
 constexpr std::uint8_t kRead = 1, kWrite = 2, kExcept = 4;
 constexpr std::uint8_t kTouched = 1, kFresh = 2;
+// In _given: the kernel refused the file (a regular file, which select()
+// reports always ready); while one is linked the dispatcher uses select().
+constexpr std::uint8_t kRefused = 8;
 // The timer descriptor's entry: no descriptor number has all these bits.
 constexpr std::uint64_t kTimerEntry = ~std::uint64_t(0);
 
@@ -60,6 +63,7 @@ void dpPollSet::open() {
     if (_timerfd >= 0) ::close(_timerfd);
     _timerfd = -1;
     _timerSet = false;
+    _refused = 0;
     _epfd = epoll_create1(EPOLL_CLOEXEC);
     _madeAt = forks.load();
     for (int fd = 0; fd < kBits; ++fd) {
@@ -75,6 +79,11 @@ void dpPollSet::apply(const dpFdMask& want_r, const dpFdMask& want_w, const dpFd
         _touched[fd] = 0;
         const std::uint8_t want = wanted(want_r, want_w, want_e, fd);
         if (want == _given[fd] && !(fresh && want)) continue;
+        if (_given[fd] & kRefused) {
+            --_refused;
+            _given[fd] = 0;
+            if (want == 0) continue;
+        }
         if (want == 0) {
             // Fails when the descriptor was closed first, which took the
             // entry with it unless another descriptor shares the file; such
@@ -92,9 +101,13 @@ void dpPollSet::apply(const dpFdMask& want_r, const dpFdMask& want_w, const dpFd
             op = errno == ENOENT ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
             rc = epoll_ctl(_epfd, op, fd, &ev);
         }
+        if (rc < 0 && errno == EPERM) {
+            _given[fd] = static_cast<std::uint8_t>(want | kRefused);
+            ++_refused;
+            continue;
+        }
         if (rc < 0) {
-            // A closed descriptor (EBADF) or a file epoll cannot wait on:
-            // select() would refuse it as well.
+            // A closed descriptor (EBADF): select() would refuse it as well.
             _given[fd] = 0;
             closed.push_back(fd);
             continue;
@@ -150,6 +163,7 @@ int dpPollSet::wait(const dpFdMask& want_r, const dpFdMask& want_w, const dpFdMa
     r.zero(), w.zero(), e.zero();
     // Nothing is waited for: the caller detaches them and comes again.
     if (!closed.empty()) return 0;
+    if (_refused > 0) return kNoSet;
     if (!setTimer(timerAt)) return kNoTimer;
     timespec limit{};
     if (howlong) limit = {howlong->tv_sec, static_cast<long>(howlong->tv_usec) * 1000};
