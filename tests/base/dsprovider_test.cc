@@ -59,8 +59,8 @@ TEST(DSAddr, CompareTextMulticastAndLocal) {
     close(pair[1]);
 }
 
-// Equal by name and types whatever the argument, which copies share.
-TEST(DSName, IdentityIgnoresTheSharedArgument) {
+// Names are equal by name and types whatever the argument, which copies share.
+TEST(DSName, IdentityIgnoresTheSharedArgumentAndProvidersCompareByNameThenAddress) {
     DSAddr* arg = new DSAddr(7, 7u);
     TBResource::ref(arg);  // our own hold, to watch the count
     {
@@ -78,11 +78,9 @@ TEST(DSName, IdentityIgnoresTheSharedArgument) {
     }
     EXPECT_EQ(arg->refCount(), 1u);
     arg->unref();
-}
 
-// Identity is name, then address. (The fields cross the wire to the test
-// agent and back in the agent tests.)
-TEST(DSProvider, ComparesByNameThenAddress) {
+    // A provider's identity is name, then address. (The fields cross the
+    // wire to the test agent and back in the agent tests.)
     DSName name("obj", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
     DSProvider p(name, DSAddr(4000, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 17);
     // The client and agent addresses are this machine, however it resolves.

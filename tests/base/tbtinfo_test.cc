@@ -59,7 +59,7 @@ TB_DEFINE_CLASS(TTLeaf, "TTLeaf", TTMid::desc());
 TB_DEFINE_CLASS(TTOther, "TTOther", TBObject::desc());
 TB_DEFINE_CLASS(TTMulti, "TTMulti", TTOther::desc(), TTMid::desc());
 
-TEST(TBTypeInfo, DeclaredBasesAndLookup) {
+TEST(TBTypeInfo, DeclaredBasesLookupEqualityAndCheckedCast) {
     EXPECT_TRUE(TTLeaf::desc()->hasBase(*TTMid::desc()));
     EXPECT_TRUE(TTLeaf::desc()->hasBase(*TBObject::desc()));
     EXPECT_FALSE(TTLeaf::desc()->hasBase(*TTLeaf::desc()));
@@ -73,9 +73,7 @@ TEST(TBTypeInfo, DeclaredBasesAndLookup) {
     TBTypeInfo second("TTLeaf", &otherRead, nullptr);  // the first of a name stays
     EXPECT_EQ(TTLeaf::desc(), TBTypeInfo::typeInfo("TTLeaf"));
     EXPECT_EQ(&TTLeaf::readFrom, TBTypeInfo::readFunc("TTLeaf"));
-}
 
-TEST(TBObject, EqualityAndCheckedCast) {
     TTMid a(3), b(3);
     TTLeaf d(3);
     EXPECT_TRUE(a == b);
