@@ -9,22 +9,12 @@
 #include <string>
 
 #include "agenttest.h"
-#include "dstrigger.h"
 #include "netns.h"
 #include "testagent.h"
 
 namespace {
 
 constexpr int kSessionPort = 15001;
-
-struct Counter : DSTriggerHandler {
-    int calls = 0;
-    std::string last;
-    void serviceAvailable(DSProvider* p) override {
-        ++calls;
-        last = p->name().name();
-    }
-};
 
 class Session : public ::testing::Test {
 protected:

@@ -136,10 +136,14 @@ TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
 
 }
 
-TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
+// Then adds and removals of keys that share a handful of hashes, so that
+// chains are long, mix equal and unequal hashes, wrap around and get closed
+// up and regrown many times: after every step each key is found, or not, as
+// it should be. (Where the slots are is the large-table test's business.)
+TEST(DSSet, EqualElementsAddOnceAndChainsSurviveRemovalsAndGrowth) {
     int before = DSTestKey::alive();
     {
-        DSSet set(20);
+        DSSet set(20), chains(4);
         DSTestKey* first = new DSTestKey(3);
         EXPECT_EQ(set.add(*first), first);
         DSTestKey second(3);
@@ -151,19 +155,8 @@ TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
         set.removeAll();
         EXPECT_EQ(DSTestKey::alive(), before + 1);
         EXPECT_TRUE(set.isEmpty());
-        set.add(*new DSTestKey(4));
-    }
-    EXPECT_EQ(DSTestKey::alive(), before);  // the destructor released the rest
-}
+        set.add(*new DSTestKey(4));  // the destructor releases it
 
-// Adds and removals of keys that share a handful of hashes, so that chains
-// are long, mix equal and unequal hashes, wrap around and get closed up and
-// regrown many times: after every step each key is found, or not, as it
-// should be. (Where the slots are is the large-table test's business.)
-TEST(DSSet, ChainsSurviveRemovalsAndGrowth) {
-    int before = DSTestKey::alive();
-    {
-        DSSet set(4);
         std::mt19937 random(7);
         auto hashOf = [](unsigned id) { return dsHashHomedAt(id % 5, 3) + (id % 3 == 0 ? 0 : 1u); };
         std::vector<bool> in(200, false);
@@ -171,26 +164,24 @@ TEST(DSSet, ChainsSurviveRemovalsAndGrowth) {
             unsigned id = random() % 200;
             if (random() % 3) {
                 DSTestKey* key = new DSTestKey(id, hashOf(id));
-                if (set.add(*key) != key) TBResource::unref(key);  // held already
+                if (chains.add(*key) != key) TBResource::unref(key);  // held already
                 in[id] = true;
             } else {
-                EXPECT_EQ(set.remove(DSTestKey(id, hashOf(id))), in[id] ? 1 : 0);
+                EXPECT_EQ(chains.remove(DSTestKey(id, hashOf(id))), in[id] ? 1 : 0);
                 in[id] = false;
             }
             for (unsigned k = 0; k < 200; ++k)
-                ASSERT_EQ(set.findObjectWithKey(DSTestKey(k, hashOf(k))) != nullptr, in[k])
+                ASSERT_EQ(chains.findObjectWithKey(DSTestKey(k, hashOf(k))) != nullptr, in[k])
                     << "step " << step << ", key " << k;
         }
     }
     EXPECT_EQ(DSTestKey::alive(), before);
 }
 
-// A table larger than 2^16 slots: the reader sizes it for the count, as for
-// any other size, and enters the elements in the order written. Homes 3i in
-// the 2^18 slots that 70,020 entries get are all distinct, so the layout is
-// the writer's; the twenty keys with homes 6k + 1 would share a slot with
-// the key of home 6k in a table half that size, and come out in another
-// order there.
+// A table larger than 2^16 slots is sized for its count and filled in the
+// order written. Homes 3i in the 2^18 slots of 70,020 entries are distinct;
+// the keys with homes 6k + 1 would share a slot with home 6k in a table half
+// that size, and come out in another order there.
 TEST(DSSet, LargeTablesReadBackWithTheWritersLayout) {
     int before = DSTestKey::alive();
     DSSet written(70020);

@@ -15,23 +15,21 @@
 #include "dsname.h"
 #include "tbipcstr.h"
 
-// Read back in the datagram tests.
-TEST(DSAddr, WireForm) {
+// The wire form is read back in the datagram tests.
+TEST(DSAddr, WireFormCompareTextMulticastAndLocal) {
     TBipcbuf out(64, 0);
     TBipcstream w(&out);
-    DSAddr a(0x1234, "10.1.2.3");
-    w.writeTransObj(&a);
+    DSAddr wire(0x1234, "10.1.2.3");
+    w.writeTransObj(&wire);
     const std::vector<unsigned char> expect = {
         ':', 0, 0, 0,  0,   0,   0,   8,   'D', 'S', 'A', 'd', 'd', 'r', 0, 0,  // tag, class
         10,  1, 2, 3,                                    // address as it is, network order
         0,   0, 0x12, 0x34};                             // port
     EXPECT_EQ(std::vector<unsigned char>(out.write_base, out.write_ptr), expect);
-}
 
-// Compare orders by address, then port; text, sockaddr and the multicast
-// range; a documentation address is never this machine, a socket pair no
-// internet peer.
-TEST(DSAddr, CompareTextMulticastAndLocal) {
+    // Compare orders by address, then port; text, sockaddr and the multicast
+    // range; a documentation address is never this machine, a socket pair no
+    // internet peer.
     DSAddr a(5, 0x01020304u);
     EXPECT_EQ(a.compare(DSAddr(a)), 0);
     EXPECT_LT(a.compare(DSAddr(6, 0x01020304u)), 0);

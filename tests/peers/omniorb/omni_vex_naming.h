@@ -37,8 +37,7 @@ inline CORBA::Object_ptr omniResolve(CORBA::ORB_ptr orb, const char* id) {
 
 inline Activation::VEX_ptr omniResolveVex(CORBA::ORB_ptr orb) {
     CORBA::Object_var obj = omniResolve(orb, "VEX");
-    if (CORBA::is_nil(obj)) return Activation::VEX::_nil();
-    return Activation::VEX::_narrow(obj);
+    return Activation::VEX::_narrow(obj);  // nil for nil
 }
 
 #endif
