@@ -11,14 +11,6 @@
 #include "process.h"
 #include "testagent.h"
 
-namespace {
-
-std::string sibling(const std::string& path, const std::string& name) {
-    return path.substr(0, path.rfind('/') + 1) + name;
-}
-
-}  // namespace
-
 TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     const std::string server = KELVANOR_ECHO_SERVER_BINARY;
     if (server.empty()) GTEST_SKIP() << "echo_server is not built";
@@ -38,7 +30,7 @@ TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     for (int i = 0; i < 5; ++i) EXPECT_NE(regs[i].find(rows[i]), std::string::npos) << regs[i];
     EXPECT_EQ(agent.lines({"names=echo_server"}).size(), 1u);  // the login's name
 
-    const std::string query = sibling(server, "dsquery");
+    const std::string dir = server.substr(0, server.rfind('/') + 1), query = dir + "dsquery";
     auto one = ktest::run(std::vector<std::string>{query, "provider", "Demo::Echo_echo"});
     EXPECT_EQ(one.status, 0) << one.err;
     EXPECT_EQ(one.out.find("Demo::Echo_echo 4 127.0.0.1:"), 0u) << one.out;
@@ -48,7 +40,7 @@ TEST(AgentBind, EchoServerRegistersAndTheClientBindsByNames) {
     auto none = ktest::run(std::vector<std::string>{query, "provider", "Nothing", "--wait", "2"});
     EXPECT_EQ(none.status, 4);
 
-    const std::string client = sibling(server, "echo_client");
+    const std::string client = dir + "echo_client";
     auto said = ktest::run(std::vector<std::string>{client, "--agent", "--name", "echo", "hi"});
     EXPECT_EQ(said.status, 0) << said.err;
     EXPECT_NE(said.out.find("hi"), std::string::npos);

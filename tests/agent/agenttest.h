@@ -1,5 +1,6 @@
 // What the agent tests share: the dispatcher served until a condition
-// holds, a provider on 127.0.0.1, and the time of a test agent's log line.
+// holds, a provider on 127.0.0.1, a trigger handler that counts, and the
+// time of a test agent's log line.
 #ifndef KELVANOR_TESTS_AGENTTEST_H
 #define KELVANOR_TESTS_AGENTTEST_H
 
@@ -12,6 +13,7 @@
 
 #include "dispatch.h"
 #include "dsprovider.h"
+#include "dstrigger.h"
 
 // Serves the shared dispatcher until pred holds or ms have passed; gives pred().
 inline bool pumpUntil(const std::function<bool()>& pred, int ms) {
@@ -30,6 +32,16 @@ inline DSProvider* provider(const char* name, int port = 2000) {
     TBResource::ref(p);
     return p;
 }
+
+// Counts the calls of a trigger and keeps the last name it was given.
+struct Counter : DSTriggerHandler {
+    int calls = 0;
+    std::string last;
+    void serviceAvailable(DSProvider* p) override {
+        ++calls;
+        last = p->name().name();
+    }
+};
 
 inline double seconds(const std::string& logLine) { return std::atof(logLine.c_str()) / 1000.0; }
 

@@ -28,7 +28,10 @@ TEST(Waits, ASilentAgentIsLeftAfterTheFifthTimeout) {
     auto sends = agent.lines({"in DSRequest type=3"});
     ASSERT_EQ(sends.size(), 5u);
     const double gaps[] = {3, 6, 20, 20};
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(seconds(sends[i + 1]) - seconds(sends[i]), gaps[i], 0.6);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_NEAR(seconds(sends[i + 1]) - seconds(sends[i]), gaps[i], 0.6);
+        EXPECT_EQ(sends[0].substr(sends[0].find("num=")), sends[i + 1].substr(sends[i + 1].find("num=")));
+    }
     // Then the search for an agent starts again.
     auto probes = agent.lines({"in-agent DSAMessage type=6"});
     ASSERT_EQ(probes.size(), 2u);

@@ -22,7 +22,7 @@ unsigned idAt(const DSDictionary& d, unsigned key) {
     return v ? v->id : ~0u;
 }
 
-TEST(DSDictionary, SecondAddAssocOfAKeyKeepsTheFirstValue) {
+TEST(DSDictionary, AddAssocKeepsTheFirstValueAndRemovalsGoByKey) {
     int before = DSTestKey::alive();
     {
         DSDictionary dict;
@@ -31,51 +31,40 @@ TEST(DSDictionary, SecondAddAssocOfAKeyKeepsTheFirstValue) {
         EXPECT_EQ(dict.addAssoc(*new DSTestKey(1), *new DSTestKey(11)), nullptr);
         EXPECT_EQ(DSTestKey::alive(), before + 2);
         EXPECT_EQ(idAt(dict, 1), 10u);
-        EXPECT_EQ(dict.size(), 1u);
+        DSTestKey* shared = new DSTestKey(50);
+        for (unsigned i = 2; i < 6; ++i) dict.addAssoc(*new DSTestKey(i), *shared);
+        EXPECT_EQ(dict.occurrencesOf(DSTestKey(50)), 4u);  // counts values
+        EXPECT_EQ(dict.occurrencesOf(DSTestKey(2)), 0u);   // not keys
+        DSTestKey bare(1);
+        EXPECT_EQ(dict.add(bare), nullptr);
+        EXPECT_EQ(dict.remove(bare), 0);  // a key is not an association
+        EXPECT_EQ(dict.removeKey(DSTestKey(2)), 1);
+        EXPECT_EQ(dict.removeKey(DSTestKey(2)), 0);
+        DSAssoc probe(*new DSTestKey(3), *new DSTestKey(0));
+        EXPECT_EQ(dict.remove(probe), 1);  // equal by key, whatever the value
+        EXPECT_EQ(dict.removeAssoc(*dict.assocAt(DSTestKey(4))), 1);
+        EXPECT_EQ(shared->refCount(), 1u);
+        EXPECT_EQ(dict.size(), 2u);
     }
     EXPECT_EQ(DSTestKey::alive(), before);
 }
 
-TEST(DSDictionary, RemovalsByKeyAndAssociationOnly) {
-    DSDictionary dict;
-    DSTestKey* shared = new DSTestKey(50);
-    for (unsigned i = 0; i < 4; ++i) dict.addAssoc(*new DSTestKey(i), *shared);
-    EXPECT_EQ(dict.occurrencesOf(DSTestKey(50)), 4u);  // counts values
-    EXPECT_EQ(dict.occurrencesOf(DSTestKey(0)), 0u);   // not keys
-    DSTestKey bare(1);
-    EXPECT_EQ(dict.add(bare), nullptr);
-    EXPECT_EQ(dict.remove(bare), 0);  // a key is not an association
-    EXPECT_EQ(dict.removeKey(DSTestKey(2)), 1);
-    EXPECT_EQ(dict.removeKey(DSTestKey(2)), 0);
-    DSAssoc probe(*new DSTestKey(3), *new DSTestKey(0));
-    EXPECT_EQ(dict.remove(probe), 1);  // equal by key, whatever the value
-    EXPECT_EQ(dict.removeAssoc(*dict.assocAt(DSTestKey(0))), 1);
-    EXPECT_EQ(shared->refCount(), 1u);
-    EXPECT_EQ(dict.size(), 1u);
-}
-
-TEST(DSLinkedList, InsertionsKeepBothEnds) {
+TEST(DSLinkedList, InsertionsAndRemovalsKeepBothEnds) {
+    int before = DSTestKey::alive();
     DSLinkedList l;
     l.addFirst(*new DSTestKey(2));  // on an empty list: the last as well
     EXPECT_EQ(l.first(), l.last());
     l.addFirst(*new DSTestKey(0));
     EXPECT_NE(l.addAfter(DSTestKey(0), *new DSTestKey(1)), nullptr);
     EXPECT_NE(l.addAfter(DSTestKey(2), *new DSTestKey(3)), nullptr);  // new last
-    l.add(*new DSTestKey(4));
     DSTestKey stray(7);
     EXPECT_EQ(l.addAfter(DSTestKey(42), stray), nullptr);
-    EXPECT_EQ(dsIds(l), (DSIds{0, 1, 2, 3, 4}));
     EXPECT_EQ(TB_CAST(DSTestKey, l.at(3))->id, 3u);
-    EXPECT_EQ(l.at(5), nullptr);
-    EXPECT_EQ(TB_CAST(DSTestKey, l.find(DSTestKey(4)))->id, 4u);
-}
-
-TEST(DSLinkedList, RemovalsReleaseValuesAndFixTheEnds) {
-    int before = DSTestKey::alive();
-    DSLinkedList l;
+    EXPECT_EQ(l.at(4), nullptr);
     DSTestKey* same = new DSTestKey(1);
-    for (unsigned i : {0u, 1u, 2u, 3u}) l.add(*new DSTestKey(i));
     l.add(*same);
+    EXPECT_EQ(dsIds(l), (DSIds{0, 1, 2, 3, 1}));
+    EXPECT_EQ(TB_CAST(DSTestKey, l.find(DSTestKey(1))), l.at(1));
     EXPECT_EQ(l.removeSame(*same), 1);  // the last link, not the first equal one
     EXPECT_EQ(TB_CAST(DSTestKey, l.last())->id, 3u);
     EXPECT_EQ(l.removeLast(), 1);
@@ -87,7 +76,7 @@ TEST(DSLinkedList, RemovalsReleaseValuesAndFixTheEnds) {
     l.removeAll();
     EXPECT_EQ(l.first(), nullptr);
     EXPECT_EQ(l.removeLast(), 0);
-    EXPECT_EQ(DSTestKey::alive(), before);
+    EXPECT_EQ(DSTestKey::alive(), before + 1);  // stray
     l.add(*new DSTestKey(8));
     EXPECT_EQ(l.first(), l.last());
 }
@@ -133,7 +122,8 @@ TEST(DSOrderedCltn, RemovalsByEqualityAddressAndIndex) {
 }
 
 // The capacity on a stream is kept once the elements back it, also beyond
-// 2^16; unbacked, it is cut, and the elements still all come in order.
+// 2^16. (A count the elements do not back is the object-stream fuzz
+// target's: its allocation limit fails any table sized by the lie.)
 TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
     DSOrderedCltn written(100000);
     for (unsigned i = 0; i < 70000; ++i) written.add(*new DSTestKey(i));
@@ -144,23 +134,16 @@ TEST(DSOrderedCltn, StreamKeepsTheWritersCapacityAsFarAsElementsBackIt) {
     EXPECT_TRUE(dsText(read) == text);
     TBResource::unref(read);
 
-    DSOrderedCltn few(3);
-    for (unsigned i = 0; i < 3; ++i) few.add(*new DSTestKey(i));
-    std::string lie = dsText(&few);
-    const std::string::size_type counts = lie.find("\n3 3 ");
-    ASSERT_NE(counts, std::string::npos) << lie;
-    lie.replace(counts, 5, "\n4294967295 3 ");
-    read = dynamic_cast<DSOrderedCltn*>(dsRead(lie));
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(read->capacity(), 1u << 16);
-    EXPECT_EQ(dsIds(*read), (DSIds{0, 1, 2}));
-    TBResource::unref(read);
 }
 
-TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
+// Then adds and removals of keys that share a handful of hashes, so that
+// chains are long, mix equal and unequal hashes, wrap around and get closed
+// up and regrown many times: after every step each key is found, or not, as
+// it should be. (Where the slots are is the large-table test's business.)
+TEST(DSSet, EqualElementsAddOnceAndChainsSurviveRemovalsAndGrowth) {
     int before = DSTestKey::alive();
     {
-        DSSet set(20);
+        DSSet set(20), chains(4);
         DSTestKey* first = new DSTestKey(3);
         EXPECT_EQ(set.add(*first), first);
         DSTestKey second(3);
@@ -172,19 +155,8 @@ TEST(DSSet, EqualElementsAddOnceAndRemovalsRelease) {
         set.removeAll();
         EXPECT_EQ(DSTestKey::alive(), before + 1);
         EXPECT_TRUE(set.isEmpty());
-        set.add(*new DSTestKey(4));
-    }
-    EXPECT_EQ(DSTestKey::alive(), before);  // the destructor released the rest
-}
+        set.add(*new DSTestKey(4));  // the destructor releases it
 
-// Adds and removals of keys that share a handful of hashes, so that chains
-// are long, mix equal and unequal hashes, wrap around and get closed up and
-// regrown many times: after every step each key is found, or not, as it
-// should be. (Where the slots are is the large-table test's business.)
-TEST(DSSet, ChainsSurviveRemovalsAndGrowth) {
-    int before = DSTestKey::alive();
-    {
-        DSSet set(4);
         std::mt19937 random(7);
         auto hashOf = [](unsigned id) { return dsHashHomedAt(id % 5, 3) + (id % 3 == 0 ? 0 : 1u); };
         std::vector<bool> in(200, false);
@@ -192,26 +164,24 @@ TEST(DSSet, ChainsSurviveRemovalsAndGrowth) {
             unsigned id = random() % 200;
             if (random() % 3) {
                 DSTestKey* key = new DSTestKey(id, hashOf(id));
-                if (set.add(*key) != key) TBResource::unref(key);  // held already
+                if (chains.add(*key) != key) TBResource::unref(key);  // held already
                 in[id] = true;
             } else {
-                EXPECT_EQ(set.remove(DSTestKey(id, hashOf(id))), in[id] ? 1 : 0);
+                EXPECT_EQ(chains.remove(DSTestKey(id, hashOf(id))), in[id] ? 1 : 0);
                 in[id] = false;
             }
             for (unsigned k = 0; k < 200; ++k)
-                ASSERT_EQ(set.findObjectWithKey(DSTestKey(k, hashOf(k))) != nullptr, in[k])
+                ASSERT_EQ(chains.findObjectWithKey(DSTestKey(k, hashOf(k))) != nullptr, in[k])
                     << "step " << step << ", key " << k;
         }
     }
     EXPECT_EQ(DSTestKey::alive(), before);
 }
 
-// A table larger than 2^16 slots: the reader sizes it for the count, as for
-// any other size, and enters the elements in the order written. Homes 3i in
-// the 2^18 slots that 70,020 entries get are all distinct, so the layout is
-// the writer's; the twenty keys with homes 6k + 1 would share a slot with
-// the key of home 6k in a table half that size, and come out in another
-// order there.
+// A table larger than 2^16 slots is sized for its count and filled in the
+// order written. Homes 3i in the 2^18 slots of 70,020 entries are distinct;
+// the keys with homes 6k + 1 would share a slot with home 6k in a table half
+// that size, and come out in another order there.
 TEST(DSSet, LargeTablesReadBackWithTheWritersLayout) {
     int before = DSTestKey::alive();
     DSSet written(70020);
@@ -229,25 +199,6 @@ TEST(DSSet, LargeTablesReadBackWithTheWritersLayout) {
     TBResource::unref(read);
     written.removeAll();
     EXPECT_EQ(DSTestKey::alive(), before);
-}
-
-// A count that the elements do not back sizes nothing: the table is made
-// for the elements that came.
-TEST(DSSet, AStatedCountAllocatesOnlyForElementsThatArrive) {
-    DSSet two(2);
-    two.add(*new DSTestKey(1));
-    two.add(*new DSTestKey(2));
-    std::string text = dsText(&two);
-    const std::string::size_type counts = text.find("\n4 2 ");
-    ASSERT_NE(counts, std::string::npos) << text;
-    text.replace(counts, 5, "\n4 4294967295 ");
-    testing::internal::CaptureStderr();  // the reader reports the missing rest
-    DSSet* read = dynamic_cast<DSSet*>(dsRead(text));
-    testing::internal::GetCapturedStderr();
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(read->size(), 2u);
-    EXPECT_EQ(read->capacity(), 4u);  // setCapacity(2)
-    TBResource::unref(read);
 }
 
 }  // namespace

@@ -15,23 +15,21 @@
 #include "dsname.h"
 #include "tbipcstr.h"
 
-// Read back in the datagram tests.
-TEST(DSAddr, WireForm) {
+// The wire form is read back in the datagram tests.
+TEST(DSAddr, WireFormCompareTextMulticastAndLocal) {
     TBipcbuf out(64, 0);
     TBipcstream w(&out);
-    DSAddr a(0x1234, "10.1.2.3");
-    w.writeTransObj(&a);
+    DSAddr wire(0x1234, "10.1.2.3");
+    w.writeTransObj(&wire);
     const std::vector<unsigned char> expect = {
         ':', 0, 0, 0,  0,   0,   0,   8,   'D', 'S', 'A', 'd', 'd', 'r', 0, 0,  // tag, class
         10,  1, 2, 3,                                    // address as it is, network order
         0,   0, 0x12, 0x34};                             // port
     EXPECT_EQ(std::vector<unsigned char>(out.write_base, out.write_ptr), expect);
-}
 
-// Compare orders by address, then port; text, sockaddr and the multicast
-// range; a documentation address is never this machine, a socket pair no
-// internet peer.
-TEST(DSAddr, CompareTextMulticastAndLocal) {
+    // Compare orders by address, then port; text, sockaddr and the multicast
+    // range; a documentation address is never this machine, a socket pair no
+    // internet peer.
     DSAddr a(5, 0x01020304u);
     EXPECT_EQ(a.compare(DSAddr(a)), 0);
     EXPECT_LT(a.compare(DSAddr(6, 0x01020304u)), 0);
@@ -59,8 +57,8 @@ TEST(DSAddr, CompareTextMulticastAndLocal) {
     close(pair[1]);
 }
 
-// Equal by name and types whatever the argument, which copies share.
-TEST(DSName, IdentityIgnoresTheSharedArgument) {
+// Names are equal by name and types whatever the argument, which copies share.
+TEST(DSName, IdentityIgnoresTheSharedArgumentAndProvidersCompareByNameThenAddress) {
     DSAddr* arg = new DSAddr(7, 7u);
     TBResource::ref(arg);  // our own hold, to watch the count
     {
@@ -78,11 +76,9 @@ TEST(DSName, IdentityIgnoresTheSharedArgument) {
     }
     EXPECT_EQ(arg->refCount(), 1u);
     arg->unref();
-}
 
-// Identity is name, then address. (The fields cross the wire to the test
-// agent and back in the agent tests.)
-TEST(DSProvider, ComparesByNameThenAddress) {
+    // A provider's identity is name, then address. (The fields cross the
+    // wire to the test agent and back in the agent tests.)
     DSName name("obj", DS_ARG_DEFAULT, DS_SERVICE_OBJECT, nullptr);
     DSProvider p(name, DSAddr(4000, "127.0.0.1"), DS_PROTOCOL_DEFAULT, 17);
     // The client and agent addresses are this machine, however it resolves.

@@ -64,18 +64,14 @@ using DSIds = std::vector<unsigned>;
 // The object stream form of obj, in text.
 inline std::string dsText(const TBTransObject* obj) {
     std::ostringstream os;
-    {
-        TBostream out(os);
-        out << obj;
-    }
+    TBostream(os) << obj;
     return os.str();
 }
 
 // The object read back from text; the caller owns it.
 inline TBTransObject* dsRead(const std::string& text) {
     std::istringstream is(text);
-    TBistream in(is);
-    return in.readTransObj();
+    return TBistream(is).readTransObj();
 }
 
 #endif

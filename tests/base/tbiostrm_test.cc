@@ -1,6 +1,6 @@
 // Object streams: the text form of the primitives, string escapes and their
-// faults, and the object encoding (numbers, back references, class tags) on
-// the text form and on the binary stream, which only replaces the primitives.
+// faults, and the object encoding (numbers, back references, class tags). The
+// binary stream only replaces the primitives: its bytes are agentwire_test's.
 #include "tbiostrm.h"
 
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
 
-#include "tbipcstr.h"
 #include "tbtinfo.h"
 
 namespace {
@@ -105,12 +105,8 @@ TEST(TBostreamText, PrimitivesWriteAndReadBack) {
 }
 
 TEST(TBistreamText, GetCStringFaults) {
-    struct Case {
-        const char* input;
-        unsigned max;
-        const char* buffer;
-        const char* report;
-    } cases[] = {
+    // input, the buffer's size, what it then holds, what is reported
+    const std::tuple<const char*, unsigned, const char*, const char*> cases[] = {
         {"\"abc\"\nX", 4, "abc", ""},
         {"\"abcde\"\nX", 3, "ab", "TBistream::getCString: String Overflow\n"},
         {"\"abc\"\nX", 3, "ab", "TBistream::getCString: String overflow\n"},
@@ -121,21 +117,19 @@ TEST(TBistreamText, GetCStringFaults) {
         {" \n ", 8, "old", "TBistream::getCString: Unexpected EOF\n"},
         {"\"ab", 8, "ab", "TBistream::getCString: Unexpected EOF\n"},
     };
-    for (const Case& k : cases) {
-        std::istringstream is(k.input);
+    for (const auto& [input, max, buffer, report] : cases) {
+        std::istringstream is(input);
         TBistream in(is);
         char buf[16] = "old";
         testing::internal::CaptureStderr();
-        in.getCString(buf, k.max);
-        EXPECT_EQ(k.report, testing::internal::GetCapturedStderr()) << k.input;
-        EXPECT_STREQ(k.buffer, buf) << k.input;
-        if (!*k.report) {
-            EXPECT_EQ('X', in.get()) << k.input;  // the newline was consumed
-        }
+        in.getCString(buf, max);
+        EXPECT_EQ(report, testing::internal::GetCapturedStderr()) << input;
+        EXPECT_STREQ(buffer, buf) << input;
+        EXPECT_TRUE(*report || in.get() == 'X') << input;  // the newline was consumed
     }
 }
 
-TEST(TBObjectStream, SharedObjectIsWrittenOnceThenReferenced) {
+TEST(TBObjectStream, SharedObjectsAndObjectsBuiltInPlaceAreReferencedBack) {
     TSNode a(5);
     TSPair pair(&a, &a);
     std::stringstream ss;
@@ -159,46 +153,22 @@ TEST(TBObjectStream, SharedObjectIsWrittenOnceThenReferenced) {
     EXPECT_EQ(": \"TSNode\"\n5 : \"::\"\n", ss.str().substr(ss.tellg()));
     std::unique_ptr<TBTransObject> back(in.readTransObj());
     EXPECT_EQ(TSNode::desc(), back ? back->classInfo() : nullptr);
-}
 
-// The binary stream replaces the primitives only: a cycle and the null
-// object written through it come back whole.
-TEST(TBObjectStream, CycleThroughADerivedStream) {
-    TSNode a(1), b(2, &a);
-    a.next = &b;
-    TBipcbuf out(256, 0);
-    TBipcstream(&out) << &a << static_cast<const TBTransObject*>(nullptr);
-    TBipcbuf in(nullptr, 0, out.write_base, out.writeCount(), 0);
-    in.read_end += out.writeCount();
-    TBipcstream r(&in);
-    auto* ra = TB_CAST(TSNode, r.readTransObj());
-    ASSERT_NE(nullptr, ra);
-    auto* rb = TB_CAST(TSNode, ra->next);
-    ASSERT_NE(nullptr, rb);
-    EXPECT_EQ(ra, rb->next);
-    EXPECT_EQ(2, rb->value);
-    EXPECT_EQ(nullptr, r.readTransObj());
-    EXPECT_EQ(0, in.readAvail());
-    delete rb;
-    delete ra;
-}
-
-TEST(TBObjectStream, ObjectBuiltInPlaceCanBeReferencedFromInside) {
-    // The back reference ends the object numbers on both sides, so that the
-    // next top-level object is number 0 again on both.
+    // An object built in place can be referenced from inside. The back
+    // reference ends the object numbers on both sides, so that the next
+    // top-level object is number 0 again on both.
     TSNode self(7), other(8);
     self.next = &self;
     other.next = &other;
-    std::stringstream ss;
-    TBostream out(ss);
-    TBistream in(ss);
+    out.clearOutClassTbl();
+    in.clearInClassTbl();
     out << self << &other;
-    EXPECT_EQ("7 @ 0 : \"TSNode\"\n8 @ 0 ", ss.str());
+    EXPECT_EQ("7 @ 0 : \"TSNode\"\n8 @ 0 ", ss.str().substr(ss.tellg()));
     TSNode copy(in);
     EXPECT_EQ(&copy, copy.next);
-    std::unique_ptr<TSNode> second(TB_CAST(TSNode, in.readTransObj()));
-    ASSERT_NE(nullptr, second);
-    EXPECT_EQ(second.get(), second->next);
+    std::unique_ptr<TSNode> again(TB_CAST(TSNode, in.readTransObj()));
+    ASSERT_NE(nullptr, again);
+    EXPECT_EQ(again.get(), again->next);
 }
 
 TEST(TBObjectStream, ReaderFaultsGiveNull) {
@@ -210,9 +180,6 @@ TEST(TBObjectStream, ReaderFaultsGiveNull) {
         {"? ",
          "TBistream::readObject: Error reading Object from  stream. Make sure your 'write' "
          "function and constructor from stream are correct\n"},
-        {": \"" + std::string(300, 'x') + "\"\n",
-         "TBistream::getCString: String Overflow\n" + notLinked + std::string(255, 'x') +
-             "', but this class is not linked in\n"},
     };
     for (const auto& k : cases) {
         std::istringstream is(k.first);

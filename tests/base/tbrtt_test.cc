@@ -36,28 +36,21 @@ std::vector<long> drain(TBPriorityQueue& q) {
 void* tag(long v) { return reinterpret_cast<void*>(v); }
 }  // namespace
 
-TEST(TBPriorityQueue, LeavingOrderIsTheSettledOne) {
-    TBPriorityQueue q(8);
+TEST(TBPriorityQueue, LeavingOrderFullQueueAndGrowth) {
+    TBPriorityQueue q(2);
     int st = 0;
     EXPECT_EQ(q.peek(st), nullptr);
     EXPECT_EQ(st, -99);
     // Equal priorities leave oldest first; 3, 2, 1 leaves as 3, 1, 2.
-    for (long v : {1, 2, 3}) q.add(tag(v), 10);
-    EXPECT_EQ(drain(q), (std::vector<long>{1, 2, 3}));
-    for (long p : {3, 2, 1}) q.add(tag(p), static_cast<unsigned char>(p));
-    EXPECT_EQ(drain(q), (std::vector<long>{3, 1, 2}));
-}
-
-TEST(TBPriorityQueue, FullQueueRefusesAndGrowingGivesUsablePlaces) {
-    TBPriorityQueue q(2);
-    EXPECT_EQ(q.add(tag(1), 1), 0);
-    EXPECT_EQ(q.add(tag(2), 1), 0);
-    EXPECT_EQ(q.add(tag(3), 1), -100);
+    for (long v : {1, 2}) q.add(tag(v), 10);
+    EXPECT_EQ(q.add(tag(3), 10), -100);
     EXPECT_EQ(q.count(), 2);
     q.capacity(1);  // never shrinks
     q.capacity(4);
-    EXPECT_EQ(q.add(tag(3), 1), 0);
-    EXPECT_EQ(q.add(tag(4), 1), 0);
-    EXPECT_EQ(q.add(tag(5), 1), -100);
+    EXPECT_EQ(q.add(tag(3), 10), 0);
+    EXPECT_EQ(q.add(tag(4), 10), 0);
+    EXPECT_EQ(q.add(tag(5), 10), -100);
     EXPECT_EQ(drain(q), (std::vector<long>{1, 2, 3, 4}));
+    for (long p : {3, 2, 1}) q.add(tag(p), static_cast<unsigned char>(p));
+    EXPECT_EQ(drain(q), (std::vector<long>{3, 1, 2}));
 }

@@ -24,11 +24,6 @@ namespace ktest {
 
 namespace {
 
-void removeTree(const std::string& path) {
-    std::error_code ignored;  // what cannot be removed stays
-    std::filesystem::remove_all(path, ignored);
-}
-
 std::string makeTempDir(const std::string& prefix) {
     const char* base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base && *base ? base : "/tmp") + "/" + prefix + "-XXXXXX";
@@ -39,8 +34,10 @@ std::string makeTempDir(const std::string& prefix) {
 
 TempDir::TempDir(const std::string& prefix) : _path(makeTempDir(prefix)) {}
 
+// What cannot be removed stays.
 TempDir::~TempDir() {
-    if (!_path.empty()) removeTree(_path);
+    std::error_code ignored;
+    if (!_path.empty()) std::filesystem::remove_all(_path, ignored);
 }
 
 std::string TempDir::file(const std::string& name) const { return _path + "/" + name; }
@@ -71,7 +68,8 @@ bool pollUntil(const std::function<bool()>& pred, std::chrono::milliseconds limi
 
 Process::~Process() {
     if (_pid > 0 && !_reaped) killAndReap();
-    if (!_ownDir.empty()) removeTree(_ownDir);
+    std::error_code ignored;
+    if (!_ownDir.empty()) std::filesystem::remove_all(_ownDir, ignored);
 }
 
 void Process::killAndReap() {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace ktest {
@@ -43,11 +44,9 @@ std::vector<std::string> TestAgent::lines(const std::vector<std::string>& words)
     std::vector<std::string> out;
     std::istringstream in(log());
     std::string line;
-    while (std::getline(in, line)) {
-        bool all = true;
-        for (const std::string& w : words) all = all && line.find(w) != std::string::npos;
-        if (all) out.push_back(line);
-    }
+    auto has = [&line](const std::string& w) { return line.find(w) != std::string::npos; };
+    while (std::getline(in, line))
+        if (std::all_of(words.begin(), words.end(), has)) out.push_back(line);
     return out;
 }
 

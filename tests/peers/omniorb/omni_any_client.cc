@@ -8,6 +8,8 @@
 
 #include <anyecho.hh>
 
+#include "omni_serve.h"
+
 namespace {
 
 int failures = 0;
@@ -101,21 +103,11 @@ void check(Peer::AnyEcho_ptr echo) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-        if (argc != 2) {
-            std::cerr << "usage: omni_any_client <IOR>" << std::endl;
-            return 2;
-        }
-        CORBA::Object_var obj = orb->string_to_object(argv[1]);
+    return omniClient(argc, argv, "omni_any_client", [](CORBA::Object_ptr obj) {
         Peer::AnyEcho_var echo = Peer::AnyEcho::_unchecked_narrow(obj);
         check(echo);
-        orb->destroy();
-    } catch (const CORBA::Exception& e) {
-        std::cout << "omni_any_client: " << e._name() << std::endl;
-        return 1;
-    }
-    if (failures) return 1;
-    std::cout << "check passed" << std::endl;
-    return 0;
+        if (failures) return 1;
+        std::cout << "check passed" << std::endl;
+        return 0;
+    });
 }

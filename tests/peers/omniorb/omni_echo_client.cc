@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -30,20 +31,18 @@ const char* const kRepoId = "IDL:Demo/Echo:1.0";
 
 using Clock = std::chrono::steady_clock;
 
-bool report(const std::string& what, bool ok, const std::string& detail = "") {
-    std::cout << what << ": " << (ok ? "ok" : "FAILED") << (detail.empty() ? "" : " ")
-              << detail << std::endl;
-    return ok;
-}
-
-// Runs one call, turning an exception into a failed line.
-template <class F>
-bool attempt(const std::string& what, F call) {
+// One line per call, "<what>: ok" or "<what>: FAILED" with the name of the
+// exception if it threw; true if ok.
+bool line(const std::string& what, const std::function<bool()>& call) {
+    bool ok = false;
+    std::string detail;
     try {
-        return call();
+        ok = call();
     } catch (const CORBA::Exception& e) {
-        return report(what, false, std::string("(") + e._name() + ")");
+        detail = std::string(" (") + e._name() + ")";
     }
+    std::cout << what << ": " << (ok ? "ok" : "FAILED") << detail << std::endl;
+    return ok;
 }
 
 // The stub's _is_a answers from the type it was made for without asking the
@@ -59,21 +58,13 @@ bool remoteIsA(CORBA::Object_ptr obj, const char* repoId) {
 }
 
 bool check(Demo::Echo_ptr echo) {
-    bool ok = attempt("_is_a", [&] { return report("_is_a", remoteIsA(echo, kRepoId)); });
-    const std::string samples[] = {"", "hello", "a b\tc", std::string(10000, 'k')};
-    for (const std::string& s : samples) {
-        std::string what = "say(" + std::to_string(s.size()) + " chars)";
-        ok &= attempt(what, [&] {
-            CORBA::String_var back = echo->say(s.c_str());
-            return report(what, s == back.in());
-        });
-    }
-    ok &= attempt("pid", [&] {
-        CORBA::Long pid = echo->pid();
-        return report("pid", pid > 0, std::to_string(pid));
-    });
-    ok &= attempt("note", [&] { return echo->note("a note"), report("note", true); });
-    ok &= attempt("_non_existent", [&] { return report("_non_existent", !echo->_non_existent()); });
+    bool ok = line("_is_a", [&] { return remoteIsA(echo, kRepoId); });
+    for (const std::string& s : {std::string(), std::string("hello"), std::string("a b\tc"), std::string(10000, 'k')})
+        ok &= line("say(" + std::to_string(s.size()) + " chars)",
+                   [&] { return s == CORBA::String_var(echo->say(s.c_str())).in(); });
+    ok &= line("pid", [&] { return echo->pid() > 0; });
+    ok &= line("note", [&] { return echo->note("a note"), true; });
+    ok &= line("_non_existent", [&] { return !echo->_non_existent(); });
     std::cout << (ok ? "check passed" : "check FAILED") << std::endl;
     return ok;
 }

@@ -43,9 +43,6 @@ PortableServer::ObjectId* persistentKey(const std::string& iface, const std::str
     return id;
 }
 
-// The body of __bind and __unbind: nothing to read, nothing to write.
-void announced(omniCallDescriptor*, omniServant*) {}
-
 class EchoImpl : public POA_Demo::Echo {
 public:
     char* say(const char* s) override { return CORBA::string_dup(s); }
@@ -55,7 +52,9 @@ public:
     CORBA::Boolean _dispatch(omniCallHandle& handle) override {
         const char* op = handle.operation_name();
         if (std::strcmp(op, "__bind") == 0 || std::strcmp(op, "__unbind") == 0) {
-            omniCallDescriptor call(announced, op, std::strlen(op) + 1, 0, nullptr, 0, 1);
+            // Nothing to read, nothing to write.
+            omniCallDescriptor call([](omniCallDescriptor*, omniServant*) {}, op, std::strlen(op) + 1, 0,
+                                    nullptr, 0, 1);
             handle.upcall(this, call);
             return 1;
         }

@@ -5,7 +5,7 @@
 // Usage: omni_ir_client <IOR of a CORBA::Repository>
 #include <iostream>
 
-#include <omniORB4/CORBA.h>
+#include "omni_serve.h"
 
 namespace {
 
@@ -28,13 +28,7 @@ void list(const char* what, const CORBA::ContainedSeq& seq) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-        if (argc != 2) {
-            std::cerr << "usage: omni_ir_client <IOR>" << std::endl;
-            return 2;
-        }
-        CORBA::Object_var obj = orb->string_to_object(argv[1]);
+    return omniClient(argc, argv, "omni_ir_client", [](CORBA::Object_ptr obj) {
         CORBA::Repository_var repo = CORBA::Repository::_narrow(obj);
         std::cout << "repository: " << static_cast<unsigned long>(repo->def_kind()) << std::endl;
         CORBA::Contained_var echo = repo->lookup_id("IDL:Demo/Echo:1.0");
@@ -48,10 +42,6 @@ int main(int argc, char** argv) {
         CORBA::Container_var scope = CORBA::Container::_narrow(echo);
         CORBA::ContainedSeq_var ops = scope->contents(CORBA::dk_Operation, 0);
         list("operations", ops);
-        orb->destroy();
-    } catch (const CORBA::Exception& e) {
-        std::cerr << "omni_ir_client: " << e._name() << std::endl;
-        return 1;
-    }
-    return 0;
+        return 0;
+    });
 }

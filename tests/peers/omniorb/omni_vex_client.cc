@@ -19,13 +19,6 @@
 
 namespace {
 
-void print(const Activation::CreationImplDef& d) {
-    std::cout << "ok " << d.interface_name.in() << " " << d.object_name.in() << " "
-              << d.path.in() << " " << d.activation_policy << " args";
-    for (CORBA::ULong i = 0; i < d.args.length(); ++i) std::cout << " " << d.args[i].in();
-    std::cout << std::endl;
-}
-
 int usage() {
     std::cerr << "usage: omni_vex_client [-ORB options] <IOR:...|-> <command> [args]"
               << std::endl;
@@ -63,8 +56,11 @@ int main(int argc, char** argv) {
                 CORBA::Object_var ref = vex->reg_implementation(def);
                 std::cout << "ok " << (CORBA::is_nil(ref) ? "nil" : "reference") << std::endl;
             } else if (cmd == "get" && argc == 5) {
-                Activation::CreationImplDef_var def = vex->get_implementation(argv[3], argv[4]);
-                print(def.in());
+                Activation::CreationImplDef_var d = vex->get_implementation(argv[3], argv[4]);
+                std::cout << "ok " << d->interface_name.in() << " " << d->object_name.in() << " "
+                          << d->path.in() << " " << d->activation_policy << " args";
+                for (CORBA::ULong i = 0; i < d->args.length(); ++i) std::cout << " " << d->args[i].in();
+                std::cout << std::endl;
             } else if (cmd == "change" && argc == 6) {
                 Activation::CreationImplDef_var old = vex->get_implementation(argv[3], argv[4]);
                 Activation::CreationImplDef neu = old.in();

@@ -12,23 +12,17 @@
 #include <Activation.hh>
 #include <omniORB4/Naming.hh>
 
-// The root context named by the file; nil when it is missing.
-inline CosNaming::NamingContext_ptr omniRootContext(CORBA::ORB_ptr orb) {
-    const char* root = std::getenv("NS_SERVER_ROOT");
-    const char* id = std::getenv("NS_SERVER_ID");
-    if (!root || !id) return CosNaming::NamingContext::_nil();
-    std::ifstream in(std::string(root) + "/wai/NameService/" + id + ".IOR");
-    std::string ior;
-    if (!(in >> ior)) return CosNaming::NamingContext::_nil();
-    CORBA::Object_var obj = orb->string_to_object(ior.c_str());
-    return CosNaming::NamingContext::_narrow(obj);
-}
-
-// The object bound under `id` (empty kind) in the root context; nil when
-// the file is missing or the name is not bound. The exceptions of the calls
-// themselves go to the caller.
+// The object bound under `id` (empty kind) in the root context that the
+// file names; nil when the file is missing or the name is not bound. The
+// exceptions of the calls themselves go to the caller.
 inline CORBA::Object_ptr omniResolve(CORBA::ORB_ptr orb, const char* id) {
-    CosNaming::NamingContext_var ns = omniRootContext(orb);
+    const char* root = std::getenv("NS_SERVER_ROOT");
+    const char* nsId = std::getenv("NS_SERVER_ID");
+    std::string ior;
+    if (!root || !nsId || !(std::ifstream(std::string(root) + "/wai/NameService/" + nsId + ".IOR") >> ior))
+        return CORBA::Object::_nil();
+    CORBA::Object_var obj = orb->string_to_object(ior.c_str());
+    CosNaming::NamingContext_var ns = CosNaming::NamingContext::_narrow(obj);
     if (CORBA::is_nil(ns)) return CORBA::Object::_nil();
     CosNaming::Name name;
     name.length(1);
@@ -43,8 +37,7 @@ inline CORBA::Object_ptr omniResolve(CORBA::ORB_ptr orb, const char* id) {
 
 inline Activation::VEX_ptr omniResolveVex(CORBA::ORB_ptr orb) {
     CORBA::Object_var obj = omniResolve(orb, "VEX");
-    if (CORBA::is_nil(obj)) return Activation::VEX::_nil();
-    return Activation::VEX::_narrow(obj);
+    return Activation::VEX::_narrow(obj);  // nil for nil
 }
 
 #endif
