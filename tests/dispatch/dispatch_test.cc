@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <thread>
@@ -207,7 +208,9 @@ TEST_F(DispatcherLoop, InterruptedAndDeadDescriptorsAreSurvived) {
 }
 
 // The kernel is told of a file, not of a number: a number that comes to
-// name another file is unlinked and linked again, and is then watched.
+// name another file is unlinked and linked again, and is then watched. A
+// regular file, which the kernel set refuses, is always ready, as select()
+// has it.
 TEST_F(DispatcherLoop, ANumberLinkedAgainIsWatchedForItsNewFile) {
     auto a = pair(), b = pair();
     Recorder old(log, "old"), now(log, "now");
@@ -219,6 +222,14 @@ TEST_F(DispatcherLoop, ANumberLinkedAgainIsWatchedForItsNewFile) {
     put(b);
     EXPECT_TRUE(d.dispatch(&ten));
     EXPECT_EQ(log, (Log{"now:in"}));
+    FILE* file = tmpfile();
+    ASSERT_NE(nullptr, file);
+    Recorder plain(log, "file");
+    d.link(fileno(file), R, &plain);
+    EXPECT_TRUE(d.dispatch(&ten));
+    EXPECT_EQ(log, (Log{"now:in", "file:in"}));
+    d.unlink(fileno(file));
+    fclose(file);
 }
 
 // A child's dispatcher makes its own kernel set: what it unlinks stays
