@@ -134,15 +134,10 @@ protected:
         return ktest::run(args);
     }
 
-    static std::string echoClientBinary() {
-        const std::string server(KELVANOR_ECHO_SERVER_BINARY);
-        return server.substr(0, server.rfind('/') + 1) + "echo_client";
-    }
-    static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
-
     // echo_client binding by the names in ior, which makes it ask the daemon.
-    bool startEchoClient(ktest::Process& p, const std::string& ior) {
-        return p.start(command({echoClientBinary(), ior, "hi"}));
+    static bool startEchoClient(ktest::Process& p, const std::string& ior) {
+        const std::string server(KELVANOR_ECHO_SERVER_BINARY);
+        return p.start(command({server.substr(0, server.rfind('/') + 1) + "echo_client", ior, "hi"}));
     }
 
     std::string byNames(CORBA_Object* ref) {
