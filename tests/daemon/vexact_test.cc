@@ -157,12 +157,10 @@ TEST_F(VexActivation, ServerReportingAfterTheTimeLimitIsKeptAndAdopted) {
     track(pid);
     ASSERT_GT(pid, 1u);
     // It stays as starting, and no second one is started beside it.
-    {
-        Activation::ImplementationStatus_var s(status("late"));
-        ASSERT_EQ(s->status.length(), 1u);
-        EXPECT_EQ(s->status[0].process_id, pid);
-        EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
-    }
+    Activation::ImplementationStatus_var s(status("late"));
+    ASSERT_EQ(s->status.length(), 1u);
+    EXPECT_EQ(s->status[0].process_id, pid);
+    EXPECT_EQ(s->status[0].activation_state, Activation::WAITING_FOR_ACTIVATION);
     EXPECT_THROW(_daemon->lookup_implementation("Demo::Echo", "late", 1), Activation::Busy);
     ASSERT_TRUE(
         ktest::pollUntil([&] { return bool(oneActive("late", pid)); }, milliseconds(10000)));

@@ -170,8 +170,8 @@ protected:
         if (s->status.length() != 1)
             return ::testing::AssertionFailure() << s->status.length() << " servers";
         const Activation::ObjectStatus& o = s->status[0];
-        const bool pidOk = !pid || o.process_id == pid;
-        if (o.activation_state == Activation::ACTIVE && o.objRef.in() && pidOk)
+        if (o.activation_state == Activation::ACTIVE && o.objRef.in() &&
+            (!pid || o.process_id == pid))
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << "pid " << o.process_id << ", state "
                                              << o.activation_state;

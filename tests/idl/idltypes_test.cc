@@ -218,12 +218,8 @@ TEST(IdlPrinting, FormsOfStructuresSequencesEnumsAndExceptions) {
               "\tactivation_state: State:WAITING_FOR_ACTIVATION\n\n"
               "\tobjRef: (nil)\n\n"
               "}\n\nState:7\n");
-    KTest::Point p;
-    p.x = 1;
-    p.y = -2;
     KTest::Failure f("bad", 3, KTest::red, KTest::PointList());
-    EXPECT_EQ(consoleText([&] { std::cout << p << static_cast<const CORBA_Exception&>(f); }),
-              "struct KTest::Point {\n\tx: 1\n\ty: -2\n}\n"
+    EXPECT_EQ(consoleText([&] { std::cout << static_cast<const CORBA_Exception&>(f); }),
               "Exception: KTest::Failure\n\treason: bad\n\tcode: 3\n\thue: Colour:red\n\n"
               "\twhere: SEQUENCE NAME: KTest::PointList\nNUM OF ELEMENTS: 0\n\n");
 }

@@ -18,17 +18,14 @@ class TileImpl : public _sk_KTest::_sk_Tile {
 public:
     explicit TileImpl(const char* name) : _sk_Tile(name), _name(name) {}
 
-    // KTest::Inner::Base
     char* name() override { return CORBA::string_dup(_name.c_str()); }
     CORBA::Long counter() override { return _counter; }
     void counter(CORBA::Long v) override { _counter = v; }
     CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
 
-    // Labelled, Square
     char* caption() override { return CORBA::string_dup(_note.c_str()); }
     CORBA::Long side() override { return static_cast<CORBA::Long>(getpid()); }
 
-    // KTest::Shape
     KTest::Shape::Kind form() override { return _form; }
     void form(KTest::Shape::Kind k) override { _form = k; }
 
@@ -117,7 +114,6 @@ public:
         return old;
     }
 
-    // Tile
     KTest::Bytes* pattern(const KTest::Bytes& p) override { return new KTest::Bytes(p); }
 
     KTest::ShapeList* shapes(const KTest::ShapeList& s) override {
