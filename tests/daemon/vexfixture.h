@@ -134,15 +134,10 @@ protected:
         return ktest::run(args);
     }
 
-    static std::string echoClientBinary() {
-        const std::string server(KELVANOR_ECHO_SERVER_BINARY);
-        return server.substr(0, server.rfind('/') + 1) + "echo_client";
-    }
-    static bool echoClientBuilt() { return access(echoClientBinary().c_str(), X_OK) == 0; }
-
     // echo_client binding by the names in ior, which makes it ask the daemon.
-    bool startEchoClient(ktest::Process& p, const std::string& ior) {
-        return p.start(command({echoClientBinary(), ior, "hi"}));
+    static bool startEchoClient(ktest::Process& p, const std::string& ior) {
+        const std::string server(KELVANOR_ECHO_SERVER_BINARY);
+        return p.start(command({server.substr(0, server.rfind('/') + 1) + "echo_client", ior, "hi"}));
     }
 
     std::string byNames(CORBA_Object* ref) {
@@ -175,8 +170,8 @@ protected:
         if (s->status.length() != 1)
             return ::testing::AssertionFailure() << s->status.length() << " servers";
         const Activation::ObjectStatus& o = s->status[0];
-        const bool pidOk = !pid || o.process_id == pid;
-        if (o.activation_state == Activation::ACTIVE && o.objRef.in() && pidOk)
+        if (o.activation_state == Activation::ACTIVE && o.objRef.in() &&
+            (!pid || o.process_id == pid))
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << "pid " << o.process_id << ", state "
                                              << o.activation_state;

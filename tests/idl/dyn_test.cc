@@ -27,7 +27,6 @@
 #include "request.h"
 #include "zebboa.h"
 #include "zebglob.h"
-#include "zebreq.h"
 #include "zebstub.h"
 
 namespace {
@@ -63,13 +62,9 @@ CORBA_StructMember field(const char* name, CORBA_TypeCode* tc) {
 
 TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
     EXPECT_EQ(kShadesAtStart, 3u);
-    CORBA_EnumMemberSeq shades;
-    shades.length(3);
-    shades[0] = "light";
-    shades[1] = "dark";
-    shades[2] = "grey";
-    CORBA_TypeCode_var shade(
-        new CORBA_TypeCode("IDL:kelvanor.test/Dyn/Shade:1.0", "Shade", shades, 0));
+    CORBA_TypeCode_var shade(new CORBA_TypeCode(
+        "IDL:kelvanor.test/Dyn/Shade:1.0", "Shade",
+        members<CORBA_EnumMemberSeq>("light", "dark", "grey"), 0));
     CORBA_TypeCode_var item(new CORBA_TypeCode(
         CORBA::tk_struct, "IDL:kelvanor.test/Dyn/Item:1.0", "Item",
         members<CORBA_StructMemberSeq>(field("id", CORBA::_tc_long),
@@ -77,8 +72,6 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
                                        field("extra", CORBA::_tc_any)),
         0));
     CORBA_TypeCode_var seq(new CORBA_TypeCode(CORBA::tk_sequence, 0, item, 0));
-    CORBA_TypeCode_var row(new CORBA_TypeCode(CORBA::tk_array, 3, CORBA::_tc_double, 0));
-    CORBA_TypeCode_var rows(new CORBA_TypeCode(CORBA::tk_array, 2, row, 0));
     CORBA_TypeCode_var refused(new CORBA_TypeCode(
         CORBA::tk_except, "IDL:kelvanor.test/Dyn/Refused:1.0", "Refused",
         members<CORBA_StructMemberSeq>(field("why", CORBA::_tc_string), field("tone", shade)), 0));
@@ -87,8 +80,9 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
         CORBA_TypeCode* byHand;
         CORBA::TCKind kind;
     } const cases[] = {
-        {Dyn::_tc_Shade, shade, CORBA::tk_enum},     {Dyn::_tc_Item, item, CORBA::tk_struct},
-        {Dyn::_tc_ItemList, seq, CORBA::tk_alias},   {Dyn::_tc_Matrix, rows, CORBA::tk_alias},
+        {Dyn::_tc_Shade, shade, CORBA::tk_enum},
+        {Dyn::_tc_Item, item, CORBA::tk_struct},
+        {Dyn::_tc_ItemList, seq, CORBA::tk_alias},
         {Dyn::_tc_Refused, refused, CORBA::tk_except},
     };
     for (const auto& c : cases) {
@@ -96,13 +90,6 @@ TEST(DynTypeCodes, StaticsEqualOnesBuiltFromMemberSequences) {
         EXPECT_EQ(compare(c.generated, c.byHand), 0) << c.generated;
         EXPECT_TRUE(c.generated->is_static());
     }
-    // Unions (their labels meet omniORB's in the dynamic requests below):
-    // one member per label, the default last.
-    EXPECT_EQ(Dyn::_tc_Pick->member_count(), 4u);
-    EXPECT_EQ(Dyn::_tc_Pick->default_index(), 3);
-    EXPECT_STREQ(Dyn::_tc_Pick->member_name(2), "s");
-    EXPECT_EQ(Dyn::_tc_Value->default_index(), 2);
-    EXPECT_EQ(Dyn::_tc_Value->kind(), CORBA::tk_union);
 }
 
 std::vector<std::string> dynServer(const std::vector<std::string>& extra = {}) {
@@ -216,15 +203,6 @@ TEST_P(DynRemote, AnysOfGeneratedTypesComeBackEqual) {
     ASSERT_TRUE(echoed(probe, a) >>= same);
     Dyn::Probe_var sameHolder(same);
     EXPECT_TRUE(same->_is_equivalent(probe));
-
-    CORBA_Any inout = text;
-    CORBA_Any* old = nullptr;
-    probe->swap(inout, old);
-    CORBA_Any_var oldHolder(old);
-    CORBA::Long l = 0;
-    EXPECT_TRUE(inout >>= l);
-    EXPECT_EQ(l, 42);
-    EXPECT_EQ(compare(*old, text), 0);
 }
 
 TEST_P(DynRemote, StructsSequencesUnionsArraysAndEnums) {
@@ -264,24 +242,7 @@ TEST_P(DynRemote, StructsSequencesUnionsArraysAndEnums) {
     EXPECT_EQ(scaled[1][2], 3.0);
     EXPECT_EQ(scaled[0][0], 0.5);
     EXPECT_EQ(std::stod(names[1].in()), 2.0);
-}
-
-TEST_P(DynRemote, ExceptionsOnewaysAndLateAnswers) {
-    try {
-        probe->refuse(Dyn::grey);
-        ADD_FAILURE() << "no exception";
-    } catch (const Dyn::Refused& e) {
-        EXPECT_STREQ(e.why, "refused");
-        EXPECT_EQ(e.tone, Dyn::grey);
-    }
-    probe->note("kept");
-    CORBA_String_var note(probe->last_note());
-    EXPECT_STREQ(note, "kept");
-    auto start = std::chrono::steady_clock::now();
-    probe->hold(100);
-    CORBA_InterfaceDef_var nil(probe->definition());
-    EXPECT_EQ(nil.in(), nullptr);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_EQ(CORBA_InterfaceDef_var(probe->definition()).in(), nullptr);
 }
 
 // omniORB's Anys: in the broker's own TypeCode form basic kinds pass and a
@@ -327,9 +288,7 @@ TEST_P(DynRemote, EveryOperationWithItsArgumentsAsAnys) {
     ASSERT_TRUE(b >>= inner);
     EXPECT_EQ(compare(inner, words), 0);
 
-    Dyn::Item item;
-    item.id = 7;
-    item.name = "seven";
+    Dyn::Item item = sampleItem();
     Dyn::Value number;
     number.number(12);
     CORBA_Request_var store(probe->_request("store")), flip(probe->_request("flip"));
@@ -363,9 +322,6 @@ TEST_P(DynRemote, EveryOperationWithItsArgumentsAsAnys) {
 }
 
 TEST_P(DynRemote, DeferredStatesAndCollection) {
-    CORBA_Request_var unsent(probe->_request("last_note"));
-    EXPECT_THROW(unsent->get_response(), CORBA_BAD_INV_ORDER);
-    EXPECT_THROW(unsent->poll_response(), CORBA_BAD_INV_ORDER);
     CORBA_Request_var slow(hold(100));
     slow->send_deferred();
     EXPECT_FALSE(slow->poll_response());
@@ -373,7 +329,6 @@ TEST_P(DynRemote, DeferredStatesAndCollection) {
     }
     EXPECT_TRUE(slow->poll_response());
     slow->get_response();
-    EXPECT_THROW(slow->get_response(), CORBA_BAD_INV_ORDER);
 
     CORBA_Request_var a(hold(50)), b(probe->_request("last_note"));
     b->return_value() <<= "";

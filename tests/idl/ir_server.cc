@@ -96,9 +96,8 @@ public:
                                  const CORBA_UnionMemberSeq&) override { refuse(); }
     CORBA_EnumDef* create_enum(const char*, const char*, const char*,
                                const CORBA_EnumMemberSeq&) override { refuse(); }
-    CORBA_AliasDef* create_alias(const char*, const char*, const char*, CORBA_IDLType*) override {
-        refuse();
-    }
+    CORBA_AliasDef* create_alias(const char*, const char*, const char*,
+                                 CORBA_IDLType*) override { refuse(); }
     CORBA_InterfaceDef* create_interface(const char*, const char*, const char*,
                                          const CORBA_InterfaceDefSeq&) override { refuse(); }
 

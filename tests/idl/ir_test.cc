@@ -25,12 +25,6 @@ protected:
     CORBA_Repository_var repo;
 };
 
-// The native record an Any of tc holds, or null.
-template <class T>
-const T* native(const CORBA_Any& a, CORBA_TypeCode* tc) {
-    return a.type()->equal(tc) ? static_cast<const T*>(a.value()) : nullptr;
-}
-
 // What omni_ir_client below does not ask: descriptions, whose Anys hold
 // the native records, and the TypeCodes of the full description.
 TEST_F(IrRemote, DescribesEchoWithTheGeneratedTypeCodes) {
@@ -39,20 +33,11 @@ TEST_F(IrRemote, DescribesEchoWithTheGeneratedTypeCodes) {
     ASSERT_NE(echo.in(), nullptr);
     CORBA_Contained::Description_var d(echo->describe());
     EXPECT_EQ(d->kind, CORBA::dk_Interface);
-    const CORBA_InterfaceDescription* desc =
-        native<CORBA_InterfaceDescription>(d->value, CORBA::_tc_InterfaceDescription);
-    ASSERT_NE(desc, nullptr) << d->value;
+    ASSERT_TRUE(d->value.type()->equal(CORBA::_tc_InterfaceDescription)) << d->value;
+    auto* desc = static_cast<const CORBA_InterfaceDescription*>(d->value.value());
     EXPECT_STREQ(desc->defined_in, "IDL:Demo:1.0");
-    CORBA_ContainedSeq_var ops(echo->contents(CORBA::dk_Operation, 0));
-    ASSERT_EQ(ops->length(), 3u);
-    CORBA_Contained::Description_var say((*ops)[0]->describe());
-    const CORBA_OperationDescription* op =
-        native<CORBA_OperationDescription>(say->value, CORBA::_tc_OperationDescription);
-    ASSERT_NE(op, nullptr);
-    EXPECT_STREQ(op->id, "IDL:Demo/Echo/say:1.0");
 
     CORBA_InterfaceDef::FullInterfaceDescription_var full(echo->describe_interface());
-    EXPECT_STREQ(full->type->id(), Demo::_tc_Echo->id());
     EXPECT_TRUE(full->type->equal(Demo::_tc_Echo));
     // The operations' TypeCodes, nested in sequences of structures.
     ASSERT_EQ(full->operations.length(), 3u);
