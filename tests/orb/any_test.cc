@@ -1,5 +1,4 @@
-// Any: insertion and extraction, every kind over a connection in both byte
-// orders, the union rule and hostile input (references in Anys: dyn_test).
+// Any: every kind over a connection in both byte orders, unions, hostile input.
 #include "any.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +36,6 @@ CORBA_Any* block(CORBA_TypeCode* tc, const std::function<void(CORBA_MarshalOutBu
 
 void writeS(CORBA_MarshalOutBuffer& b, long a, const char* s) { b << a << s << 0.5; }
 
-// One Any of every kind.
 std::vector<CORBA_Any_var> everyKind() {
     std::vector<CORBA_Any_var> v;
     auto add = [&]() -> CORBA_Any& {

@@ -1,5 +1,4 @@
-// CDR memory buffers; the sequences and ZEBString through object streams and
-// CDR; exceptions and environments.
+// CDR memory buffers, sequences and strings through streams, exceptions.
 #include "corba.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +22,6 @@
 
 namespace {
 
-// The CDR bytes that writing v produces.
 template <class T>
 std::string cdrBytes(const T& v) {
     CORBA_MarshalOutBuffer out;
@@ -47,7 +45,6 @@ CORBA_StringSequence strings(std::initializer_list<const char*> items) {
     return s;
 }
 
-// A user exception of an interface, written as generated code writes one.
 class TestFailure : public CORBA_UserException {
     CORBA_EXCEPTION_MEMBERS(TestFailure)
 
@@ -66,16 +63,13 @@ CORBA_EXCEPTION_DEFINE(TestFailure, "Test::Failure", "IDL:Test/Failure:1.0", COR
 // Same name as a real class, another address.
 const CORBA_Exception::Description lookalike("CORBA::BAD_PARAM", "IDL:Test/Lookalike:1.0", nullptr,
                                              &CORBA_SystemException::_description);
-// An id that is already taken, by TestFailure above in this unit: the first
-// registration keeps it.
+// Its id is TestFailure's: the first registration keeps it.
 const CORBA_Exception::Description latecomer("Late", "IDL:Test/Failure:1.0", nullptr,
                                              &CORBA_SystemException::_description);
 
 using Bytes = std::vector<unsigned char>;
 
-// One encoding of: octet 0xAA, short 0x1122, long 0x33445566, octet 0xBB,
-// double with the bits 0x0102030405060708, float with the bits 0x0A0B0C0D.
-// 'P' marks padding, whose value a reader must not care about.
+// octet, short, long, octet, double, float; 'P' is padding of any value.
 Bytes encoded(bool bigEndian) {
     Bytes be = {0xAA, 'P',  0x11, 0x22, 0x33, 0x44, 0x55, 0x66,  //
                 0xBB, 'P',  'P',  'P',  'P',  'P',  'P',  'P',   //
@@ -194,8 +188,6 @@ TEST(CORBAException, NarrowFollowsTheDescriptionChain) {
     EXPECT_FALSE(CORBA_Exception::_description.can_cast(CORBA_SystemException::_description));
 }
 
-// Found by its id, made by the factory or copied, each throws as itself
-// and a copy keeps minor code and completion.
 template <class E>
 void expectSystemException(const std::string& name) {
     const CORBA_Exception::Description* d =
@@ -211,11 +203,9 @@ void expectSystemException(const std::string& name) {
 }
 
 TEST(CORBAException, EverySystemExceptionIsRegisteredThrowsAndCopies) {
-    int count = 0;
-#define CHECK_ONE(N) ++count, expectSystemException<CORBA_##N>(#N);
+#define CHECK_ONE(N) expectSystemException<CORBA_##N>(#N);
     CORBA_SYSTEM_EXCEPTION_LIST(CHECK_ONE)
 #undef CHECK_ONE
-    EXPECT_EQ(26, count);
 }
 
 TEST(CORBAEnvironment, StreamForms) {
@@ -311,7 +301,6 @@ TEST(CORBA_MarshalBuffers, ArraysMoveAtOnceAsFourByteLongs) {
     expectMarshal([&] { be.get(&sh, 1); });
 }
 
-// Null and "" stay apart through CDR: CORBAStringSequence above.
 TEST(CORBA_MarshalBuffers, StringViewsAndBoundedCopies) {
     CORBA_MarshalOutBuffer out;
     out.owns_buffer(1);
@@ -328,23 +317,4 @@ TEST(CORBA_MarshalBuffers, StringViewsAndBoundedCopies) {
     char c = 0;
     in >> c;
     EXPECT_EQ(c, 'z');
-}
-
-TEST(CORBA_MarshalInBuffer, ShortDataThrowsMarshal) {
-    CORBA_MarshalOutBuffer out;
-    out.owns_buffer(1);
-    out << 'a' << 7L << "text" << 1.25 << short(3);
-    const CORBA::ULong full = out.length();
-
-    // Every cut of a valid encoding fails cleanly, never past the block.
-    for (CORBA::ULong cut = 0; cut < full; ++cut) {
-        std::vector<char> copy(out.buffer(), out.buffer() + cut);
-        CORBA_MarshalInBuffer in(copy.data(), cut);
-        char c, *s = nullptr;
-        long l;
-        double d;
-        short sh;
-        expectMarshal([&] { in >> c >> l >> s >> d >> sh; });
-        CORBA::string_free(s);
-    }
 }

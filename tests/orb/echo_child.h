@@ -1,5 +1,4 @@
-// echo_server, or another program that prints its reference first, in a child
-// process: ready once the reference is out, stopped by its pid with the holder.
+// A child that prints its reference first; stopped by its pid with the holder.
 #ifndef KELVANOR_TEST_ECHO_CHILD_H
 #define KELVANOR_TEST_ECHO_CHILD_H
 
@@ -21,7 +20,6 @@ namespace ktest {
 inline bool runnable(const char* path) { return path[0] != '\0' && access(path, X_OK) == 0; }
 inline bool echoServerBuilt() { return runnable(KELVANOR_ECHO_SERVER_BINARY); }
 
-// Extra arguments go after "-OAipaddr 127.0.0.1".
 inline std::vector<std::string> echoServerArgv(const std::vector<std::string>& extra = {}) {
     std::vector<std::string> argv{KELVANOR_ECHO_SERVER_BINARY, "-OAipaddr", "127.0.0.1"};
     argv.insert(argv.end(), extra.begin(), extra.end());

@@ -1,5 +1,4 @@
-// A scripted GIOP 1.0 server on loopback, in a thread that touches no broker
-// code: it records what arrives and answers as its mode says.
+// A scripted GIOP 1.0 server thread on loopback that touches no broker code.
 #ifndef KELVANOR_TEST_FAKE_GIOP_SERVER_H
 #define KELVANOR_TEST_FAKE_GIOP_SERVER_H
 
@@ -58,7 +57,6 @@ public:
 
     bool ok() const { return _port != 0; }
     unsigned short port() const { return _port; }
-    // Call before the first client connects.
     void forwardTo(const std::string& key, unsigned short port = 0) {
         _forwardKey = key;
         _forwardPort = port ? port : _port;
@@ -70,7 +68,6 @@ public:
         std::lock_guard<std::mutex> lock(_mutex);
         return _messages;
     }
-    // The operations of the Requests received, in order.
     std::vector<std::string> operations() const {
         std::vector<std::string> ops;
         for (const Message& m : messages())
@@ -168,7 +165,6 @@ private:
         sendAll(fd, o.message());
     }
 
-    // No contexts; NO_EXCEPTION unless another status is given.
     static handcdr::Cdr reply(uint32_t id, uint32_t status = 0) {
         return handcdr::Cdr().header(handcdr::kReply).ulong(0).ulong(id).ulong(status);
     }

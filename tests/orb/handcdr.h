@@ -1,5 +1,4 @@
-// CDR and GIOP 1.0 written and read by hand, in either byte order, so that
-// tests see the wire without the broker's own writer and reader.
+// CDR and GIOP 1.0 by hand, in either byte order, apart from the broker's code.
 #ifndef KELVANOR_TEST_HANDCDR_H
 #define KELVANOR_TEST_HANDCDR_H
 
@@ -33,12 +32,10 @@ public:
         return octet(0);
     }
     Cdr& octets(const std::string& s) { return ulong(static_cast<uint32_t>(s.size())).raw(s); }
-    // The fields of an IOR after its byte order: type id, one IIOP profile.
     Cdr& ior(const std::string& typeId, const std::string& profile) {
         return string(typeId).ulong(1).ulong(0).octets(profile);
     }
 
-    // A GIOP 1.0 header whose size message() fills in.
     Cdr& header(uint8_t type) {
         raw("GIOP").octet(1).octet(0).octet(_little ? 1 : 0).octet(type);
         return ulong(0);
@@ -64,8 +61,7 @@ private:
     std::string _bytes;
 };
 
-// CDR input over a whole message (or an encapsulation), from `pos` on. A
-// read past the end yields zeros and clears ok().
+// CDR input from `pos` on; a read past the end yields zeros and clears ok().
 class CdrIn {
 public:
     CdrIn() = default;
@@ -113,7 +109,6 @@ private:
     bool _ok = true;
 };
 
-// A whole GIOP 1.0 message of type with body.
 inline std::string giop(uint8_t type, const std::string& body, bool little = true) {
     return Cdr(little).header(type).raw(body).message();
 }
@@ -127,19 +122,15 @@ inline Cdr request(bool little, uint32_t id, bool response, const std::string& k
     return m;
 }
 
-// A key of this broker for a persistent object, in either byte order.
 inline std::string persistentKey(bool little, const std::string& iface, const std::string& name) {
     return Cdr(little).octet(little ? 1 : 0).raw("ZEB").ulong(0).string(iface).string(name).bytes();
 }
 
-// A key of this broker by unique id (the short form), little-endian.
 inline std::string keyById(uint32_t uid) {
     return Cdr().octet(1).raw("ZEB").ulong(3).ulong(uid).bytes();
 }
 
-// An IIOP 1.minor profile body, an encapsulation of its own.
-// From version 1.1 on, two tagged components follow the key, as other ORBs
-// write them: an ORB type and one of a tag nobody knows.
+// From 1.1 on, an ORB type and an unknown component follow the key.
 inline std::string iiopProfile(bool little, const std::string& host, uint16_t port,
                                const std::string& key, uint8_t minor = 0, uint8_t major = 1) {
     Cdr p(little);
@@ -152,7 +143,6 @@ inline std::string iiopProfile(bool little, const std::string& host, uint16_t po
     return p.bytes();
 }
 
-// A stringified reference whose one profile is IIOP at 127.0.0.1:port.
 inline std::string iorText(bool little, const std::string& typeId, uint16_t port,
                            const std::string& key, uint8_t minor = 0, uint8_t major = 1) {
     Cdr ior(little);

@@ -1,5 +1,4 @@
-// A raw GIOP 1.0 client connection on loopback, for tests that send what no
-// stub would and check the replies byte by byte with handcdr.h.
+// A raw GIOP 1.0 client connection on loopback, for what no stub would send.
 #ifndef KELVANOR_TEST_RAWCONN_H
 #define KELVANOR_TEST_RAWCONN_H
 
@@ -18,9 +17,7 @@
 
 namespace handcdr {
 
-// A reply that should come comes long before this; only a fault waits it out.
 constexpr int kReplyMs = 5000;
-// How long "nothing came back" is watched; a later reply shows as the next one.
 constexpr int kQuietMs = 300;
 
 struct Message {
@@ -32,8 +29,6 @@ struct Message {
     CdrIn body() const { return CdrIn(bytes, little, 12); }
 };
 
-// A raw client connection to 127.0.0.1, closed with it. A receive that
-// waits longer than kReplyMs fails; why() tells what ended it.
 class Conn {
 public:
     bool open(uint16_t port) {
@@ -44,7 +39,6 @@ public:
     }
     bool send(const std::string& bytes) { return ktest::sendAll(_fd.fd, bytes); }
 
-    // One whole GIOP 1.0 message.
     bool receive(Message& m) {
         if (!fill(12)) return false;
         m.little = _in[6] != 0;
@@ -74,7 +68,6 @@ public:
         return _closed;
     }
 
-    // A reset instead of an orderly close.
     void abort() {
         linger l{1, 0};
         ::setsockopt(_fd.fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
@@ -105,7 +98,6 @@ private:
     std::string _why;
 };
 
-// The next message, which must be of `type`.
 inline ::testing::AssertionResult next(Conn& c, uint8_t type, Message& m) {
     if (!c.receive(m)) return ::testing::AssertionFailure() << "nothing came: " << c.why();
     if (m.type == type) return ::testing::AssertionSuccess();

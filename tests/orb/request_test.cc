@@ -1,5 +1,4 @@
-// Dynamic requests to a scripted GIOP peer; the context tree's matching
-// rules, and free_out_memory.
+// Dynamic requests to a scripted GIOP peer; contexts; free_out_memory.
 #include "request.h"
 
 #include <gtest/gtest.h>

@@ -26,7 +26,6 @@ CORBA_TypeCode* pointTc() {
     return new CORBA_TypeCode(CORBA::tk_struct, "IDL:P:1.0", "P", m, 2, 0);
 }
 
-// The encapsulation of P above, as a peer in byte order `little` writes it.
 std::string pointEncapsulation(bool little) {
     handcdr::Cdr e(little);
     e.octet(little ? 1 : 0).string("IDL:P:1.0").string("P").ulong(2);

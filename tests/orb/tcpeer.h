@@ -1,5 +1,4 @@
-// A peer for TypeCode and Any tests: a big-endian CDR writer framed as a
-// GIOP Reply, and two connection streams over a socket pair.
+// A big-endian CDR writer framed as a GIOP Reply, and a stream pair.
 #ifndef KELVANOR_TEST_TCPEER_H
 #define KELVANOR_TEST_TCPEER_H
 
@@ -18,11 +17,9 @@
 
 namespace ktest {
 
-// Big-endian CDR, aligned from the start of the message it frames.
 class BigEndianOut : public TBostream {
 public:
     BigEndianOut() : _bytes("GIOP\1\0\0\1\0\0\0\0", 12) {}
-    // The whole message, its size patched in.
     std::string message() const {
         std::string m = _bytes;
         const uint32_t n = static_cast<uint32_t>(m.size() - 12);
@@ -96,13 +93,11 @@ struct StreamPair {
         out->attach(fds[0]);
         in->attach(fds[1]);
     }
-    // A new message on the writer.
     TBostream& begin() {
         out->rewindOutBuffer();
         out->writeMessageHeader(IIOP::Reply);
         return *out;
     }
-    // Sends what the writer holds as one message, and reads it.
     void pass() {
         out->sendMessage(5);
         in->receiveMessage(5);

@@ -1,5 +1,4 @@
-// Objects in one process: the adapter's tables, references in both byte
-// orders, and implementation definitions.
+// The adapter's tables, references in both byte orders, implementation definitions.
 #include "zebboa.h"
 
 #include <gtest/gtest.h>
@@ -25,8 +24,7 @@
 
 namespace {
 
-// References are written by hand as a big-endian peer writes them, so that
-// the reader's swapping is what is under test, not a second use of our writer.
+// References are hand-written as a big-endian peer writes them.
 using handcdr::iorText;
 using handcdr::persistentKey;
 using ktest::EchoServant;
@@ -36,7 +34,6 @@ ZEBBOA* boa() {
     return ZEBGlobalTable::_boa;
 }
 
-// Holds what skelAt returned and drops the reference.
 struct Found {
     explicit Found(ZEBSkelInfo* s) : skel(s) {}
     ~Found() { TBResource::unref(skel); }
@@ -64,7 +61,6 @@ TEST(ZEBBOA, SkeletonsByEveryKindOfKey) {
     a->obj_is_ready(&one, nullptr);
     a->obj_is_ready(&two, nullptr);
     ZEBSkelInfo* s1 = one._skeleton();
-    // Names, short keys and foreign ones are the echo server's wire tests.
     Found anyOne(a->skelAt(ZEBPersistentId("Demo::Echo", "")));
     EXPECT_TRUE(anyOne.skel == s1 || anyOne.skel == two._skeleton());
     Found fresh(a->skelAt(ZEBTransientId("Demo::Echo", s1->_uid, s1->_created)));
@@ -98,7 +94,6 @@ TEST(ZEBBOA, ReadyDeactivateReadyAgainAndDestroy) {
     EXPECT_THROW(a->obj_is_ready(nullptr, nullptr), CORBA_BAD_PARAM);
     EXPECT_THROW(a->deactivate_obj(nullptr), CORBA_INV_OBJREF);
 
-    // Objects leave the tables on destruction.
     unsigned long uid;
     {
         EchoServant gone("gone");
@@ -139,13 +134,11 @@ TEST(ObjectReference, StringsOfEitherByteOrderGiveTheLocalObjectBack) {
     EXPECT_EQ(upper.find_first_of("ABCDEF", 4), std::string::npos);
     for (size_t i = 4; i < upper.size(); ++i) upper[i] = static_cast<char>(toupper(upper[i]));
 
-    // Read back with digits of either case.
     CORBA_Object* back = o->string_to_object(upper.c_str());
     EXPECT_EQ(back, static_cast<CORBA_Object*>(&servant));
     EXPECT_EQ(servant._ref_count(), 2);
     CORBA::release(back);
 
-    // So does a big-endian peer's reference to it.
     const uint16_t port = ZEBGlobalTable::_boa->port();
     std::string big =
         iorText(false, "IDL:Demo/Echo:1.0", port, persistentKey(false, "Demo::Echo", "round"));
@@ -153,8 +146,7 @@ TEST(ObjectReference, StringsOfEitherByteOrderGiveTheLocalObjectBack) {
     EXPECT_EQ(local, static_cast<CORBA_Object*>(&servant));
     CORBA::release(local);
 
-    // An object this process does not hold, at this process's address,
-    // still gives a stub that names it.
+    // One this process does not hold, at its address, gives a stub.
     big = iorText(false, "IDL:Demo/Echo:1.0", port,
                   persistentKey(false, "Demo::Echo", "elsewhere"));
     CORBA_Object_var stub(o->string_to_object(big.c_str()));
@@ -189,7 +181,6 @@ TEST(ObjectReference, UnknownTypeFallsBackAndAnyIiopOneIsTaken) {
     CORBA_Object_var obj(o->string_to_object(text.c_str()));
     ASSERT_NE(obj.in(), nullptr);
     EXPECT_EQ(obj->_type_info(), &CORBA_Object::_desc());
-    // Answered from the type, without a call.
     EXPECT_TRUE(obj->_is_a("IDL:omg.org/CORBA/Object:1.0"));
 
     // Passed on, it keeps the type id it came with, not its fallback's.
@@ -197,8 +188,7 @@ TEST(ObjectReference, UnknownTypeFallsBackAndAnyIiopOneIsTaken) {
     std::unique_ptr<IOP::IOR> ior(stringToIOR(again));
     EXPECT_STREQ(ior->type_id.in(), "IDL:Nobody/Knows:1.0");
 
-    // A 1.2 profile, components after the key, in either byte order:
-    // host, port and key are taken, and the reference goes on as 1.0.
+    // A 1.2 profile with components is taken and goes on as 1.0.
     const std::string key = "foreign key";
     for (bool little : {false, true}) {
         text = iorText(little, "IDL:Demo/Echo:1.0", 9, key, 2);

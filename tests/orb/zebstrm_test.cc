@@ -1,5 +1,4 @@
-// The IIOP stream: its CDR core in memory, and its message framing over
-// loopback against a raw socket peer.
+// The IIOP stream: its CDR core in memory, and its framing over loopback.
 #include "zebstrm.h"
 
 #include <gtest/gtest.h>
@@ -29,8 +28,6 @@ using handcdr::giop;
 
 std::string written(const ZEBIIOPstream& s) { return std::string(s.outData(), s.outLength()); }
 
-// ---- the CDR core, without a socket
-
 TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     // An empty array still aligns: one pad byte at an odd position.
     ZEBIIOPstream a;
@@ -56,8 +53,8 @@ TEST(ZEBIIOPstreamCore, AlignmentCountsFromTheOrigin) {
     CORBA::string_free(empty);
 }
 
-// Big copies take their own road (vectors, or backward just past the
-// source modulo 4 KiB): every byte lands, whatever the sizes and placements.
+// Big copies take their own road (vectors, or backward just past the source
+// modulo 4 KiB).
 TEST(ZEBIIOPstreamCore, BigCopiesKeepEveryByteWhereverTheBlocksLie) {
     std::vector<char> buf(3 + 18 * 4096 + 4096 + 70000);
     const char* src = &buf[3];
@@ -87,8 +84,6 @@ TEST(ZEBIIOPstreamCore, MessageBoundStopsAValueInsideTheBuffer) {
     r >> u;  // what is left can still be read
     EXPECT_EQ(8u, u);
 }
-
-// ---- over loopback
 
 // Sends its bytes to the peer from a timer, i.e. while the stream waits.
 struct LateWriter : dpIOHandler {
@@ -136,8 +131,7 @@ TEST_F(ZEBIIOPstreamLoopback, TwoMessagesInOneReadNeedOneSystemCall) {
     s->receiveMessage(5);
     *s >> a;
     EXPECT_EQ(20u, s->bufferedBytes());
-    // The second message comes from the block: with the peer gone, any read
-    // of the socket would fail.
+    // With the peer gone, only the block can give the second message.
     peer.reset();
     s->receiveMessage(5);
     *s >> b >> c;
@@ -164,9 +158,7 @@ TEST_F(ZEBIIOPstreamLoopback, HeaderSplitAtEveryPointIsAssembled) {
     }
 }
 
-// Bodies larger than the block: raw bytes read straight past it, and a
-// string whose count covers no NUL through the bounded reader; what follows
-// each (the next message, the next value) is read in step.
+// Raw bytes past the block, and a string whose count covers no NUL.
 TEST_F(ZEBIIOPstreamLoopback, BodiesLargerThanTheBlockKeepEveryByte) {
     auto s = connectClient();
     std::string big(10000, '\0');
@@ -188,9 +180,7 @@ TEST_F(ZEBIIOPstreamLoopback, BodiesLargerThanTheBlockKeepEveryByte) {
     CORBA::string_free(str);
 }
 
-// Mixed values in a body three times the block: written, each growth of the
-// output block and each refill of the input landing inside some value or its
-// padding, they keep the alignment that counts from the message start.
+// Block growth and refills land inside values and padding alike.
 TEST_F(ZEBIIOPstreamLoopback, ValuesAcrossBlocksAlignFromTheMessageStart) {
     auto s = connectClient();
     ZEBIIOPstream w;
@@ -227,8 +217,7 @@ TEST_F(ZEBIIOPstreamLoopback, ValuesAcrossBlocksAlignFromTheMessageStart) {
     EXPECT_EQ(0u, s->messageBytesLeft());
 }
 
-// A message far larger than the socket takes waits for writability in the
-// dispatcher, which meanwhile serves the peer's reader.
+// A send the socket cannot take waits in the dispatcher, serving others.
 TEST_F(ZEBIIOPstreamLoopback, SendTheSocketCannotTakeServesOthersMeanwhile) {
     ZEBGlobalTable::has_callback = 1;
     auto s = connectClient();
@@ -262,9 +251,8 @@ TEST_F(ZEBIIOPstreamLoopback, SendTheSocketCannotTakeServesOthersMeanwhile) {
     EXPECT_FALSE(s->isBlocking());
 }
 
-// A long string of a request goes out from the caller's bytes in one
-// gathered write, with what follows it aligned as in one block; a message
-// abandoned after such a string leaves nothing behind for the next.
+// A long lent string goes out gathered, aligned as if copied; an abandoned
+// message leaves nothing behind.
 TEST_F(ZEBIIOPstreamLoopback, LongStringOfARequestGoesOutAsIfCopied) {
     auto s = connectClient();
     const std::string text(20000, 't');

@@ -1,5 +1,4 @@
-// Type records: the search through bases, method tables at their edges, the
-// two construction orders of an interface's records, and the set's removal.
+// Type records: base search, method tables, construction orders, set removal.
 #include "zebtype.h"
 
 #include <gtest/gtest.h>
