@@ -345,6 +345,22 @@ TEST(ZEBORB, BindsByNamesThroughTheAgentConnectingWhenAsked) {
     EXPECT_EQ(server.pid(), now->pid());
 }
 
+// Without rebinding a lost connection is a COMM_FAILURE; the next call
+// binds again from the lost state and finds nobody.
+TEST(ZEBStubInfo, WithoutRebindALossIsACommFailure) {
+    if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
+    EchoChild server;
+    ASSERT_TRUE(server.ready()) << server.output();
+    Demo::Echo_var echo(bindTo(server.ior));
+    EXPECT_EQ(echo->pid(), server.pid());
+    CORBA_BindOptions options;
+    options.allow_rebind = 0;
+    echo->_bind_options(options);
+    server.kill();
+    EXPECT_THROW(echo->pid(), CORBA_COMM_FAILURE);
+    EXPECT_THROW(echo->pid(), CORBA_NO_IMPLEMENT);
+}
+
 TEST(ZEBStubInfo, StubCallIsRepeatedOnceTheServerIsBackOnItsPort) {
     if (!ktest::echoServerBuilt()) GTEST_SKIP() << "echo_server not built";
     ktest::loopbackOrb();
